@@ -1,0 +1,41 @@
+# How everything in this tree is compiled, and where the build puts it: the build tree has the shape of an installation, so
+# that plug-ins are found by their bare names there too.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE Release)
+endif()
+
+set(VORN_PLUGIN_DIR ${CMAKE_INSTALL_LIBDIR}/vorn)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+set(VORN_PLUGIN_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib/vorn)
+
+# Log lines name their source from the root of this tree, whatever machine built it.
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wformat=2
+                    -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=)
+
+if(VORN_SANITIZE)
+  add_compile_options(-fsanitize=${VORN_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${VORN_SANITIZE})
+endif()
+
+# The sanitizers' own dlopen() does not see the run path of libvorn.so, so tests name the folder.
+set(VORN_TEST_ENVIRONMENT "LD_LIBRARY_PATH=${VORN_PLUGIN_OUTPUT_DIRECTORY}")
+
+# vorn_add_plugin(NAME SOURCE... [LIBS library...]): the plug-in libNAME.so, installed with the standard blocks.
+function(vorn_add_plugin name)
+  cmake_parse_arguments(ARG "" "" "LIBS" ${ARGN})
+  add_library(${name} MODULE ${ARG_UNPARSED_ARGUMENTS})
+  target_link_libraries(${name} PRIVATE vorn ${ARG_LIBS})
+  set_target_properties(${name} PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${VORN_PLUGIN_OUTPUT_DIRECTORY}
+                                           INSTALL_RPATH "$ORIGIN/..")
+  install(TARGETS ${name} LIBRARY DESTINATION ${VORN_PLUGIN_DIR})
+endfunction()

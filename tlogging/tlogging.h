@@ -1,0 +1,56 @@
+/**
+ * Log lines: one call a line, filtered first, written whole.
+ *
+ *     _tlogging_print('I', __FILE__, __LINE__, __func__, "%s: Started", name);
+ *
+ * Threads: every function may be called from any thread at any time. Lines of several threads never mix.
+ * Real time: a line that the level drops costs one load and one comparison. A line that is printed formats into the
+ * stack (a long one allocates) and makes one write() for each place it goes to.
+ */
+#ifndef TLOGGING_H
+#define TLOGGING_H
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#ifndef TLOGGING_API
+#define TLOGGING_API __attribute__((visibility("default")))
+#endif
+
+/** Option bits. */
+enum {
+  TLOGGING_STDOUT = 0x1,
+  TLOGGING_STDERR = 0x2,
+  TLOGGING_NO_POSITION = 0x4000, /**< leave file, line and function out of the lines */
+};
+
+/**
+ * Prints one line: time, thread, level, text, and where it came from unless TLOGGING_NO_POSITION is set.
+ *
+ * @param level 'F' fatal (1), 'E' error (2), 'W' warning (3), 'I' information (4), 'D' debugging (5), 'V' verbose (6).
+ *        A line is dropped when its number is above the level set. A letter that is none of these counts as 'V'.
+ * @return the length of the text, 0 when the line was dropped, negative when it could not be formatted.
+ */
+TLOGGING_API int _tlogging_print(char level, const char* file, int line, const char* func, const char* format, ...)
+    __attribute__((format(printf, 5, 6)));
+
+/** Sets the level: 0 prints nothing, 6 everything. At the start it is 4. @return the level before. */
+TLOGGING_API int _tlogging_set_level(int level);
+
+/**
+ * Appends all lines to a file as well, which is created where it is missing.
+ *
+ * @param path null: no file. @return 0, or a negative errno when it could not be opened; then there is no file either.
+ */
+TLOGGING_API int _tlogging_set_file(const char* path);
+
+/** Switches option bits on or off; the others stay. At the start only TLOGGING_NO_POSITION is on. @return the bits now. */
+TLOGGING_API int _tlogging_enable_options(unsigned bits);
+TLOGGING_API int _tlogging_disable_options(unsigned bits);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
