@@ -1,0 +1,33 @@
+# How tests are made and run. All of them run side by side (ctest -j), so each gets a network namespace of its own, where the
+# console's socket name is free.
+
+set(VORN_TEST_TIMEOUT 120)
+if(VORN_SANITIZE)
+  set(VORN_TEST_TIMEOUT 600)
+endif()
+
+# vorn_add_command_test(NAME COMMAND argument... [TIMEOUT seconds] [ENVIRONMENT NAME=value...]): runs a command as a test.
+# Exit status 77 counts as skipped. A target's name as COMMAND is its program.
+function(vorn_add_command_test name)
+  cmake_parse_arguments(ARG "" "TIMEOUT" "COMMAND;ENVIRONMENT" ${ARGN})
+  if(NOT ARG_TIMEOUT)
+    set(ARG_TIMEOUT ${VORN_TEST_TIMEOUT})
+  endif()
+  list(POP_FRONT ARG_COMMAND program)
+  if(TARGET ${program})
+    set(program $<TARGET_FILE:${program}>)
+  endif()
+  add_test(NAME ${name} COMMAND ${PROJECT_SOURCE_DIR}/tests/testkit/in-netns ${program} ${ARG_COMMAND})
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT} SKIP_RETURN_CODE 77
+                                          ENVIRONMENT "${VORN_TEST_ENVIRONMENT};${ARG_ENVIRONMENT}")
+endfunction()
+
+# vorn_add_test(NAME SOURCE... [LIBS library...] [TIMEOUT seconds] [ENVIRONMENT NAME=value...]): a GoogleTest program with
+# GoogleTest's main(). LIBS says what it tests: vorn, or vorn_internal, or what else it needs.
+function(vorn_add_test name)
+  cmake_parse_arguments(ARG "" "TIMEOUT" "LIBS;ENVIRONMENT" ${ARGN})
+  add_executable(${name} ${ARG_UNPARSED_ARGUMENTS})
+  target_link_libraries(${name} PRIVATE ${ARG_LIBS} GTest::gtest_main)
+  set_target_properties(${name} PROPERTIES ENABLE_EXPORTS ON RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests)
+  vorn_add_command_test(${name} COMMAND ${name} TIMEOUT ${ARG_TIMEOUT} ENVIRONMENT ${ARG_ENVIRONMENT})
+endfunction()
