@@ -18,6 +18,11 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
 set(VORN_PLUGIN_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib/vorn)
 
+# Programs find the libraries beside their own folder, and everything finds what was outside the system's folders when it was
+# built, such as the libtlogging.so of a device.
+set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+set(CMAKE_INSTALL_RPATH_USE_LINK_PATH ON)
+
 # Log lines name their source from the root of this tree, whatever machine built it.
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wformat=2
                     -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=)
@@ -38,4 +43,23 @@ function(vorn_add_plugin name)
   set_target_properties(${name} PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${VORN_PLUGIN_OUTPUT_DIRECTORY}
                                            INSTALL_RPATH "$ORIGIN/..")
   install(TARGETS ${name} LIBRARY DESTINATION ${VORN_PLUGIN_DIR})
+endfunction()
+
+# vorn_find_library(MODULE FOR what...): looks for a library by its pkg-config module. Where it is there, PkgConfig::MODULE is a
+# target to link to; where it is missing, the caller leaves out what needs it, and the summary says so.
+function(vorn_find_library module)
+  cmake_parse_arguments(ARG "" "" "FOR" ${ARGN})
+  pkg_check_modules(${module} QUIET IMPORTED_TARGET ${module})
+  if(NOT TARGET PkgConfig::${module})
+    list(JOIN ARG_FOR ", " what)
+    set_property(GLOBAL APPEND PROPERTY VORN_LEFT_OUT "${what} (no ${module})")
+  endif()
+endfunction()
+
+function(vorn_print_summary)
+  message(STATUS "Vorn ${PROJECT_VERSION}, ${CMAKE_BUILD_TYPE}, to be installed in ${CMAKE_INSTALL_PREFIX}")
+  get_property(leftOut GLOBAL PROPERTY VORN_LEFT_OUT)
+  foreach(line IN LISTS leftOut)
+    message(STATUS "Left out: ${line}")
+  endforeach()
 endfunction()

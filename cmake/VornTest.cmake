@@ -31,3 +31,31 @@ function(vorn_add_test name)
   set_target_properties(${name} PROPERTIES ENABLE_EXPORTS ON RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests)
   vorn_add_command_test(${name} COMMAND ${name} TIMEOUT ${ARG_TIMEOUT} ENVIRONMENT ${ARG_ENVIRONMENT})
 endfunction()
+
+# vorn_add_fuzz_target(NAME SOURCE... [LIBS library...] [CORPUS folder] [DICTIONARY file]): a libFuzzer program, part of the target
+# `fuzz`, and a test that runs it for VORN_FUZZ_SECONDS from the inputs in CORPUS.
+set(VORN_FUZZ_SECONDS 20 CACHE STRING "How long the test of each fuzz target runs")
+add_custom_target(fuzz)
+function(vorn_add_fuzz_target name)
+  cmake_parse_arguments(ARG "" "CORPUS;DICTIONARY" "LIBS" ${ARGN})
+  add_executable(${name} ${ARG_UNPARSED_ARGUMENTS})
+  target_link_libraries(${name} PRIVATE ${ARG_LIBS})
+  target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+  set_target_properties(${name} PROPERTIES ENABLE_EXPORTS ON RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/fuzz)
+  add_dependencies(fuzz ${name})
+
+  set(found ${PROJECT_BINARY_DIR}/fuzz/${name}.found)  # libFuzzer adds to its first folder
+  file(MAKE_DIRECTORY ${found})
+  set(inputs ${found})
+  if(ARG_CORPUS)
+    cmake_path(ABSOLUTE_PATH ARG_CORPUS BASE_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR})
+    list(APPEND inputs ${ARG_CORPUS})
+  endif()
+  if(ARG_DICTIONARY)
+    cmake_path(ABSOLUTE_PATH ARG_DICTIONARY BASE_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR})
+    list(APPEND inputs -dict=${ARG_DICTIONARY})
+  endif()
+  math(EXPR timeout "${VORN_FUZZ_SECONDS} + 60")
+  vorn_add_command_test(${name} TIMEOUT ${timeout} COMMAND ${name} -max_total_time=${VORN_FUZZ_SECONDS} -timeout=10
+                        -artifact_prefix=${PROJECT_BINARY_DIR}/fuzz/ ${inputs})
+endfunction()
