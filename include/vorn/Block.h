@@ -303,7 +303,7 @@ class VORN_API Block {
 
  private:
   void DumpFrame(const OutputEndpoint& ep);
-  std::FILE* OpenDump(const OutputEndpoint& ep);
+  std::FILE* OpenDump(const OutputEndpoint& ep) const;
 
   std::array<InputEndpoint, Endpoint::COUNT> inEps;
   std::array<OutputEndpoint, Endpoint::COUNT> outEps;

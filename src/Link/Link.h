@@ -1,0 +1,86 @@
+// A link joins an output of one block to an input of another, fixes the stream between them, and owns the bytes of the
+// frame that both ends share.
+#pragma once
+
+#include <atomic>
+#include <string>
+#include <vector>
+
+#include <vorn/Block.h>
+
+namespace vorn {
+
+class Link {
+ public:
+  Link(const std::string& routeName, const std::string& name, unsigned int rate, SampleFormat format,
+       unsigned int channels, long samplesPerFrame);
+  ~Link();
+  Link(const Link&) = delete;
+  Link& operator=(const Link&) = delete;
+
+  // The thread of the route.
+
+  /** 0 or more, or a negative number: an end is null or linked already, or its block refuses. All is undone then. */
+  int Connect(OutputEndpoint* source, InputEndpoint* sink);
+  /** Output side first. Safe on a link that is not connected. */
+  void Disconnect();
+  /** Changes the frame size. The link is connected. */
+  void Reallocate(long samplesPerFrame);
+
+  /** Carries the description of the frame to the other end: the one that the reader left, the one that the writer made. */
+  void CommitBack() { Commit(sinkEp->fb, sourceEp->fb); }
+  void CommitForth() { Commit(sourceEp->fb, sinkEp->fb); }
+
+  Endpoint* PeerOf(const Endpoint* ep) const;
+
+  // Fixed while connected: any thread that holds the topology lock.
+
+  const std::string& Name() const { return name; }
+  const OutputEndpoint* SourceEp() const { return sourceEp; }
+  const InputEndpoint* SinkEp() const { return sinkEp; }
+
+  /** The frame buffer that the two ends agreed on last, less the data. Any thread that holds the topology lock. */
+  FrameBuffer Agreed() const;
+
+ private:
+  std::size_t FrameBytes(long samples) const;
+  void Attach(OutputEndpoint* source, InputEndpoint* sink);
+  void DescribeEmptyFrame();
+  void RollBack();
+  template <class Ep>
+  void Detach(Ep*& end, void (Block::*unlinked)(unsigned long));
+
+  void Commit(const FrameBuffer& from, FrameBuffer& to) {
+    to = from;
+    agreed.Set(from);
+  }
+
+  // Written by the route's thread with every commit, read by the console whenever it likes.
+  struct Shared {
+    void Set(const FrameBuffer& frame) {
+      format.store(frame.format, std::memory_order_relaxed);
+      channels.store(frame.channels, std::memory_order_relaxed);
+      rate.store(frame.rate, std::memory_order_relaxed);
+      samplesPerFrame.store(frame.samplesPerFrame, std::memory_order_relaxed);
+      timestamp.store(frame.timestamp, std::memory_order_relaxed);
+    }
+    std::atomic<SampleFormat> format{};
+    std::atomic<std::uint32_t> channels{};
+    std::atomic<std::uint32_t> rate{};
+    std::atomic<long> samplesPerFrame{};
+    std::atomic<long> timestamp{};
+  };
+
+  const std::string routeName;
+  const std::string name;
+  const unsigned int rate;
+  const SampleFormat format;
+  const unsigned int channels;
+  long samplesPerFrame;
+  OutputEndpoint* sourceEp = nullptr;
+  std::vector<std::uint8_t> buffer;
+  InputEndpoint* sinkEp = nullptr;
+  Shared agreed;
+};
+
+}  // namespace vorn
