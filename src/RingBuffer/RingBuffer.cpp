@@ -1,0 +1,185 @@
+#include "RingBuffer/RingBuffer.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <stdexcept>
+
+#include "Log.h"
+
+namespace vorn {
+namespace {
+
+constexpr int SHUT_DOWN = -20;
+
+long CheckedSlots(unsigned int rate, unsigned long sampleSize, long capacity) {
+  long slots = 0;
+  long bytes = 0;
+  const bool fits = capacity >= 0 && !__builtin_add_overflow(capacity, 1L, &slots) &&
+                    !__builtin_mul_overflow(slots, sampleSize, &bytes) &&
+                    (rate == 0 || static_cast<std::size_t>(slots) <= std::vector<std::int64_t>().max_size());
+  if (!fits) throw std::length_error("cannot create std::vector larger than max_size()");
+  return slots;
+}
+
+}  // namespace
+
+DataProducer::~DataProducer() = default;
+DataConsumer::~DataConsumer() = default;
+FIFO::~FIFO() = default;
+
+RingBuffer::RingBuffer(unsigned int newRate, unsigned long newSampleSize, long capacity, long newPrefill)
+    : rate(newRate),
+      sampleSize(newSampleSize),
+      slots(CheckedSlots(newRate, newSampleSize, capacity)),
+      prefill(std::max(newPrefill, 0L)),
+      data(static_cast<std::size_t>(slots) * sampleSize),
+      stamps(rate ? static_cast<std::size_t>(slots) : 0) {
+  Reset();
+}
+
+void RingBuffer::Reset() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  Reset_l();
+}
+
+void RingBuffer::Reset_l() {
+  readPos = 0;
+  writePos = std::min(prefill, slots - 1);
+  data = std::vector<unsigned char>(data.size());
+  stamps = std::vector<std::int64_t>(stamps.size(), -1);
+}
+
+long RingBuffer::Count_l() const { return readPos <= writePos ? writePos - readPos : slots - readPos + writePos; }
+
+long RingBuffer::Read(unsigned char* dst, long count, bool blocking, long* stamp) {
+  std::unique_lock<std::mutex> lock(mutex);
+  if (shutdown) return SHUT_DOWN;
+  for (long remaining = count; remaining > 0;) {
+    const long avail = Count_l();
+    if (avail == 0 && blocking) {
+      dataCond.wait(lock);
+      if (shutdown) return SHUT_DOWN;
+      continue;
+    }
+    const long n = std::min(avail, remaining);
+    if (rate != 0 && stamp && n > 0) {
+      *stamp = stamps[static_cast<std::size_t>(readPos)];
+      stamp = nullptr;  // the first sample's alone
+    }
+    Take_l(dst, n);
+    dst += static_cast<std::size_t>(n) * sampleSize;
+    remaining -= n;
+    if (!blocking) {
+      count = n;
+      break;
+    }
+  }
+  spaceCond.notify_one();
+  return count;
+}
+
+void RingBuffer::Take_l(unsigned char* dst, long count) {
+  const long toEnd = std::min(count, slots - readPos);
+  const std::size_t bytes = static_cast<std::size_t>(toEnd) * sampleSize;
+  if (bytes > 0) std::memcpy(dst, Slot_l(readPos), bytes);
+  if (count > toEnd) std::memcpy(dst + bytes, Slot_l(0), static_cast<std::size_t>(count - toEnd) * sampleSize);
+  readPos = (readPos + count) % slots;
+}
+
+long RingBuffer::Write(const unsigned char* src, long count, bool blocking, long stamp) {
+  std::unique_lock<std::mutex> lock(mutex);
+  if (shutdown) return SHUT_DOWN;
+  return Write_l(lock, src, count, blocking, stamp);
+}
+
+long RingBuffer::Write_l(std::unique_lock<std::mutex>& lock, const unsigned char* src, long count, bool blocking,
+                         long& stamp) {
+  for (long remaining = count; remaining > 0;) {
+    const long space = slots - 1 - Count_l();
+    if (space == 0 && blocking) {
+      spaceCond.wait(lock);
+      if (shutdown) return SHUT_DOWN;
+      continue;
+    }
+    const long n = std::min(space, remaining);
+    src = Put_l(src, n, stamp);
+    remaining -= n;
+    if (!blocking) {
+      count = n;
+      break;
+    }
+  }
+  dataCond.notify_one();
+  return count;
+}
+
+long RingBuffer::OverWrite(const unsigned char* src, long count, long stamp, long skip) {
+  std::unique_lock<std::mutex> lock(mutex);
+  if (shutdown) return SHUT_DOWN;
+  const long written = Write_l(lock, src, count, false, stamp);
+  if (written == count) return written;
+
+  LOG_V("%s: Ring buffer is full, overwrite %ld samples", name.c_str(), count - written);
+  Put_l(src + static_cast<std::size_t>(written) * sampleSize, count - written, stamp);
+  readPos = (writePos + 1 + skip) % slots;
+  dataCond.notify_one();
+  return count;
+}
+
+// Writes in contiguous pieces, over unread samples too, and moves `stamp` on to the sample after the last.
+const unsigned char* RingBuffer::Put_l(const unsigned char* src, long count, long& stamp) {
+  while (count > 0) {
+    const long piece = std::min(count, slots - writePos);
+    const std::size_t bytes = static_cast<std::size_t>(piece) * sampleSize;
+    if (bytes > 0) std::memcpy(Slot_l(writePos), src, bytes);
+    if (rate != 0) Stamp_l(piece, stamp);
+    writePos = (writePos + piece) % slots;
+    src += bytes;
+    count -= piece;
+  }
+  return src;
+}
+
+// Sample k of the piece gets stamp + floor(k * 1000000 / rate). Counting the remainder up spares a division a sample.
+void RingBuffer::Stamp_l(long count, long& stamp) {
+  const std::int64_t whole = 1000000 / rate;
+  const std::int64_t rest = 1000000 % rate;
+  std::int64_t* slot = &stamps[static_cast<std::size_t>(writePos)];
+  std::int64_t remainder = 0;
+  for (long k = 0; k < count; ++k) {
+    slot[k] = stamp;
+    remainder += rest;
+    const bool carry = remainder >= rate;
+    stamp += whole + carry;
+    remainder -= carry ? rate : 0;
+  }
+}
+
+int RingBuffer::Produce(void* dst, long count, bool blocking, long* stamp) {
+  auto* bytes = static_cast<unsigned char*>(dst);
+  const long got = Read(bytes, count, blocking, stamp);
+  if (got < 0) return static_cast<int>(got);
+  if (got < count) {
+    const long missing = count - got;
+    LOG_V("%s: Not enough data in ring buffer, filling %u samples silence", name.c_str(),
+          static_cast<unsigned int>(missing));
+    std::memset(bytes + static_cast<std::size_t>(got) * sampleSize, 0, static_cast<std::size_t>(missing) * sampleSize);
+  }
+  return 0;
+}
+
+int RingBuffer::Consume(const void* src, long count, bool blocking, long stamp) {
+  const auto* bytes = static_cast<const unsigned char*>(src);
+  const long put = blocking ? Write(bytes, count, true, stamp) : OverWrite(bytes, count, stamp, (slots - 1) / 2);
+  return put < 0 ? static_cast<int>(put) : 0;
+}
+
+void RingBuffer::Shutdown() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  shutdown = true;
+  dataCond.notify_one();
+  spaceCond.notify_one();
+}
+
+}  // namespace vorn

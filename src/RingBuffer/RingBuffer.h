@@ -1,0 +1,63 @@
+// The ring buffer behind every FIFO. One slot always stays free, so that full and empty differ.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <vector>
+
+#include <vorn/FIFO.h>
+
+namespace vorn {
+
+class RingBuffer final : public FIFO {
+ public:
+  /** Throws std::length_error for a capacity below 0 or sizes beyond what a vector holds. */
+  RingBuffer(unsigned int rate, unsigned long sampleSize, long capacity, long prefill);
+
+  /** Back to `prefill` samples of silence. Neither undoes Shutdown() nor wakes anybody. Allocates. */
+  void Reset();
+
+  /** The number of samples read, or -20 once shut down. Writers are woken once, at the end. */
+  long Read(unsigned char* dst, long count, bool blocking, long* stamp);
+  /** The number of samples written, or -20 once shut down. Readers are woken once, at the end. */
+  long Write(const unsigned char* src, long count, bool blocking, long stamp);
+  /** Writes without waiting; on overflow the oldest samples go, and `skip` more. `count`, or -20 once shut down. */
+  long OverWrite(const unsigned char* src, long count, long stamp, long skip);
+
+  int Produce(void* dst, long count, bool blocking, long* stamp) override;
+  void Shutdown() override;
+  int Consume(const void* src, long count, bool blocking, long stamp) override;
+
+  std::mutex& Mutex() const { return mutex; }
+  long Capacity() const { return slots - 1; }
+
+  // These expect the mutex.
+  long Count_l() const;
+
+ private:
+  void Reset_l();
+  long Write_l(std::unique_lock<std::mutex>& lock, const unsigned char* src, long count, bool blocking, long& stamp);
+  const unsigned char* Put_l(const unsigned char* src, long count, long& stamp);
+  void Stamp_l(long count, long& stamp);
+  void Take_l(unsigned char* dst, long count);
+  unsigned char* Slot_l(long pos) { return data.data() + static_cast<std::size_t>(pos) * sampleSize; }
+
+  const unsigned int rate;  // of the time stamps; 0: there are none
+  const unsigned long sampleSize;
+  const long slots;
+  const long prefill;
+
+  // Guarded by mutex.
+  std::vector<unsigned char> data;
+  std::vector<std::int64_t> stamps;
+  long readPos = 0;
+  long writePos = 0;
+
+  mutable std::mutex mutex;
+  std::condition_variable spaceCond;  // writers wait here
+  std::condition_variable dataCond;   // readers wait here
+  bool shutdown = false;              // guarded by mutex
+};
+
+}  // namespace vorn
