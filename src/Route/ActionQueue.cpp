@@ -1,0 +1,224 @@
+#include <dlfcn.h>
+
+#include "Log.h"
+#include "Route/RouteImpl.h"
+#include "Thread.h"
+
+namespace vorn {
+namespace {
+
+constexpr int REFUSED = -20;
+
+const char* TypeName(Route::Action::Type type) {
+  static constexpr const char* NAMES[] = {"NEW_BLOCK",     "NEW_LINK", "START",   "SET_PARAMETER",
+                                          "GET_PARAMETER", "RESET",    "STOP",    "DELETE",
+                                          "DELETE_ALL",    "EXIT",     "SET_DUMP"};
+  const auto index = static_cast<std::size_t>(type);
+  return index < std::size(NAMES) ? NAMES[index] : "?";
+}
+
+Route::Action Request(Route::Action::Type type) {
+  Route::Action action{};
+  action.type = type;
+  return action;
+}
+
+Block* BlockAt(Block** slot) { return slot ? *slot : nullptr; }
+
+}  // namespace
+
+Route::~Route() {}
+Route::Callbacks::~Callbacks() = default;
+void Route::Callbacks::OnStarted() {}
+void Route::Callbacks::OnStopped(StopReason) {}
+void Route::Callbacks::OnExit() {}
+
+RouteImpl::RouteImpl(const std::string& newName, Route::Callbacks* newCallbacks, const std::string& newDumpPath)
+    : name(newName), callbacks(newCallbacks), dumpPath(newDumpPath) {
+  thread = StartThread(name, [this] { MainThread(this); });
+}
+
+RouteImpl::~RouteImpl() {
+  Stop();
+  DeleteAll();
+  Exit();
+  thread.join();
+  for (void* handle : soHandles) dlclose(handle);
+  LOG_I("%s: Deleted", name.c_str());
+}
+
+Block* RouteImpl::NewBlock(const char* soFileName, bool first, bool last, const std::vector<std::string>& args) {
+  if (!soFileName) {
+    LOG_E("%s: so file name is nullptr", name.c_str());
+    return nullptr;
+  }
+  Block* block = nullptr;
+  Action action = Request(Action::Type::NEW_BLOCK);
+  action.newBlock = {soFileName, first, last, &args, &block};
+  ExecuteActions(&action, 1);
+  return block;
+}
+
+Link* RouteImpl::NewLink(unsigned int rate, SampleFormat format, unsigned int channels, long samplesPerFrame,
+                         Block* source, std::size_t sourceBlkOutEpIdx, Block* sink, std::size_t sinkBlkInEpIdx) {
+  if (!source) {
+    LOG_E("%s: Source block is nullptr", name.c_str());
+    return nullptr;
+  }
+  if (!sink) {
+    LOG_E("%s: Sink block is nullptr", name.c_str());
+    return nullptr;
+  }
+  if (sourceBlkOutEpIdx >= Endpoint::COUNT) {
+    LOG_E("%s: Invalid source block output endpoint index %zu", name.c_str(), sourceBlkOutEpIdx);
+    return nullptr;
+  }
+  if (sinkBlkInEpIdx >= Endpoint::COUNT) {
+    LOG_E("%s: Invalid sink block input endpoint index %zu", name.c_str(), sinkBlkInEpIdx);
+    return nullptr;
+  }
+  Action action = Request(Action::Type::NEW_LINK);
+  action.newLink = {rate,  format,         channels, samplesPerFrame, &source, sourceBlkOutEpIdx,
+                    &sink, sinkBlkInEpIdx, nullptr};
+  ExecuteActions(&action, 1);
+  return action.newLink.link;
+}
+
+int RouteImpl::Start() {
+  Action action = Request(Action::Type::START);
+  action.start = {REFUSED};
+  ExecuteActions(&action, 1);
+  return action.start.ret;
+}
+
+int RouteImpl::SetParameter(Block* block, unsigned int paramId, const std::vector<std::string>& params) {
+  Action action = Request(Action::Type::SET_PARAMETER);
+  action.setParameter = {block, paramId, &params, REFUSED};
+  ExecuteActions(&action, 1);
+  return action.setParameter.ret;
+}
+
+int RouteImpl::GetParameter(Block* block, unsigned int paramId, std::vector<std::string>& params) {
+  Action action = Request(Action::Type::GET_PARAMETER);
+  action.getParameter = {block, paramId, &params, REFUSED};
+  ExecuteActions(&action, 1);
+  return action.getParameter.ret;
+}
+
+int RouteImpl::Reset(Block* block) {
+  Action action = Request(Action::Type::RESET);
+  action.reset = {block, REFUSED};
+  ExecuteActions(&action, 1);
+  return action.reset.ret;
+}
+
+int RouteImpl::Stop() {
+  Action action = Request(Action::Type::STOP);
+  action.stop = {REFUSED};
+  ExecuteActions(&action, 1);
+  return action.stop.ret;
+}
+
+int RouteImpl::Delete(void* instance) {
+  Action action = Request(Action::Type::DELETE);
+  action.del = {instance, REFUSED};
+  ExecuteActions(&action, 1);
+  return action.del.ret;
+}
+
+int RouteImpl::DeleteAll() {
+  Action action = Request(Action::Type::DELETE_ALL);
+  action.deleteAll = {REFUSED};
+  ExecuteActions(&action, 1);
+  return action.deleteAll.ret;
+}
+
+void RouteImpl::SetDump(const char* path) {
+  Action action = Request(Action::Type::SET_DUMP);
+  action.setDump = {path};
+  ExecuteActions(&action, 1);
+}
+
+void RouteImpl::Exit() {
+  Action action = Request(Action::Type::EXIT);
+  ExecuteActions(&action, 1);
+}
+
+void RouteImpl::ExecuteActions(Action* actions, std::size_t count) {
+  if (!actions || count == 0) return;
+  std::condition_variable done;
+  bool finished = false;
+  std::unique_lock<std::mutex> lock(mutex);
+  for (std::size_t i = 0; i < count; ++i) {
+    const bool isLast = i + 1 == count;
+    actionList.push_back(
+        std::make_shared<ActionPlus>(ActionPlus{&actions[i], isLast ? &done : nullptr, isLast ? &finished : nullptr}));
+  }
+  unsettled.store(true, std::memory_order_release);
+  wakeup.notify_one();
+  done.wait(lock, [&finished] { return finished; });
+}
+
+void RouteImpl::ProcessActions() {
+  while (!actionList.empty()) {
+    const std::shared_ptr<ActionPlus> entry = actionList.front();
+    LOG_D("%s: Processing action '%s'", name.c_str(), TypeName(entry->action->type));
+    Dispatch_l(*entry->action);
+    if (entry->done) {
+      *entry->finished = true;
+      entry->done->notify_one();
+    }
+    actionList.pop_front();
+  }
+}
+
+void RouteImpl::Dispatch_l(Action& action) {
+  using Type = Action::Type;
+  static const std::vector<std::string> NO_TEXTS;
+  switch (action.type) {
+    case Type::NEW_BLOCK: {
+      auto& a = action.newBlock;
+      Block* block = nullptr;
+      if (a.soFileName) {
+        block = NewBlock_l(std::string(a.soFileName), a.first, a.last, a.args ? *a.args : NO_TEXTS);
+      } else {
+        LOG_E("%s: so file name is nullptr", name.c_str());
+      }
+      if (a.block) *a.block = block;
+      break;
+    }
+    case Type::NEW_LINK: {
+      auto& a = action.newLink;
+      a.link = NewLink_l(a.rate, a.format, a.channels, a.samplesPerFrame, BlockAt(a.source), a.sourceBlkOutEpIdx,
+                         BlockAt(a.sink), a.sinkBlkInEpIdx);
+      break;
+    }
+    case Type::START: action.start.ret = Start_l(); break;
+    case Type::SET_PARAMETER: {
+      auto& a = action.setParameter;
+      a.ret = SetParam_l(a.block, a.paramId, a.params ? *a.params : NO_TEXTS);
+      break;
+    }
+    case Type::GET_PARAMETER: {
+      auto& a = action.getParameter;
+      std::vector<std::string> unread;
+      a.ret = GetParam_l(a.block, a.paramId, a.params ? *a.params : unread);
+      break;
+    }
+    case Type::RESET: action.reset.ret = Reset_l(action.reset.block); break;
+    case Type::STOP: action.stop.ret = Stop_l(StopReason::STOP_REQUESTED); break;
+    case Type::DELETE: action.del.ret = Delete_l(action.del.instance); break;
+    case Type::DELETE_ALL: action.deleteAll.ret = DeleteAll_l(); break;
+    case Type::EXIT: Exit_l(); break;
+    case Type::SET_DUMP: SetDump_l(action.setDump.path); break;
+    default: LOG_E("%s: Unknown action: %s", name.c_str(), TypeName(action.type));
+  }
+}
+
+int RouteImpl::Exit_l() {
+  StoreStatus(EXIT);
+  if (callbacks) callbacks->OnExit();
+  return 0;
+}
+
+}  // namespace vorn

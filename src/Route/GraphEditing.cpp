@@ -1,0 +1,244 @@
+#include <dlfcn.h>
+
+#include <exception>
+
+#include "Block/Topology.h"
+#include "Log.h"
+#include "Route/RouteImpl.h"
+
+namespace vorn {
+namespace {
+
+constexpr int REFUSED = -20;
+constexpr std::uint32_t LAST_BLOCK_NUMBER = 4294967294;
+constexpr std::uint32_t NO_LINK_NUMBER = 4294967295;
+
+using CreateBlockFunction = Block* (*)(bool first, bool last, const std::vector<std::string>& args);
+
+/** What stands before the last ".so" of a file name, less "lib" in front; empty where there is nothing. */
+std::string BaseName(const std::string& soFileName) {
+  const std::size_t end = soFileName.rfind(".so");
+  if (end == std::string::npos) return {};
+  const std::size_t begin = soFileName.compare(0, 3, "lib") == 0 ? 3 : 0;
+  return end > begin ? soFileName.substr(begin, end - begin) : std::string();
+}
+
+Block* CallCreateBlock(void* function, bool first, bool last, const std::vector<std::string>& args) {
+  try {
+    return reinterpret_cast<CreateBlockFunction>(function)(first, last, args);
+  } catch (...) {
+    return nullptr;  // as if it had said so itself
+  }
+}
+
+template <class Instances>
+typename Instances::value_type FindByName(const Instances& instances, const std::string& name) {
+  for (auto* instance : instances) {
+    if (instance->Name() == name) return instance;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+Block* RouteImpl::NewBlock_l(const std::string& soFileName, bool first, bool last,
+                             const std::vector<std::string>& args) {
+  LOG_D("%s: soFileName=%s, first=%d, last=%d", name.c_str(), soFileName.c_str(), first, last);
+  for (std::size_t i = 0; i < args.size(); ++i) LOG_D("%s: args[%zu]=%s", name.c_str(), i, args[i].c_str());
+
+  const std::string baseName = BaseName(soFileName);
+  if (baseName.empty()) {
+    LOG_E("%s: Invalid so file name", name.c_str());
+    return nullptr;
+  }
+  void* handle = dlopen(soFileName.c_str(), RTLD_LAZY);
+  if (!handle) {
+    LOG_E("%s: Can't open %s", name.c_str(), soFileName.c_str());
+    LOG_D("%s: %s", name.c_str(), dlerror());
+    return nullptr;
+  }
+  void* function = dlsym(handle, "CreateBlock");
+  if (!function) {
+    LOG_E("%s: Can't find 'CreateBlock' function in %s", name.c_str(), soFileName.c_str());
+    dlclose(handle);
+    return nullptr;
+  }
+  Block* block = CallCreateBlock(function, first, last, args);
+  if (!block) {
+    LOG_E("%s: CreateBlock() returns nullptr", name.c_str());
+    dlclose(handle);
+    return nullptr;
+  }
+  if (!NameBlock_l(*block, baseName)) {
+    LOG_E("%s: Unable to give a name to this block", name.c_str());
+    return nullptr;
+  }
+  soHandles.push_back(handle);
+  const Topology::Lock lock;
+  blocks.insert(block);
+  if (block->IsFirst()) firstBlocks.insert(block);
+  if (block->IsLast()) lastBlocks.insert(block);
+  return block;
+}
+
+bool RouteImpl::NameBlock_l(Block& block, const std::string& baseName) {
+  const char* subname = block.Subname();
+  const std::string stem = baseName + (subname && *subname ? "_" + std::string(subname) : "") + "_";
+  for (std::uint32_t n = 0;; ++n) {
+    const std::string candidate = stem + std::to_string(n);
+    if (!FindByName(blocks, candidate)) {
+      block.SetName(name, candidate, &dumpPath);
+      return true;
+    }
+    if (n == LAST_BLOCK_NUMBER) return false;
+  }
+}
+
+Link* RouteImpl::NewLink_l(unsigned int rate, SampleFormat format, unsigned int channels, long samplesPerFrame,
+                           Block* source, std::size_t sourceBlkOutEpIdx, Block* sink, std::size_t sinkBlkInEpIdx) {
+  if (!blocks.count(source)) {
+    const StrangerName stranger(source);
+    if (stranger.address) {
+      LOG_E("%s: source %p doesn't exist", name.c_str(), stranger.address);
+    } else {
+      LOG_E("%s: source %s doesn't exist", name.c_str(), stranger.text.c_str());
+    }
+    return nullptr;
+  }
+  if (!blocks.count(sink)) {
+    const StrangerName stranger(sink);
+    if (stranger.address) {
+      LOG_E("%s: sink %p doesn't exist", name.c_str(), stranger.address);
+    } else {
+      LOG_E("%s: sink %s doesn't exist", name.c_str(), stranger.text.c_str());
+    }
+    return nullptr;
+  }
+  if (sourceBlkOutEpIdx >= Endpoint::COUNT) {
+    LOG_E("%s: Invalid sourceBlkOutEpIdx %zu", name.c_str(), sourceBlkOutEpIdx);
+    return nullptr;
+  }
+  if (sinkBlkInEpIdx >= Endpoint::COUNT) {
+    LOG_E("%s: %s: Invalid sinkBlkInEpIdx %zu", name.c_str(), sink->Name().c_str(), sinkBlkInEpIdx);
+    return nullptr;
+  }
+  std::string linkName;
+  for (std::uint32_t n = 0; linkName.empty(); ++n) {
+    if (n == NO_LINK_NUMBER) {
+      LOG_E("%s: Unable to give a name to this link", name.c_str());
+      return nullptr;
+    }
+    const std::string candidate = "lnk_" + std::to_string(n);
+    if (!FindByName(links, candidate)) linkName = candidate;
+  }
+  try {
+    auto link = std::make_unique<Link>(name, linkName, rate, format, channels, samplesPerFrame);
+    if (link->Connect(&source->OutEp(sourceBlkOutEpIdx), &sink->InEp(sinkBlkInEpIdx)) < 0) return nullptr;
+    const Topology::Lock lock;
+    links.insert(link.get());
+    return link.release();
+  } catch (const std::exception& e) {  // a frame that no memory holds must not end the client's process
+    LOG_E("%s: %s: No memory for frames of %ld samples: %s", name.c_str(), linkName.c_str(), samplesPerFrame, e.what());
+    return nullptr;
+  }
+}
+
+void RouteImpl::DestroyLink_l(Link* link) {
+  {
+    const Topology::Lock lock;
+    links.erase(link);
+  }
+  delete link;
+}
+
+int RouteImpl::Delete_l(void* instance) {
+  if (auto* link = static_cast<Link*>(instance); links.count(link)) {
+    DestroyLink_l(link);
+    return 0;
+  }
+  auto* block = static_cast<Block*>(instance);
+  if (!blocks.count(block)) {
+    LOG_E("%s: No instance %p", name.c_str(), instance);
+    return REFUSED;
+  }
+  for (std::size_t i = 0; i < Endpoint::COUNT; ++i) {
+    if (block->InEp(i).IsActive()) DestroyLink_l(block->InEp(i).AttachedLink());
+  }
+  for (std::size_t i = 0; i < Endpoint::COUNT; ++i) {
+    if (block->OutEp(i).IsActive()) DestroyLink_l(block->OutEp(i).AttachedLink());
+  }
+  {
+    const Topology::Lock lock;
+    firstBlocks.erase(block);
+    lastBlocks.erase(block);
+    blocks.erase(block);
+  }
+  delete block;
+  return 0;
+}
+
+int RouteImpl::DeleteAll_l() {
+  std::set<Link*> allLinks;
+  std::set<Block*> allBlocks;
+  {
+    const Topology::Lock lock;
+    allLinks.swap(links);
+    allBlocks.swap(blocks);
+    firstBlocks.clear();
+    lastBlocks.clear();
+  }
+  for (Link* link : allLinks) delete link;
+  for (Block* block : allBlocks) delete block;
+  return 0;
+}
+
+int RouteImpl::SetParam_l(Block* block, unsigned int paramId, const std::vector<std::string>& params) {
+  if (!blocks.count(block)) {
+    if (block) {
+      LOG_E("%s: Block %p doesn't exist", name.c_str(), static_cast<void*>(block));
+    } else {
+      LOG_E("%s: Block %s doesn't exist", name.c_str(), "(null)");
+    }
+    return REFUSED;
+  }
+  LOG_I("%s: Setting parameter id %u to %s", name.c_str(), paramId, block->Name().c_str());
+  return block->SetParameter(paramId, params);
+}
+
+int RouteImpl::GetParam_l(Block* block, unsigned int paramId, std::vector<std::string>& params) {
+  if (!blocks.count(block)) {
+    LOG_E("%s: Block %s doesn't exist", name.c_str(), StrangerName(block).text.c_str());
+    return REFUSED;
+  }
+  LOG_I("%s: Getting parameter %u from block %s", name.c_str(), paramId, block->Name().c_str());
+  return block->GetParameter(paramId, params);
+}
+
+int RouteImpl::Reset_l(Block* block) {
+  if (!blocks.count(block)) {
+    LOG_E("%s: Block %s doesn't exist", name.c_str(), StrangerName(block).text.c_str());
+    return REFUSED;
+  }
+  block->BaseReset();
+  return 0;
+}
+
+void RouteImpl::SetDump_l(const char* path) {
+  if (!path) {
+    dumpPath.clear();
+    for (Block* block : blocks) block->CloseDump();
+    LOG_I("%s: Disabled dumping data", name.c_str());
+    return;
+  }
+  dumpPath = path;
+  if (!dumpPath.empty() && dumpPath.back() != '/') dumpPath += '/';
+  LOG_I("%s: Enabled dumping data to %s", name.c_str(), dumpPath.c_str());
+}
+
+void* RouteImpl::FindInstance(const std::string& instanceName) const {
+  const Topology::Lock lock;
+  if (Block* block = FindByName(blocks, instanceName)) return block;
+  return FindByName(links, instanceName);
+}
+
+}  // namespace vorn

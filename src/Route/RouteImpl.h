@@ -1,0 +1,145 @@
+// A route: its graph, its queue of actions, and its thread.
+//
+// ActionQueue.cpp    requests: from the caller through the queue to their handlers
+// GraphEditing.cpp   the handlers that change the graph and talk to its blocks
+// StatusMachine.cpp  start, stop, the check of the graph, and what the thread does next
+// FrameLoop.cpp      the thread: frame cycles
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <vorn/Route.h>
+
+#include "Link/Link.h"
+
+namespace vorn {
+
+class RouteImpl final : public Route {
+ public:
+  enum Status : std::int32_t { STOPPED = 0, RUNNING = 1, BROKEN_RUNNING = 2, EXIT = 3 };
+
+  RouteImpl(const std::string& name, Route::Callbacks* callbacks, const std::string& dumpPath);
+  ~RouteImpl() override;
+
+  Block* NewBlock(const char* soFileName, bool first, bool last, const std::vector<std::string>& args) override;
+  Link* NewLink(unsigned int rate, SampleFormat format, unsigned int channels, long samplesPerFrame, Block* source,
+                std::size_t sourceBlkOutEpIdx, Block* sink, std::size_t sinkBlkInEpIdx) override;
+  int Start() override;
+  int SetParameter(Block* block, unsigned int paramId, const std::vector<std::string>& params) override;
+  int GetParameter(Block* block, unsigned int paramId, std::vector<std::string>& params) override;
+  int Reset(Block* block) override;
+  int Stop() override;
+  int Delete(void* instance) override;
+  int DeleteAll() override;
+  void SetDump(const char* path) override;
+  void ExecuteActions(Action* actions, std::size_t count) override;
+
+  // For the console. Any thread; none of these waits for the route.
+
+  const std::string& Name() const { return name; }
+  Status CurrentStatus() const { return status.load(std::memory_order_relaxed); }
+  unsigned long long OkFrames() const { return okFrames.load(std::memory_order_relaxed); }
+  unsigned long long ErrorFrames() const { return errorFrames.load(std::memory_order_relaxed); }
+
+  /** The block, else the link, of that name; null for none. */
+  void* FindInstance(const std::string& instanceName) const;
+
+  // These expect the topology lock.
+  const std::set<Block*>& Blocks_l() const { return blocks; }
+  const std::set<Link*>& Links_l() const { return links; }
+
+ private:
+  struct ActionPlus {
+    Route::Action* action;          // the caller's, who waits
+    std::condition_variable* done;  // with the last action of a batch, else null
+    bool* finished;                 // goes with done: a waiter that wakes without it sleeps on
+  };
+
+  // Frames of one cycle go from wave to wave through these. They keep their storage from cycle to cycle.
+  struct WorkingSets {
+    std::vector<Block*> current;
+    std::vector<Block*> next;
+    std::vector<Block*> commit;
+  };
+
+  /** What the thread does after Preprocess(). */
+  enum Step : int { RUN_CYCLE = 0, SLEPT = -2, FORCE_STOP = -20, END_THREAD = -30 };
+
+  struct CycleState {
+    bool error = false;
+    bool endOfFile = false;
+  };
+
+  void Exit();
+
+  // The route's thread.
+  static void MainThread(RouteImpl* route);
+  void MainThreadLoop();
+  Step Preprocess();
+  void RunFrameCycle();
+  void RunWave(CycleState& state);
+  bool VisitBlock(Block& block, CycleState& state);
+  void ScheduleSuccessors(const Block& block);
+  void FinishCycle(const CycleState& state);
+  int IntegrityCheck(bool& ok) const;
+  void StoreStatus(Status newStatus) { status.store(newStatus, std::memory_order_relaxed); }
+
+  // The route's thread, with the mutex held; the frame cycle alone calls Stop_l without it.
+  void ProcessActions();
+  void Dispatch_l(Route::Action& action);
+  Block* NewBlock_l(const std::string& soFileName, bool first, bool last, const std::vector<std::string>& args);
+  Link* NewLink_l(unsigned int rate, SampleFormat format, unsigned int channels, long samplesPerFrame, Block* source,
+                  std::size_t sourceBlkOutEpIdx, Block* sink, std::size_t sinkBlkInEpIdx);
+  int Start_l();
+  int Stop_l(Route::StopReason reason);
+  int Exit_l();
+  int SetParam_l(Block* block, unsigned int paramId, const std::vector<std::string>& params);
+  int GetParam_l(Block* block, unsigned int paramId, std::vector<std::string>& params);
+  int Reset_l(Block* block);
+  int Delete_l(void* instance);
+  int DeleteAll_l();
+  void SetDump_l(const char* path);
+  bool NameBlock_l(Block& block, const std::string& baseName);
+  void DestroyLink_l(Link* link);
+
+  // Fixed from construction on.
+  const std::string name;
+  Route::Callbacks* const callbacks;
+
+  // Only the route's thread touches these.
+  std::string dumpPath;
+  std::vector<void*> soHandles;
+  bool everyBlockStarted = false;
+  WorkingSets sets;
+
+  // Changed by the route's thread alone, under the topology lock; read there without it.
+  std::set<Block*> blocks;
+  std::set<Block*> firstBlocks;
+  std::set<Block*> lastBlocks;
+  std::set<Link*> links;
+
+  // Written by the route's thread, read by any.
+  std::atomic<Status> status{STOPPED};
+  std::atomic<unsigned long long> okFrames{0};
+  std::atomic<unsigned long long> errorFrames{0};
+
+  // Set when actions wait or something stopped: the next cycle starts with the queue and a check of the graph. While it
+  // is clear a cycle needs no lock at all.
+  std::atomic<bool> unsettled{true};
+
+  std::mutex mutex;
+  std::condition_variable wakeup;                     // the route's thread sleeps here
+  std::list<std::shared_ptr<ActionPlus>> actionList;  // guarded by mutex
+
+  std::thread thread;  // last: it uses all of the above
+};
+
+}  // namespace vorn

@@ -1,0 +1,100 @@
+#include "Log.h"
+#include "Route/RouteImpl.h"
+
+namespace vorn {
+
+int RouteImpl::Start_l() {
+  everyBlockStarted = true;
+  for (Block* block : blocks) {
+    const int ret = block->BaseStart();
+    if (ret < 0) {
+      LOG_E("%s: Failed to start %s (ret=%d)", name.c_str(), block->Name().c_str(), ret);
+      return ret;
+    }
+    if (ret > 0) everyBlockStarted = false;  // neither started nor failed: it is asked again before the next cycle
+  }
+  if (CurrentStatus() == RUNNING) return 0;
+  okFrames.store(0, std::memory_order_relaxed);
+  errorFrames.store(0, std::memory_order_relaxed);
+  StoreStatus(RUNNING);
+  LOG_I("%s: Started", name.c_str());
+  if (callbacks) callbacks->OnStarted();
+  LOG_I("%s: Status is RUNNING", name.c_str());
+  return 0;
+}
+
+int RouteImpl::Stop_l(StopReason reason) {
+  if (CurrentStatus() == STOPPED) return 0;
+  unsettled.store(true, std::memory_order_relaxed);
+  LOG_I("%s: Stopping", name.c_str());
+  for (Block* block : blocks) {
+    const int ret = block->BaseStop();
+    if (ret < 0) {
+      LOG_E("%s: Failed to stop %s (ret=%d)", name.c_str(), block->Name().c_str(), ret);
+      return ret;
+    }
+  }
+  StoreStatus(STOPPED);
+  LOG_I("%s: Stopped", name.c_str());
+  if (callbacks) callbacks->OnStopped(reason);
+  return 0;
+}
+
+int RouteImpl::IntegrityCheck(bool& ok) const {
+  ok = false;
+  if (firstBlocks.empty()) {
+    LOG_E("%s: No first block(s)", name.c_str());
+    return 0;
+  }
+  for (const Block* block : blocks) {
+    if (block->ActiveInEps().empty() && !block->IsFirst()) {
+      LOG_E("%s: %s (who is non-first-block) has no active input endpoint", name.c_str(), block->Name().c_str());
+      return 0;
+    }
+    if (block->ActiveOutEps().empty() && !block->IsLast()) {
+      LOG_E("%s: %s (who is non-last-block) has no active output endpoint", name.c_str(), block->Name().c_str());
+      return 0;
+    }
+  }
+  ok = true;
+  return 0;
+}
+
+// Carries out what is queued, then decides from the status: run a frame cycle, iterate again after a sleep, force a
+// stop, or end the thread.
+RouteImpl::Step RouteImpl::Preprocess() {
+  // A running graph that nobody touched since its last check needs neither the lock nor another check.
+  if (!unsettled.load(std::memory_order_acquire)) return RUN_CYCLE;
+
+  std::unique_lock<std::mutex> lock(mutex);
+  ProcessActions();
+  const auto sleep = [&] { wakeup.wait(lock, [this] { return !actionList.empty(); }); };
+  switch (CurrentStatus()) {
+    case EXIT: LOG_I("%s: Status is EXIT", name.c_str()); return END_THREAD;
+    case STOPPED:
+      LOG_D("%s: Status is STOPPED", name.c_str());
+      sleep();
+      return SLEPT;
+    case RUNNING:
+    case BROKEN_RUNNING: break;
+    default: LOG_E("%s: Unknown route status %d", name.c_str(), CurrentStatus()); return END_THREAD;
+  }
+
+  bool ok = false;
+  if (IntegrityCheck(ok) < 0) {
+    LOG_E("%s: Unable to do integrity check, force stop...", name.c_str());
+    return FORCE_STOP;
+  }
+  if (ok) {
+    if (Start_l() != 0) return END_THREAD;  // whatever the number: there is no caller who could be told
+    unsettled.store(!everyBlockStarted, std::memory_order_relaxed);
+    return RUN_CYCLE;
+  }
+  Stop_l(StopReason::STOP_ERROR);
+  StoreStatus(BROKEN_RUNNING);
+  LOG_I("%s: Status is BROKEN_RUNNING, wait for new actions...", name.c_str());
+  sleep();
+  return SLEPT;
+}
+
+}  // namespace vorn
