@@ -1,0 +1,149 @@
+// The console's server: one thread, one client at a time, one command a read, one reply that ends in a NUL.
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstring>
+#include <sstream>
+
+#include "Log.h"
+#include "Vorn/VornImpl.h"
+
+namespace vorn {
+namespace {
+
+constexpr int BACKLOG = 1;
+constexpr std::size_t COMMAND_BUFFER_SIZE = 1024;
+
+// An abstract name: it begins with a NUL, and the one at its end is part of it.
+constexpr char SOCKET_NAME[] = "\0vrdbsock";
+
+socklen_t FillAddress(sockaddr_un& address) {
+  address = {};
+  address.sun_family = AF_UNIX;
+  std::memcpy(address.sun_path, SOCKET_NAME, sizeof SOCKET_NAME);
+  return offsetof(sockaddr_un, sun_path) + sizeof SOCKET_NAME;
+}
+
+/** The console does what it is told, so it listens to its own user and to root alone. */
+bool MayCommand(int socket, uid_t& uid) {
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  const bool known = getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0;
+  uid = known ? peer.uid : static_cast<uid_t>(-1);
+  return known && (uid == 0 || uid == geteuid());
+}
+
+}  // namespace
+
+void VornImpl::DebugThreadLoop() {
+  const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  KeepSocket(listenSocket, listener);
+  if (listener < 0) {
+    LOG_E("Unable to create a socket %d", listener);
+    return;
+  }
+  sockaddr_un address;
+  const socklen_t addressLength = FillAddress(address);
+  const int bound = bind(listener, reinterpret_cast<sockaddr*>(&address), addressLength);
+  if (bound < 0) {
+    LOG_E("Failed to bind, can't listen to vrdb %d", bound);
+    return;
+  }
+  if (listen(listener, BACKLOG) == -1) {
+    LOG_E("Listen to socket failed");
+    return;
+  }
+
+  while (!exiting) {
+    LOG_D("Waiting for vrdb ...");
+    sockaddr_un peerAddress;
+    socklen_t peerAddressLength = sizeof peerAddress;
+    const int client = accept4(listener, reinterpret_cast<sockaddr*>(&peerAddress), &peerAddressLength, SOCK_CLOEXEC);
+    KeepSocket(clientSocket, client);
+    if (client < 0) break;
+    LOG_D("Accepted vrdb %d", client);
+
+    uid_t uid = 0;
+    const bool mayCommand = MayCommand(client, uid);
+    if (!mayCommand) LOG_W("Turned away vrdb of user %u, this console serves user %u and root", uid, geteuid());
+    // Nobody would shut down a client that was accepted after the framework began to end: it is not read from at all.
+    for (const bool serve = mayCommand && !exiting; serve;) {
+      LOG_D("Reading from vrdb ...");
+      char text[COMMAND_BUFFER_SIZE] = {};
+      const int got = static_cast<int>(read(client, text, sizeof text - 1));
+      if (got < 0) {
+        LOG_E("Read from vrdb failed %d", got);
+        break;
+      }
+      if (got == 0) {
+        LOG_D("Read from vrdb finished");
+        break;
+      }
+      LOG_D("Received command '%s'", text);
+      std::stringstream args{std::string(text)};
+      std::string word;
+      if (!(args >> word)) {
+        LOG_D("Unable to read string");
+        continue;
+      }
+      std::string reply = "Unknown command '" + word + "'\n";
+      if (!RunCommand(word, args, reply)) LOG_D("Unknown command '%s'", text);
+      const int put = static_cast<int>(send(client, reply.c_str(), reply.size() + 1, MSG_NOSIGNAL));
+      if (put <= 0) {
+        LOG_D("Write to vrdb failed %d", put);
+        break;
+      }
+    }
+    CloseSocket(clientSocket);
+  }
+
+  CloseSocket(listenSocket);
+  CloseSocket(clientSocket);
+  LOG_D("Exit");
+}
+
+bool VornImpl::RunCommand(const std::string& word, std::stringstream& args, std::string& reply) {
+  static constexpr struct {
+    const char* word;
+    int (VornImpl::*handler)(std::stringstream& args, std::string& reply);
+  } COMMANDS[] = {
+      {"status", &VornImpl::OnCommand_status},     {"newroute", &VornImpl::OnCommand_newroute},
+      {"newblock", &VornImpl::OnCommand_newblock}, {"newlink", &VornImpl::OnCommand_newlink},
+      {"start", &VornImpl::OnCommand_start},       {"stop", &VornImpl::OnCommand_stop},
+      {"setparam", &VornImpl::OnCommand_setparam}, {"getparam", &VornImpl::OnCommand_getparam},
+      {"delete", &VornImpl::OnCommand_delete},     {"loglevel", &VornImpl::OnCommand_loglevel},
+      {"setdump", &VornImpl::OnCommand_setdump},
+  };
+  for (const auto& command : COMMANDS) {
+    if (word != command.word) continue;
+    (this->*command.handler)(args, reply);
+    ReleasedRoutes();
+    return true;
+  }
+  return false;
+}
+
+void VornImpl::ShutDownConsole() {
+  {
+    const std::lock_guard<std::mutex> lock(socketMutex);
+    exiting = true;
+    shutdown(clientSocket, SHUT_RDWR);
+    shutdown(listenSocket, SHUT_RDWR);
+  }
+  if (debugThread.joinable()) debugThread.join();
+}
+
+void VornImpl::KeepSocket(int& slot, int socket) {
+  const std::lock_guard<std::mutex> lock(socketMutex);
+  slot = socket;
+}
+
+void VornImpl::CloseSocket(int& slot) {
+  const std::lock_guard<std::mutex> lock(socketMutex);
+  close(slot);
+  slot = -1;
+}
+
+}  // namespace vorn

@@ -1,0 +1,168 @@
+#include "Vorn/VornImpl.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "Config/Profile.h"
+#include "Log.h"
+#include "Thread.h"
+
+namespace vorn {
+namespace {
+
+constexpr unsigned LOG_TO_STDOUT = 0x1;
+constexpr unsigned LOG_TO_STDERR = 0x2;
+constexpr unsigned LOG_SHORT_LINES = 0x4000;
+constexpr int LEVEL_OF_SHORT_LINES = 4;
+
+bool IsRouteName(const char* name) {
+  return std::strlen(name) == 6 && std::strncmp(name, "Route", 5) == 0 && name[5] >= 'A' && name[5] <= 'Z';
+}
+
+void SwitchLogOption(const char* value, unsigned bit) {
+  if (std::strcmp(value, "true") == 0) _tlogging_enable_options(bit);
+  if (std::strcmp(value, "false") == 0) _tlogging_disable_options(bit);
+}
+
+/** Takes the object's owner out of the registry; null for a stranger. */
+template <class Registered, class Interface>
+std::shared_ptr<Registered> Unregister(std::list<std::shared_ptr<Registered>>& registry, const Interface* object) {
+  const auto entry =
+      std::find_if(registry.begin(), registry.end(), [&](const auto& owner) { return owner.get() == object; });
+  if (entry == registry.end()) return nullptr;
+  const std::shared_ptr<Registered> owner = *entry;
+  registry.erase(entry);
+  return owner;
+}
+
+}  // namespace
+
+Vorn::~Vorn() = default;
+
+Vorn* Vorn::Instance() {
+  static VornImpl s_vorn;
+  return &s_vorn;
+}
+
+VornImpl::VornImpl(const char* configPath) {
+  Configure(configPath);
+  debugThread = StartThread("vrdb", [this] { MainThread(this); });
+}
+
+VornImpl::~VornImpl() {
+  ShutDownConsole();
+  // A block may sleep in a FIFO until its route is gone.
+  routes.clear();
+  fifos.clear();
+}
+
+void VornImpl::MainThread(VornImpl* vorn) { vorn->DebugThreadLoop(); }
+
+void VornImpl::Configure(const char* configPath) {
+  _tlogging_enable_options(LOG_TO_STDERR | LOG_SHORT_LINES);
+  _tlogging_set_level(4);
+
+  char value[256] = {};  // one for all keys: a key without a value takes that of the key before
+  const auto read = [&](const char* key) { return GetProfileString(configPath, "config", key, value) == 0; };
+  if (read("logtostdout")) SwitchLogOption(value, LOG_TO_STDOUT);
+  if (read("logtostderr")) SwitchLogOption(value, LOG_TO_STDERR);
+  if (read("loglevel") && value[0] >= '0' && value[0] <= '6') {
+    const int level = value[0] - '0';
+    _tlogging_set_level(level);
+    if (level > LEVEL_OF_SHORT_LINES) _tlogging_disable_options(LOG_SHORT_LINES);
+  }
+  if (read("dumppath")) {
+    dumpPath = value;
+    if (!dumpPath.empty() && dumpPath.back() != '/') dumpPath += '/';
+    _tlogging_set_file((dumpPath + "vorn.log").c_str());
+  }
+}
+
+std::shared_ptr<RouteImpl> VornImpl::FindRoute(const std::string& name) const {
+  const std::lock_guard<std::mutex> lock(registryMutex);
+  for (const auto& route : routes) {
+    if (route->Name() == name) return route;
+  }
+  return nullptr;
+}
+
+bool VornImpl::HasRoute(const std::string& name) const {
+  const std::lock_guard<std::mutex> lock(registryMutex);
+  return std::any_of(routes.begin(), routes.end(), [&](const auto& route) { return route->Name() == name; });
+}
+
+std::vector<std::string> VornImpl::RouteNames() const {
+  const std::lock_guard<std::mutex> lock(registryMutex);
+  std::vector<std::string> names;
+  for (const auto& route : routes) names.push_back(route->Name());
+  return names;
+}
+
+Route* VornImpl::NewRoute(const char* name, Route::Callbacks* callbacks) {
+  if (!name) {
+    LOG_E("Route name is nullptr");
+    return nullptr;
+  }
+  if (!IsRouteName(name)) {
+    LOG_E("Wrong route name '%s', rename it to 'Route#' where '#' stands for [A-Z]", name);
+    return nullptr;
+  }
+  if (HasRoute(name)) {
+    LOG_E("Name '%s' existed, need to rename", name);
+    return nullptr;
+  }
+  auto owner = std::make_shared<RouteImpl>(name, callbacks, dumpPath);
+  Route* route = owner.get();
+  {
+    const std::lock_guard<std::mutex> lock(registryMutex);
+    routes.push_front(std::move(owner));
+  }
+  LOG_I("Created %s", name);
+  return route;
+}
+
+void VornImpl::DeleteRoute(Route* route) { DropRoute(route, 0); }
+
+void VornImpl::DropRoute(Route* route, long sharesOfCaller) {
+  if (!route) return;
+  std::shared_ptr<RouteImpl> owner;
+  {
+    std::unique_lock<std::mutex> lock(registryMutex);
+    owner = Unregister(routes, route);
+    // A console command that is busy with the route finishes first, so that the route ends here and not behind the
+    // caller's back, who may free its callbacks next.
+    routeReleased.wait(lock, [&] { return owner.use_count() <= 1 + sharesOfCaller; });
+  }
+  if (!owner) LOG_W("Can't find route %p", static_cast<void*>(route));
+}
+
+void VornImpl::ReleasedRoutes() {
+  const std::lock_guard<std::mutex> lock(registryMutex);
+  routeReleased.notify_all();
+}
+
+FIFO* VornImpl::NewFIFO(unsigned int rate, unsigned long sampleSize, long capacity, long prefill) {
+  const auto fifo = std::make_shared<RingBuffer>(rate, sampleSize, capacity, prefill);
+  const std::lock_guard<std::mutex> lock(registryMutex);
+  for (std::uint32_t i = 0; i < 4294967295; ++i) {
+    const std::string candidate = "fifo_" + std::to_string(i);
+    if (std::any_of(fifos.begin(), fifos.end(), [&](const auto& other) { return other->name == candidate; })) continue;
+    fifo->name = candidate;
+    fifos.push_front(fifo);
+    return fifo.get();
+  }
+  LOG_E("Unable to give a name to this fifo");
+  return nullptr;
+}
+
+void VornImpl::DeleteFIFO(FIFO* fifo) {
+  if (!fifo) return;
+  std::shared_ptr<RingBuffer> owner;
+  {
+    const std::lock_guard<std::mutex> lock(registryMutex);
+    owner = Unregister(fifos, fifo);
+  }
+  if (!owner) LOG_W("Can't find FIFO %p", static_cast<void*>(fifo));
+}
+
+}  // namespace vorn
