@@ -302,6 +302,8 @@ class VORN_API Block {
   /**@}*/
 
  private:
+  friend class RouteImpl;
+
   void DumpFrame(const OutputEndpoint& ep);
   std::FILE* OpenDump(const OutputEndpoint& ep) const;
 
@@ -316,6 +318,10 @@ class VORN_API Block {
   const std::string* dumpPath = nullptr;
   std::array<std::FILE*, Endpoint::COUNT> dumpFiles{};
   bool started = false;
+
+  // The active endpoints once more, in the same order: what the frame path walks.
+  std::vector<InputEndpoint*> linkedInEps;
+  std::vector<OutputEndpoint*> linkedOutEps;
 };
 
 }  // namespace vorn

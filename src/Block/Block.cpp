@@ -57,35 +57,44 @@ void Block::SetName(const std::string& newRouteName, const std::string& newName,
 
 namespace {
 
-// The maps of active endpoints: changed under the topology lock, read without it by the route's own thread.
+// The active endpoints: changed under the topology lock, read without it by the route's own thread.
 
-template <class Ep, class Eps>
-bool Activate(std::map<std::size_t, Ep*>& active, Eps& eps, unsigned long index) {
-  const Topology::Lock lock;
-  return active.emplace(index, &eps[index]).second;
+template <class Ep>
+void Flatten(const std::map<std::size_t, Ep*>& active, std::vector<Ep*>& linked) {
+  linked.clear();
+  for (const auto& [index, ep] : active) linked.push_back(ep);
 }
 
 template <class Ep>
-void Deactivate(std::map<std::size_t, Ep*>& active, unsigned long index) {
+bool Activate(std::map<std::size_t, Ep*>& active, std::vector<Ep*>& linked, Ep& ep, unsigned long index) {
+  const Topology::Lock lock;
+  const bool added = active.emplace(index, &ep).second;
+  Flatten(active, linked);
+  return added;
+}
+
+template <class Ep>
+void Deactivate(std::map<std::size_t, Ep*>& active, std::vector<Ep*>& linked, unsigned long index) {
   const Topology::Lock lock;
   active.erase(index);
+  Flatten(active, linked);
 }
 
 template <class Ep>
-void MarkEmpty(const std::map<std::size_t, Ep*>& active) {
-  for (const auto& [index, ep] : active) ep->FB()->samples = 0;
+void MarkEmpty(const std::vector<Ep*>& linked) {
+  for (Ep* ep : linked) ep->FB()->samples = 0;
 }
 
 }  // namespace
 
 int Block::BaseOnInEpLinked(unsigned long index) {
-  if (!Activate(activeInEps, inEps, index)) {
+  if (!Activate(activeInEps, linkedInEps, inEps[index], index)) {
     LOG_E("%s: %s: Input endpoint %zu existed", routeName.c_str(), name.c_str(), index);
     return -20;
   }
   const int ret = OnInEpLinked(index);
   if (ret < 0) {
-    Deactivate(activeInEps, index);
+    Deactivate(activeInEps, linkedInEps, index);
     return ret;
   }
   LOG_D("%s: %s: Input endpoint %zu linked", routeName.c_str(), name.c_str(), index);
@@ -93,13 +102,13 @@ int Block::BaseOnInEpLinked(unsigned long index) {
 }
 
 int Block::BaseOnOutEpLinked(unsigned long index) {
-  if (!Activate(activeOutEps, outEps, index)) {
+  if (!Activate(activeOutEps, linkedOutEps, outEps[index], index)) {
     LOG_E("%s: %s: Output endpoint %zu existed", routeName.c_str(), name.c_str(), index);
     return -20;
   }
   const int ret = OnOutEpLinked(index);
   if (ret < 0) {
-    Deactivate(activeOutEps, index);
+    Deactivate(activeOutEps, linkedOutEps, index);
     return ret;
   }
   LOG_D("%s: %s: Output endpoint %zu linked", routeName.c_str(), name.c_str(), index);
@@ -107,13 +116,13 @@ int Block::BaseOnOutEpLinked(unsigned long index) {
 }
 
 void Block::BaseOnInEpUnlinked(unsigned long index) {
-  Deactivate(activeInEps, index);
+  Deactivate(activeInEps, linkedInEps, index);
   LOG_D("%s: %s: Input endpoint %zu unlinked", routeName.c_str(), name.c_str(), index);
   OnInEpUnlinked(index);
 }
 
 void Block::BaseOnOutEpUnlinked(unsigned long index) {
-  Deactivate(activeOutEps, index);
+  Deactivate(activeOutEps, linkedOutEps, index);
   LOG_D("%s: %s: Output endpoint %zu unlinked", routeName.c_str(), name.c_str(), index);
   OnOutEpUnlinked(index);
 }
@@ -135,24 +144,24 @@ int Block::BaseStop() {
 void Block::BaseReset() {
   LOG_D("%s: %s: Reset", routeName.c_str(), name.c_str());
   Reset();
-  MarkEmpty(activeInEps);
-  MarkEmpty(activeOutEps);
+  MarkEmpty(linkedInEps);
+  MarkEmpty(linkedOutEps);
 }
 
 bool Block::ActiveInEpsDataIsReady() const {
-  for (const auto& [index, ep] : activeInEps) {
+  for (const InputEndpoint* ep : linkedInEps) {
     if (ep->FB()->samples == 0) return false;
   }
   return true;
 }
 
 bool Block::ActiveOutEpsDataIsEmpty() const {
-  for (const auto& [index, ep] : activeOutEps) {
+  for (const OutputEndpoint* ep : linkedOutEps) {
     if (ep->FB()->samples == 0) return true;
   }
   return false;
 }
 
-void Block::ClearActiveInEpsData() { MarkEmpty(activeInEps); }
+void Block::ClearActiveInEpsData() { MarkEmpty(linkedInEps); }
 
 }  // namespace vorn

@@ -9,8 +9,8 @@
 namespace vorn {
 
 int Block::CommitFrame() {
-  for (const auto& [index, ep] : activeInEps) ep->link->CommitBack();
-  for (const auto& [index, ep] : activeOutEps) {
+  for (InputEndpoint* ep : linkedInEps) ep->link->CommitBack();
+  for (OutputEndpoint* ep : linkedOutEps) {
     ep->link->CommitForth();
     if (!dumpPath->empty()) DumpFrame(*ep);
   }

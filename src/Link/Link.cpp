@@ -71,18 +71,18 @@ void Link::Reallocate(long newSamplesPerFrame) {
     frame->data = buffer.data();
     frame->samplesPerFrame = samplesPerFrame;
   }
-  agreed.samplesPerFrame.store(samplesPerFrame, std::memory_order_relaxed);
+  sent.samplesPerFrame.store(samplesPerFrame, std::memory_order_relaxed);
 }
 
 Endpoint* Link::PeerOf(const Endpoint* ep) const { return ep == sourceEp ? static_cast<Endpoint*>(sinkEp) : sourceEp; }
 
-FrameBuffer Link::Agreed() const {
+FrameBuffer Link::Sent() const {
   FrameBuffer frame;
-  frame.format = agreed.format.load(std::memory_order_relaxed);
-  frame.channels = agreed.channels.load(std::memory_order_relaxed);
-  frame.rate = agreed.rate.load(std::memory_order_relaxed);
-  frame.samplesPerFrame = agreed.samplesPerFrame.load(std::memory_order_relaxed);
-  frame.timestamp = agreed.timestamp.load(std::memory_order_relaxed);
+  frame.format = sent.format.load(std::memory_order_relaxed);
+  frame.channels = sent.channels.load(std::memory_order_relaxed);
+  frame.rate = sent.rate.load(std::memory_order_relaxed);
+  frame.samplesPerFrame = sent.samplesPerFrame.load(std::memory_order_relaxed);
+  frame.timestamp = sent.timestamp.load(std::memory_order_relaxed);
   return frame;
 }
 

@@ -28,8 +28,11 @@ class Link {
   void Reallocate(long samplesPerFrame);
 
   /** Carries the description of the frame to the other end: the one that the reader left, the one that the writer made. */
-  void CommitBack() { Commit(sinkEp->fb, sourceEp->fb); }
-  void CommitForth() { Commit(sourceEp->fb, sinkEp->fb); }
+  void CommitBack() { sourceEp->fb = sinkEp->fb; }
+  void CommitForth() {
+    sinkEp->fb = sourceEp->fb;
+    sent.Set(sourceEp->fb);
+  }
 
   Endpoint* PeerOf(const Endpoint* ep) const;
 
@@ -39,8 +42,8 @@ class Link {
   const OutputEndpoint* SourceEp() const { return sourceEp; }
   const InputEndpoint* SinkEp() const { return sinkEp; }
 
-  /** The frame buffer that the two ends agreed on last, less the data. Any thread that holds the topology lock. */
-  FrameBuffer Agreed() const;
+  /** The frame buffer as it was sent last, less its data and samples. Any thread that holds the topology lock. */
+  FrameBuffer Sent() const;
 
  private:
   std::size_t FrameBytes(long samples) const;
@@ -49,11 +52,6 @@ class Link {
   void RollBack();
   template <class Ep>
   void Detach(Ep*& end, void (Block::*unlinked)(unsigned long));
-
-  void Commit(const FrameBuffer& from, FrameBuffer& to) {
-    to = from;
-    agreed.Set(from);
-  }
 
   // Written by the route's thread with every commit, read by the console whenever it likes.
   struct Shared {
@@ -80,7 +78,7 @@ class Link {
   OutputEndpoint* sourceEp = nullptr;
   std::vector<std::uint8_t> buffer;
   InputEndpoint* sinkEp = nullptr;
-  Shared agreed;
+  Shared sent;
 };
 
 }  // namespace vorn

@@ -101,7 +101,7 @@ bool RouteImpl::VisitBlock(Block& block, CycleState& state) {
 }
 
 void RouteImpl::ScheduleSuccessors(const Block& block) {
-  for (const auto& [index, ep] : block.ActiveOutEps()) {
+  for (const OutputEndpoint* ep : block.linkedOutEps) {
     const Link* link = ep->AttachedLink();
     if (link && link->SinkEp()) sets.next.push_back(link->SinkEp()->Owner());
   }

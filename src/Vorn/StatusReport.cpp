@@ -45,7 +45,7 @@ std::string RouteLine(const RouteImpl& route) {
 
 const char* LinkName(const Link* link) { return link ? link->Name().c_str() : ""; }
 
-FrameBuffer FrameOf(const Endpoint& ep) { return ep.AttachedLink() ? ep.AttachedLink()->Agreed() : FrameBuffer(); }
+FrameBuffer FrameOf(const Endpoint& ep) { return ep.AttachedLink() ? ep.AttachedLink()->Sent() : FrameBuffer(); }
 
 std::string StampTail(long long stamp) {
   return stamp < 0 ? "\n" : Line(" %13lld.%06lld\n", stamp / 1000000, stamp % 1000000);
@@ -100,7 +100,7 @@ std::string Node(const Block& block, const char* suffix) {
 std::string Edge(const Link& link) {
   const OutputEndpoint& source = *link.SourceEp();
   const InputEndpoint& sink = *link.SinkEp();
-  const FrameBuffer frame = link.Agreed();
+  const FrameBuffer frame = link.Sent();
   return Node(*source.Owner(), source.Owner()->IsFirst() ? "\\n(first)" : "") +
          Node(*sink.Owner(), sink.Owner()->IsLast() ? "\\n(last)" : "") +  //
          "\t\t" + NodeId(*source.Owner()) + "->" + NodeId(*sink.Owner()) + " [label=\"" + link.Name() + "\\n" +
