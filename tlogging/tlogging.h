@@ -3,9 +3,15 @@
  *
  *     _tlogging_print('I', __FILE__, __LINE__, __func__, "%s: Started", name);
  *
- * Threads: every function may be called from any thread at any time. Lines of several threads never mix.
+ * prints, with the thread's id and name:
+ *
+ *     2025-03-14 15:09:26.535897 4711 RouteA I RouteA: Started (src/main.c:12 main)
+ *
+ * Threads: every function may be called from any thread at any time, but not from a signal handler. Lines of several
+ * threads never mix.
  * Real time: a line that the level drops costs one load and one comparison. A line that is printed formats into the
- * stack (a long one allocates) and makes one write() for each place it goes to.
+ * stack (a long one allocates) and makes one write() for each place it goes to, where it waits for its turn.
+ * Printing leaves errno alone. A line that a place does not take (a full disk, a closed pipe) is lost there.
  */
 #ifndef TLOGGING_H
 #define TLOGGING_H
@@ -18,7 +24,7 @@ extern "C" {
 #define TLOGGING_API __attribute__((visibility("default")))
 #endif
 
-/** Option bits. */
+/** Option bits. A level is coloured on an output that is a terminal, unless NO_COLOR is set when the output is switched on. */
 enum {
   TLOGGING_STDOUT = 0x1,
   TLOGGING_STDERR = 0x2,
@@ -26,11 +32,13 @@ enum {
 };
 
 /**
- * Prints one line: time, thread, level, text, and where it came from unless TLOGGING_NO_POSITION is set.
+ * Prints one line: time, thread, level, text, and where it came from unless TLOGGING_NO_POSITION is set. Newlines at the
+ * end of the text are not needed, and dropped. A line is never cut; only one that finds no memory ends in "...".
  *
  * @param level 'F' fatal (1), 'E' error (2), 'W' warning (3), 'I' information (4), 'D' debugging (5), 'V' verbose (6).
  *        A line is dropped when its number is above the level set. A letter that is none of these counts as 'V'.
- * @return the length of the text, 0 when the line was dropped, negative when it could not be formatted.
+ * @return the length of the text, 0 when the line was dropped or no output is on, negative when it could not be
+ *         formatted; then the line shows the bare format.
  */
 TLOGGING_API int _tlogging_print(char level, const char* file, int line, const char* func, const char* format, ...)
     __attribute__((format(printf, 5, 6)));
