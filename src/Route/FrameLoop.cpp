@@ -36,6 +36,11 @@ void RouteImpl::MainThreadLoop() {
   }
 }
 
+// Room for the fullest wave: a set holds each block once, and one more time for each link that leads to it.
+void RouteImpl::ReserveWorkingSets() {
+  for (auto* set : {&sets.current, &sets.next, &sets.commit}) set->reserve(blocks.size() + links.size());
+}
+
 void RouteImpl::RunFrameCycle() {
   CycleState state;
   sets.current.assign(firstBlocks.begin(), firstBlocks.end());

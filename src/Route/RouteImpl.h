@@ -84,6 +84,7 @@ class RouteImpl final : public Route {
   static void MainThread(RouteImpl* route);
   void MainThreadLoop();
   Step Preprocess();
+  void ReserveWorkingSets();
   void RunFrameCycle();
   void RunWave(CycleState& state);
   bool VisitBlock(Block& block, CycleState& state);
