@@ -32,7 +32,7 @@ endif()
 add_compile_options(-fno-semantic-interposition)
 
 # Log lines name their source from the root of this tree, whatever machine built it.
-add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wformat=2
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor> -Wformat=2
                     -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=)
 
 if(VORN_SANITIZE)

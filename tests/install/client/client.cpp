@@ -18,7 +18,7 @@ static int Fail(const char* what) {
 }
 
 int main(int, char** argv) {
-  Callbacks callbacks;
+  static Callbacks callbacks;  // outlives the framework, so that an early return is safe
   auto stopped = callbacks.stopped.get_future();
   Route* route = vorn::Vorn::Instance()->NewRoute("RouteA", &callbacks);
   vorn::Block* source = route->NewBlock(argv[1], true, false, {});
