@@ -204,9 +204,7 @@ int _tlogging_print(char level, const char* file, int line, const char* func, co
   return length;
 }
 
-int _tlogging_set_level(int level) {
-  return maxLevel.exchange(level, std::memory_order_relaxed);
-}
+int _tlogging_set_level(int level) { return maxLevel.exchange(level, std::memory_order_relaxed); }
 
 int _tlogging_set_file(const char* path) {
   const int opened = path ? open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0644) : -1;

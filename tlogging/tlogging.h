@@ -24,7 +24,10 @@ extern "C" {
 #define TLOGGING_API __attribute__((visibility("default")))
 #endif
 
-/** Option bits. A level is coloured on an output that is a terminal, unless NO_COLOR is set when the output is switched on. */
+/**
+ * Option bits. On an output that is a terminal the level has a colour, unless NO_COLOR is set in the environment when
+ * the output is switched on.
+ */
 enum {
   TLOGGING_STDOUT = 0x1,
   TLOGGING_STDERR = 0x2,
@@ -32,13 +35,13 @@ enum {
 };
 
 /**
- * Prints one line: time, thread, level, text, and where it came from unless TLOGGING_NO_POSITION is set. Newlines at the
- * end of the text are not needed, and dropped. A line is never cut; only one that finds no memory ends in "...".
+ * Prints one line: time, thread, level, text, and where it came from unless TLOGGING_NO_POSITION is set. Newlines at
+ * the end of the text are not needed, and dropped. A line is never cut; only one that finds no memory ends in "...".
  *
  * @param level 'F' fatal (1), 'E' error (2), 'W' warning (3), 'I' information (4), 'D' debugging (5), 'V' verbose (6).
  *        A line is dropped when its number is above the level set. A letter that is none of these counts as 'V'.
- * @return the length of the text, 0 when the line was dropped or no output is on, negative when it could not be
- *         formatted; then the line shows the bare format.
+ * @return the length of the text, 0 when the line was dropped or no output is on, negative when the text could not be
+ *         formatted (the line shows the bare format then) or found no memory.
  */
 TLOGGING_API int _tlogging_print(char level, const char* file, int line, const char* func, const char* format, ...)
     __attribute__((format(printf, 5, 6)));
