@@ -27,7 +27,7 @@ Block* BlockAt(Block** slot) { return slot ? *slot : nullptr; }
 
 }  // namespace
 
-Route::~Route() {}
+Route::~Route() = default;
 Route::Callbacks::~Callbacks() = default;
 void Route::Callbacks::OnStarted() {}
 void Route::Callbacks::OnStopped(StopReason) {}

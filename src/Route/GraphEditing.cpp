@@ -96,7 +96,7 @@ bool RouteImpl::NameBlock_l(Block& block, const std::string& baseName) {
 
 Link* RouteImpl::NewLink_l(unsigned int rate, SampleFormat format, unsigned int channels, long samplesPerFrame,
                            Block* source, std::size_t sourceBlkOutEpIdx, Block* sink, std::size_t sinkBlkInEpIdx) {
-  if (!blocks.count(source)) {
+  if (!blocks.contains(source)) {
     const StrangerName stranger(source);
     if (stranger.address) {
       LOG_E("%s: source %p doesn't exist", name.c_str(), stranger.address);
@@ -105,7 +105,7 @@ Link* RouteImpl::NewLink_l(unsigned int rate, SampleFormat format, unsigned int 
     }
     return nullptr;
   }
-  if (!blocks.count(sink)) {
+  if (!blocks.contains(sink)) {
     const StrangerName stranger(sink);
     if (stranger.address) {
       LOG_E("%s: sink %p doesn't exist", name.c_str(), stranger.address);
@@ -152,12 +152,12 @@ void RouteImpl::DestroyLink_l(Link* link) {
 }
 
 int RouteImpl::Delete_l(void* instance) {
-  if (auto* link = static_cast<Link*>(instance); links.count(link)) {
+  if (auto* link = static_cast<Link*>(instance); links.contains(link)) {
     DestroyLink_l(link);
     return 0;
   }
   auto* block = static_cast<Block*>(instance);
-  if (!blocks.count(block)) {
+  if (!blocks.contains(block)) {
     LOG_E("%s: No instance %p", name.c_str(), instance);
     return REFUSED;
   }
@@ -193,7 +193,7 @@ int RouteImpl::DeleteAll_l() {
 }
 
 int RouteImpl::SetParam_l(Block* block, unsigned int paramId, const std::vector<std::string>& params) {
-  if (!blocks.count(block)) {
+  if (!blocks.contains(block)) {
     if (block) {
       LOG_E("%s: Block %p doesn't exist", name.c_str(), static_cast<void*>(block));
     } else {
@@ -206,7 +206,7 @@ int RouteImpl::SetParam_l(Block* block, unsigned int paramId, const std::vector<
 }
 
 int RouteImpl::GetParam_l(Block* block, unsigned int paramId, std::vector<std::string>& params) {
-  if (!blocks.count(block)) {
+  if (!blocks.contains(block)) {
     LOG_E("%s: Block %s doesn't exist", name.c_str(), StrangerName(block).text.c_str());
     return REFUSED;
   }
@@ -215,7 +215,7 @@ int RouteImpl::GetParam_l(Block* block, unsigned int paramId, std::vector<std::s
 }
 
 int RouteImpl::Reset_l(Block* block) {
-  if (!blocks.count(block)) {
+  if (!blocks.contains(block)) {
     LOG_E("%s: Block %s doesn't exist", name.c_str(), StrangerName(block).text.c_str());
     return REFUSED;
   }

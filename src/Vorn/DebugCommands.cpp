@@ -53,7 +53,7 @@ Block* FindBlock(const RouteImpl& route, const std::string& name) {
 template <class Instance>
 std::string NameOf(const std::set<Instance*>& instances, Instance* instance) {
   const Topology::Lock lock;
-  return instances.count(instance) ? instance->Name() : std::string();
+  return instances.contains(instance) ? instance->Name() : std::string();
 }
 
 }  // namespace

@@ -30,7 +30,7 @@ std::shared_ptr<Registered> Unregister(std::list<std::shared_ptr<Registered>>& r
   const auto entry =
       std::find_if(registry.begin(), registry.end(), [&](const auto& owner) { return owner.get() == object; });
   if (entry == registry.end()) return nullptr;
-  const std::shared_ptr<Registered> owner = *entry;
+  std::shared_ptr<Registered> owner = *entry;
   registry.erase(entry);
   return owner;
 }
