@@ -4,6 +4,7 @@
 set(VORN_TEST_TIMEOUT 120)
 if(VORN_SANITIZE)
   set(VORN_TEST_TIMEOUT 600)
+  list(APPEND VORN_TEST_ENVIRONMENT "UBSAN_OPTIONS=print_stacktrace=1")
 endif()
 
 # vorn_add_command_test(NAME COMMAND argument... [TIMEOUT seconds] [ENVIRONMENT NAME=value...]): runs a command as a test.
