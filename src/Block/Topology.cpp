@@ -21,7 +21,7 @@ Topology::Lock::Lock() : guard(mutex) {}
 
 void Topology::Enter_l(const Block* block) { Blocks().insert(block); }
 void Topology::Leave_l(const Block* block) { Blocks().erase(block); }
-bool Topology::Exists_l(const Block* block) { return Blocks().count(block) != 0; }
+bool Topology::Exists_l(const Block* block) { return Blocks().contains(block); }
 
 StrangerName::StrangerName(const Block* block) {
   const Topology::Lock lock;
