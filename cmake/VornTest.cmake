@@ -33,8 +33,8 @@ function(vorn_add_test name)
   vorn_add_command_test(${name} COMMAND ${name} TIMEOUT ${ARG_TIMEOUT} ENVIRONMENT ${ARG_ENVIRONMENT})
 endfunction()
 
-# vorn_add_fuzz_target(NAME SOURCE... [LIBS library...] [CORPUS folder] [DICTIONARY file]): a libFuzzer program, part of the target
-# `fuzz`, and a test that runs it for VORN_FUZZ_SECONDS from the inputs in CORPUS.
+# vorn_add_fuzz_target(NAME SOURCE... [LIBS library...] [CORPUS folder] [DICTIONARY file]): a libFuzzer program, part of the
+# target `fuzz`, and a test that runs it for VORN_FUZZ_SECONDS from the inputs in CORPUS.
 set(VORN_FUZZ_SECONDS 20 CACHE STRING "How long the test of each fuzz target runs")
 add_custom_target(fuzz)
 function(vorn_add_fuzz_target name)
@@ -57,6 +57,7 @@ function(vorn_add_fuzz_target name)
     list(APPEND inputs -dict=${ARG_DICTIONARY})
   endif()
   math(EXPR timeout "${VORN_FUZZ_SECONDS} + 60")
+  # libFuzzer's own exit status for a crash is the one that counts as skipped here.
   vorn_add_command_test(${name} TIMEOUT ${timeout} COMMAND ${name} -max_total_time=${VORN_FUZZ_SECONDS} -timeout=10
-                        -artifact_prefix=${PROJECT_BINARY_DIR}/fuzz/ ${inputs})
+                        -error_exitcode=1 -artifact_prefix=${PROJECT_BINARY_DIR}/fuzz/ ${inputs})
 endfunction()
