@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
+#include <numeric>
 #include <stdexcept>
 
 #include "Log.h"
@@ -22,6 +22,16 @@ long CheckedSlots(unsigned int rate, unsigned long sampleSize, long capacity) {
   return slots;
 }
 
+std::vector<std::int64_t> StampOffsets(unsigned int rate, long slots) {
+  if (rate == 0) return {};
+  constexpr long ENOUGH = 512;  // so that a frame is stamped in a few long loops
+  const long period = rate / std::gcd(rate, 1000000U);
+  const long count = std::min((ENOUGH + period - 1) / period * period, slots);
+  std::vector<std::int64_t> offsets(static_cast<std::size_t>(count) + 1);
+  for (long k = 0; k <= count; ++k) offsets[static_cast<std::size_t>(k)] = k * 1000000 / rate;
+  return offsets;
+}
+
 }  // namespace
 
 DataProducer::~DataProducer() = default;
@@ -33,6 +43,7 @@ RingBuffer::RingBuffer(unsigned int newRate, unsigned long newSampleSize, long c
       sampleSize(newSampleSize),
       slots(CheckedSlots(newRate, newSampleSize, capacity)),
       prefill(std::max(newPrefill, 0L)),
+      stampOffsets(StampOffsets(newRate, slots)),
       data(static_cast<std::size_t>(slots) * sampleSize),
       stamps(rate ? static_cast<std::size_t>(slots) : 0) {
   Reset();
@@ -141,18 +152,15 @@ const unsigned char* RingBuffer::Put_l(const unsigned char* src, long count, lon
   return src;
 }
 
-// Sample k of the piece gets stamp + floor(k * 1000000 / rate). Counting the remainder up spares a division a sample.
+// Sample k of the piece gets stamp + floor(k * 1000000 / rate).
 void RingBuffer::Stamp_l(long count, long& stamp) {
-  const std::int64_t whole = 1000000 / rate;
-  const std::int64_t rest = 1000000 % rate;
-  std::int64_t* slot = &stamps[static_cast<std::size_t>(writePos)];
-  std::int64_t remainder = 0;
-  for (long k = 0; k < count; ++k) {
-    slot[k] = stamp;
-    remainder += rest;
-    const bool carry = remainder >= rate;
-    stamp += whole + carry;
-    remainder -= carry ? rate : 0;
+  const long period = static_cast<long>(stampOffsets.size()) - 1;
+  for (std::int64_t* slot = &stamps[static_cast<std::size_t>(writePos)]; count > 0;) {
+    const long n = std::min(count, period);
+    for (long k = 0; k < n; ++k) slot[k] = stamp + stampOffsets[static_cast<std::size_t>(k)];
+    stamp += stampOffsets[static_cast<std::size_t>(n)];
+    slot += n;
+    count -= n;
   }
 }
 

@@ -47,6 +47,9 @@ class RingBuffer final : public FIFO {
   const unsigned long sampleSize;
   const long slots;
   const long prefill;
+  // Microseconds from the first sample of a piece to each of those after it, for as many as fit whole periods of the
+  // rate (6 samples are 125 us at 48000 Hz) or the buffer, and to the sample after the last of them.
+  const std::vector<std::int64_t> stampOffsets;
 
   // Guarded by mutex.
   std::vector<unsigned char> data;
