@@ -1,4 +1,4 @@
-#include <algorithm>
+#include <utility>
 
 #include "Log.h"
 #include "Route/RouteImpl.h"
@@ -13,12 +13,6 @@ const char* Plural(unsigned long long count) { return count >= 2 ? "s" : ""; }
 void Increment(std::atomic<unsigned long long>& counter) {
   // One writer: no need for a locked instruction.
   counter.store(counter.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
-}
-
-void SortUnique(std::vector<Block*>& blocks) {
-  if (blocks.size() < 2) return;
-  std::sort(blocks.begin(), blocks.end());
-  blocks.erase(std::unique(blocks.begin(), blocks.end()), blocks.end());
 }
 
 }  // namespace
@@ -36,51 +30,58 @@ void RouteImpl::MainThreadLoop() {
   }
 }
 
-// Room for the fullest wave: a set holds each block once, and one more time for each link that leads to it.
-void RouteImpl::ReserveWorkingSets() {
-  for (auto* set : {&sets.current, &sets.next, &sets.commit}) set->reserve(blocks.size() + links.size());
+// A block may be called again because it is pending, and once more for each link that leads to it.
+void RouteImpl::MakeRoomForWaves() {
+  for (WaveSet* set : {&current, &next, &commit}) set->MakeRoom(blocks.size() + links.size());
 }
 
 void RouteImpl::RunFrameCycle() {
   CycleState state;
-  sets.current.assign(firstBlocks.begin(), firstBlocks.end());
-  while (!sets.current.empty()) {
+  current.Clear();
+  for (Block* block : firstBlocks) current.Add(block);
+  while (!current.IsEmpty()) {
     RunWave(state);
-    sets.current.swap(sets.next);
+    std::swap(current, next);
   }
   FinishCycle(state);
 }
 
 // Calls the current blocks in pointer order, then commits those that finished.
 void RouteImpl::RunWave(CycleState& state) {
-  sets.next.clear();
-  sets.commit.clear();
-  for (Block* block : sets.current) {
+  next.Clear();
+  commit.Clear();
+  for (Block* block : current) {
     if (VisitBlock(*block, state)) continue;
-    sets.next.clear();
+    next.Clear();
     break;
   }
-  for (Block* block : sets.commit) block->CommitFrame();
-  SortUnique(sets.next);
+  for (Block* block : commit) block->CommitFrame();
+  next.Arrange();
 }
 
 /** False ends the visits of this wave, and with it the cycle. */
 bool RouteImpl::VisitBlock(Block& block, CycleState& state) {
-  const long ret = block.ProcessFrame();
-  if (ret >= 0) {
-    LOG_V("%s: %s %sis done", name.c_str(), block.Name().c_str(), Label(block));
-    sets.commit.push_back(&block);
-    if (!block.IsLast()) ScheduleSuccessors(block);
-    return true;
+  const long result = block.ProcessFrame();
+  if (result < 0) return VisitUnfinished(block, result, state);
+  LOG_V("%s: %s %sis done", name.c_str(), block.Name().c_str(), Label(block));
+  commit.Add(&block);
+  if (block.IsLast()) return true;
+  for (const OutputEndpoint* ep : block.linkedOutEps) {
+    const Link* link = ep->AttachedLink();
+    if (link && link->SinkEp()) next.Add(link->SinkEp()->Owner());
   }
-  switch (ret) {
+  return true;
+}
+
+bool RouteImpl::VisitUnfinished(Block& block, long result, CycleState& state) {
+  switch (result) {
     case FRAME_PENDING:
       LOG_V("%s: %s is pending", name.c_str(), block.Name().c_str());
-      sets.next.push_back(&block);
+      next.Add(&block);
       return true;
     case FRAME_DONE_WITHOUT_OUTPUT:
       LOG_V("%s: %s %sis done without output", name.c_str(), block.Name().c_str(), Label(block));
-      sets.commit.push_back(&block);
+      commit.Add(&block);
       return true;
     case FRAME_TIMEOUT:
       LOG_E("%s: %s: Process frame timeout", name.c_str(), block.Name().c_str());
@@ -94,21 +95,14 @@ bool RouteImpl::VisitBlock(Block& block, CycleState& state) {
     case FRAME_FADED_OUT:
       LOG_I("%s: %s: Faded out", name.c_str(), block.Name().c_str());
       Stop_l(StopReason::STOP_REQUESTED);
-      sets.commit.push_back(&block);
+      commit.Add(&block);
       return false;
     default:
-      LOG_E("%s: %s: Process frame failed %d", name.c_str(), block.Name().c_str(), static_cast<int>(ret));
+      LOG_E("%s: %s: Process frame failed %d", name.c_str(), block.Name().c_str(), static_cast<int>(result));
       Stop_l(StopReason::STOP_ERROR);
-      sets.commit.push_back(&block);
+      commit.Add(&block);
       state.error = true;
       return false;
-  }
-}
-
-void RouteImpl::ScheduleSuccessors(const Block& block) {
-  for (const OutputEndpoint* ep : block.linkedOutEps) {
-    const Link* link = ep->AttachedLink();
-    if (link && link->SinkEp()) sets.next.push_back(link->SinkEp()->Owner());
   }
 }
 

@@ -19,6 +19,7 @@
 #include <vorn/Route.h>
 
 #include "Link/Link.h"
+#include "Route/WaveSet.h"
 
 namespace vorn {
 
@@ -63,13 +64,6 @@ class RouteImpl final : public Route {
     bool* finished;                 // goes with done: a waiter that wakes without it sleeps on
   };
 
-  // Frames of one cycle go from wave to wave through these. They keep their storage from cycle to cycle.
-  struct WorkingSets {
-    std::vector<Block*> current;
-    std::vector<Block*> next;
-    std::vector<Block*> commit;
-  };
-
   /** What the thread does after Preprocess(). */
   enum Step : int { RUN_CYCLE = 0, SLEPT = -2, FORCE_STOP = -20, END_THREAD = -30 };
 
@@ -84,11 +78,11 @@ class RouteImpl final : public Route {
   static void MainThread(RouteImpl* route);
   void MainThreadLoop();
   Step Preprocess();
-  void ReserveWorkingSets();
+  void MakeRoomForWaves();
   void RunFrameCycle();
   void RunWave(CycleState& state);
   bool VisitBlock(Block& block, CycleState& state);
-  void ScheduleSuccessors(const Block& block);
+  bool VisitUnfinished(Block& block, long result, CycleState& state);
   void FinishCycle(const CycleState& state);
   int IntegrityCheck(bool& ok) const;
   void StoreStatus(Status newStatus) { status.store(newStatus, std::memory_order_relaxed); }
@@ -119,7 +113,11 @@ class RouteImpl final : public Route {
   std::string dumpPath;
   std::vector<void*> soHandles;
   bool everyBlockStarted = false;
-  WorkingSets sets;
+
+  // The waves of a frame cycle. Only the route's thread touches these.
+  WaveSet current;  // called in this wave
+  WaveSet next;     // called in the next one
+  WaveSet commit;   // finished in this one
 
   // Changed by the route's thread alone, under the topology lock; read there without it.
   std::set<Block*> blocks;

@@ -87,7 +87,7 @@ RouteImpl::Step RouteImpl::Preprocess() {
   }
   if (ok) {
     if (Start_l() != 0) return END_THREAD;  // whatever the number: there is no caller who could be told
-    ReserveWorkingSets();
+    MakeRoomForWaves();
     unsettled.store(!everyBlockStarted, std::memory_order_relaxed);
     return RUN_CYCLE;
   }
