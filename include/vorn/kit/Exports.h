@@ -1,0 +1,89 @@
+/** Part of <vorn/Plugin.h>: what the two exported symbols of a plug-in do. */
+#ifndef VORN_KIT_EXPORTS_H
+#define VORN_KIT_EXPORTS_H
+
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <type_traits>
+#include <utility>
+
+#include <vorn/Plugin.h>
+
+namespace vorn {
+
+/** Says first and last for the endpoints that a block has: a file source is first and a sink is last whatever the host thinks. */
+inline bool IsOpenEnd(const Description::Ports& ports, bool hostSays) {
+  return ports.most == 0 || (ports.least == 0 && hostSays);
+}
+
+template <class BlockClass>
+Block* CreatePluginBlock(bool first, bool last, const std::vector<std::string>& arguments) {
+  const char* name = "CreateBlock";
+  try {
+    Description description = BlockClass::Describe();
+    name = description.name;
+    const bool isFirst = IsOpenEnd(description.inputs, first);
+    const bool isLast = IsOpenEnd(description.outputs, last);
+    auto block = std::make_unique<BlockClass>(Setup{isFirst, isLast, arguments, std::move(description)});
+    const Refusal refusal = block->UnknownArguments();
+    if (refusal.empty()) return block.release();
+    _tlogging_print('E', __FILE__, __LINE__, __func__, "%s: %s", name, refusal.c_str());
+  } catch (const std::exception& e) {
+    _tlogging_print('E', __FILE__, __LINE__, __func__, "%s: %s", name, e.what());
+  } catch (...) {
+    _tlogging_print('E', __FILE__, __LINE__, __func__, "%s: unknown exception", name);
+  }
+  return nullptr;
+}
+
+template <class BlockClass, class = void>
+struct HasPlanStreams : std::false_type {};
+template <class BlockClass>
+struct HasPlanStreams<BlockClass, std::void_t<decltype(&BlockClass::PlanStreams)>> : std::true_type {};
+
+template <class BlockClass>
+Refusal PlanPluginStreams(const std::vector<std::string>& arguments, const std::vector<Stream>& in,
+                          std::vector<Stream>& out) {
+  const Description description = BlockClass::Describe();
+  Parameters parameters(description);
+  Refusal refusal = parameters.Parse(arguments);
+  if (!refusal.empty()) return refusal;
+  if constexpr (HasPlanStreams<BlockClass>::value) {
+    refusal = BlockClass::PlanStreams(parameters, in, out);
+    if (!refusal.empty()) return refusal;
+  } else {
+    for (const Stream& stream : in) {
+      if (stream.linked == 0) continue;
+      for (Stream& leaving : out) leaving.Complete(stream);
+      break;
+    }
+  }
+  return CheckStreams(description, in, out);
+}
+
+template <class BlockClass>
+int PlanPluginStreamsC(const char* const* arguments, std::size_t argumentCount, const Stream* in, std::size_t inCount,
+                       Stream* out, std::size_t outCount, char* error, std::size_t errorSize) {
+  const auto fail = [=](const char* why) { return std::snprintf(error, errorSize, "%s", why), -20; };
+  try {
+    std::vector<Stream> leaving(out, out + outCount);
+    const Refusal refusal =
+        PlanPluginStreams<BlockClass>({arguments, arguments + argumentCount}, {in, in + inCount}, leaving);
+    if (!refusal.empty()) return fail(refusal.c_str());
+    std::copy(leaving.begin(), leaving.begin() + static_cast<std::ptrdiff_t>(outCount), out);
+    return 0;
+  } catch (const std::exception& e) {
+    return fail(e.what());
+  }
+}
+
+template <class BlockClass>
+const BlockInfo* DescribePluginBlock() {
+  static const DescribedBlock described(BlockClass::Describe(), &PlanPluginStreamsC<BlockClass>);
+  return &described.Info();
+}
+
+}  // namespace vorn
+
+#endif

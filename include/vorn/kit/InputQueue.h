@@ -1,0 +1,93 @@
+/** Part of <vorn/Plugin.h>: samples of one input that wait for those of another. */
+#ifndef VORN_KIT_INPUT_QUEUE_H
+#define VORN_KIT_INPUT_QUEUE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+
+#include <vorn/Block.h>
+
+namespace vorn {
+
+/**
+ * Holds what came into an input until the other inputs of the block have as much.
+ *
+ * Samples lie in one piece, so that a block reads them like a frame of a link. Real time: only Open allocates.
+ */
+class InputQueue {
+ public:
+  /** Makes room for `samples` samples of this stream, and is empty. The memory is not touched before it is used. */
+  void Open(const FrameBuffer& stream, long samples) {
+    head = stream;
+    head.samples = 0;
+    head.timestamp = -1;
+    sampleBytes = stream.channels * BytesPerSample(stream.format);
+    capacity = samples;
+    first = 0;
+    storage.reset(new std::uint8_t[static_cast<std::size_t>(samples) * sampleBytes]);
+  }
+  bool IsOpen() const { return storage != nullptr; }
+  void Clear() { first = head.samples = 0; }
+  long Samples() const { return head.samples; }
+
+  /** @return false when the samples do not fit. */
+  bool Append(const FrameBuffer& frame) {
+    std::uint8_t* to = Room(frame.samples);
+    if (to == nullptr) return false;
+    std::memcpy(to, frame.data, Bytes(frame.samples));
+    if (head.samples == 0) head.timestamp = frame.timestamp;
+    head.samples += frame.samples;
+    return true;
+  }
+
+  /** Fills up with silence, which is zero bytes in every format, to at least `samples`. @return as Append. */
+  bool PadTo(long samples) {
+    const long missing = samples - head.samples;
+    if (missing <= 0) return true;
+    std::uint8_t* to = Room(missing);
+    if (to == nullptr) return false;
+    std::memset(to, 0, Bytes(missing));
+    head.samples = samples;
+    return true;
+  }
+
+  /** The oldest `samples` samples as a frame; there must be as many. Valid until the next Append, PadTo or Drop. */
+  FrameBuffer Front(long samples) const {
+    FrameBuffer frame = head;
+    frame.data = storage.get() + Bytes(first);
+    frame.samples = samples;
+    return frame;
+  }
+
+  /** Forgets the oldest samples. */
+  void Drop(long samples) {
+    first += samples;
+    head.samples -= samples;
+    if (head.samples == 0) first = 0;
+    if (head.timestamp >= 0 && head.rate != 0) head.timestamp += samples * 1000000 / head.rate;
+  }
+
+ private:
+  std::size_t Bytes(long samples) const { return static_cast<std::size_t>(samples) * sampleBytes; }
+
+  std::uint8_t* Room(long samples) {
+    if (head.samples + samples > capacity) return nullptr;
+    if (first + head.samples + samples > capacity) {
+      std::memmove(storage.get(), storage.get() + Bytes(first), Bytes(head.samples));
+      first = 0;
+    }
+    return storage.get() + Bytes(first + head.samples);
+  }
+
+  FrameBuffer head;  // describes the stream; `samples` and `timestamp` are those of what waits here
+  std::size_t sampleBytes = 0;
+  long capacity = 0;
+  long first = 0;  // the oldest sample's place in the storage
+  std::unique_ptr<std::uint8_t[]> storage;
+};
+
+}  // namespace vorn
+
+#endif

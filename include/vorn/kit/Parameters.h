@@ -1,0 +1,311 @@
+/** Part of <vorn/Plugin.h>: the values of a block's parameters, read from arguments and checked against its table. */
+#ifndef VORN_KIT_PARAMETERS_H
+#define VORN_KIT_PARAMETERS_H
+
+#include <cassert>
+#include <charconv>
+#include <cmath>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <vorn/kit/Description.h>
+
+namespace vorn {
+
+/** Why a parameter, an argument or a stream is refused: one line, or empty where all is well. */
+using Refusal = std::string;
+
+/**
+ * A table of parameters with a value for each.
+ *
+ * Values are looked up by id, in a short table without hashing: fine once a frame, not once a sample.
+ */
+class Parameters {
+ public:
+  explicit Parameters(const Description& description)
+      : extensible((description.flags & BLOCK_OWN_PARAMETERS) != 0), table(description.parameters) {
+    values.reserve(table.size());
+    for (const Parameter& parameter : table) values.push_back(DefaultOf(parameter));
+  }
+
+  /**
+   * Reads the arguments of a block: `value`, by position, or `name=value`. What stands before the first '=' counts as a
+   * name when it looks like one, so a path with a '=' in its last part is written path=...
+   */
+  Refusal Parse(const std::vector<std::string>& arguments) {
+    std::size_t unnamed = 0;
+    for (const std::string& argument : arguments) {
+      const std::size_t equals = argument.find('=');
+      const bool named = equals != std::string::npos && IsName(std::string_view(argument).substr(0, equals));
+      Refusal refusal = named ? ParseNamed(argument.substr(0, equals), argument.substr(equals + 1))
+                              : ParsePositional(unnamed++, argument);
+      if (!refusal.empty()) return refusal;
+    }
+    for (std::size_t i = 0; i < table.size(); ++i) {
+      if (!table[i].IsRequired() || values[i].given) continue;
+      return "argument '" + table[i].name + "': missing; takes " + Taken(table[i]);
+    }
+    return {};
+  }
+
+  /** Adds parameters that are known only now, and gives them the arguments that were kept for them. */
+  Refusal Extend(const std::vector<Parameter>& more) {
+    for (const Parameter& parameter : more) {
+      table.push_back(parameter);
+      values.push_back(DefaultOf(parameter));
+    }
+    for (const auto& [name, text] : std::exchange(kept, {})) {
+      Refusal refusal = ParseNamed(name, text);
+      if (!refusal.empty()) return refusal;
+    }
+    return KeptArguments();
+  }
+
+  /** Refuses arguments that Extend did not find a parameter for. */
+  Refusal KeptArguments() const { return kept.empty() ? Refusal() : UnknownName(kept.front().first); }
+
+  double Number(unsigned id) const { return At(id).number; }
+  long Integer(unsigned id) const { return static_cast<long>(At(id).number); }
+  bool Flag(unsigned id) const { return At(id).number != 0; }
+  /** Place of a WORD among its words, from 0. */
+  std::size_t Choice(unsigned id) const { return static_cast<std::size_t>(At(id).number); }
+  /** The value of any parameter as text. */
+  const std::string& Text(unsigned id) const { return At(id).text; }
+  /** True once an argument or a SetParameter gave the value. */
+  bool IsGiven(unsigned id) const { return At(id).given; }
+
+  const Parameter* Find(unsigned id) const {
+    const std::size_t i = IndexOf(id);
+    return i < table.size() ? &table[i] : nullptr;
+  }
+
+  /** Sets a value from text. The value stays as it was where the text is refused. */
+  Refusal Set(unsigned id, const std::string& text) {
+    const std::size_t i = IndexOf(id);
+    if (i == table.size()) return "parameter " + std::to_string(id) + ": unknown";
+    if (table[i].IsReading()) return "parameter '" + table[i].name + "': can only be read";
+    return Assign(i, "parameter", text);
+  }
+
+  /** Stores a measurement; also for a value that the block itself corrected. No allocation; read back as text with TextOf. */
+  void Store(unsigned id, double number) {
+    const std::size_t i = IndexOf(id);
+    assert(i < table.size());
+    values[i].number = number;
+    values[i].stale = true;
+  }
+
+  /** The value of a parameter as GetParameter answers it. */
+  std::string TextOf(std::size_t index) const {
+    const Value& value = values[index];
+    return value.stale ? NumberText(value.number) : value.text;
+  }
+
+  const std::vector<Parameter>& Table() const { return table; }
+
+  std::size_t IndexOf(unsigned id) const {
+    std::size_t i = 0;
+    while (i < table.size() && table[i].id != id) ++i;
+    return i;
+  }
+
+  /**
+   * One parameter a line, fields separated by one blank, none of them empty or with a blank inside:
+   *
+   *     id name unit range value access
+   *     0 gain dB -120..60 -6 live
+   *
+   * `-` stands for no unit, no range, an empty value. A range is `low..high` with -inf and inf for no limit, or words
+   * joined by `|`. Blanks and '%' inside a value are written %20 and %25, and a value that is just `-` is written %2D.
+   * Access is `live` (set at any time), `stopped` (set while the route is stopped) or `read` (a measurement).
+   */
+  std::string Line(std::size_t i) const {
+    const Parameter& p = table[i];
+    const char* access = p.IsReading() ? "read" : p.IsLive() ? "live" : "stopped";
+    return std::to_string(p.id) + ' ' + p.name + ' ' + Escaped(p.unit) + ' ' + RangeOf(p) + ' ' + Escaped(TextOf(i)) +
+           ' ' + access;
+  }
+
+  /** What a parameter takes, in words: "a number from -120 to 60 dB". */
+  static std::string Taken(const Parameter& p) {
+    switch (p.type) {
+      case ParameterType::NUMBER: return "a number" + Limits(p);
+      case ParameterType::INTEGER: return "a whole number" + Limits(p);
+      case ParameterType::FLAG: return "true or false";
+      case ParameterType::WORD: return "one of: " + p.words;
+      case ParameterType::TEXT: break;
+    }
+    return "a text";
+  }
+
+ private:
+  struct Value {
+    double number = 0;
+    std::string text;
+    bool given = false;
+    bool stale = false;  // `number` is newer than `text`
+  };
+
+  static bool IsName(std::string_view text) {
+    const auto letter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; };
+    if (text.empty() || !letter(text[0])) return false;
+    for (const char c : text) {
+      if (!letter(c) && !(c >= '0' && c <= '9') && c != '-' && c != '.') return false;
+    }
+    return true;
+  }
+
+  static Value DefaultOf(const Parameter& parameter) {
+    Value value;
+    if (!parameter.defaultValue.empty()) {
+      [[maybe_unused]] const bool fits = Read(parameter, parameter.defaultValue, value);
+      assert(fits && "the default of a parameter must be in its range");
+    }
+    return value;
+  }
+
+  Refusal ParseNamed(const std::string& name, const std::string& text) {
+    for (std::size_t i = 0; i < table.size(); ++i) {
+      if (table[i].name == name && !table[i].IsReading()) return Give(i, text);
+    }
+    if (!extensible) return UnknownName(name);
+    kept.emplace_back(name, text);
+    return {};
+  }
+
+  Refusal ParsePositional(std::size_t position, const std::string& text) {
+    std::size_t seen = 0;
+    for (std::size_t i = 0; i < table.size(); ++i) {
+      if (table[i].positional && seen++ == position) return Give(i, text);
+    }
+    return "argument '" + text + "': too many without a name; takes " + Names(true);
+  }
+
+  Refusal Give(std::size_t i, const std::string& text) {
+    if (values[i].given) return "argument '" + table[i].name + "': given twice";
+    return Assign(i, "argument", text);
+  }
+
+  Refusal Assign(std::size_t i, const char* what, const std::string& text) {
+    Value value;
+    if (!Read(table[i], text, value)) {
+      return std::string(what) + " '" + table[i].name + "': got '" + text + "', takes " + Taken(table[i]);
+    }
+    value.given = true;
+    values[i] = std::move(value);
+    return {};
+  }
+
+  Refusal UnknownName(const std::string& name) const {
+    return "argument '" + name + "': unknown; takes " + Names(false);
+  }
+
+  std::string Names(bool positionalOnly) const {
+    std::string names;
+    for (const Parameter& p : table) {
+      if (p.IsReading() || (positionalOnly && !p.positional)) continue;
+      names += (names.empty() ? "" : " ") + p.name;
+    }
+    return names.empty() ? "none" : names;
+  }
+
+  static bool Read(const Parameter& p, const std::string& text, Value& value) {
+    value.text = text;
+    switch (p.type) {
+      case ParameterType::NUMBER: return ReadNumber<double>(p, text, value);
+      case ParameterType::INTEGER: return ReadNumber<std::int64_t>(p, text, value);
+      case ParameterType::FLAG: return ReadFlag(text, value);
+      case ParameterType::WORD: return ReadWord(p.words, text, value);
+      case ParameterType::TEXT: return true;
+    }
+    return false;
+  }
+
+  template <class N>
+  static bool ReadNumber(const Parameter& p, const std::string& text, Value& value) {
+    const char* begin = text.c_str();
+    const char* end = begin + text.size();
+    if (*begin == '+' && begin[1] != '-') ++begin;
+    N number{};
+    const auto result = std::from_chars(begin, end, number);
+    if (result.ec != std::errc() || result.ptr != end) return false;
+    value.number = static_cast<double>(number);
+    value.text = NumberText(value.number);
+    return value.number >= p.minimum && value.number <= p.maximum;  // never true for a NaN
+  }
+
+  static bool ReadFlag(const std::string& text, Value& value) {
+    for (const char* yes : {"true", "yes", "on", "1"}) {
+      if (text == yes) return value.number = 1, value.text = "true", true;
+    }
+    for (const char* no : {"false", "no", "off", "0"}) {
+      if (text == no) return value.number = 0, value.text = "false", true;
+    }
+    return false;
+  }
+
+  static bool ReadWord(std::string_view words, std::string_view text, Value& value) {
+    for (int place = 0; !words.empty(); ++place) {
+      const std::string_view word = words.substr(0, words.find(' '));
+      if (word == text) return value.number = place, true;
+      words.remove_prefix(word.size() == words.size() ? word.size() : word.size() + 1);
+    }
+    return false;
+  }
+
+  static std::string Limits(const Parameter& p) {
+    const std::string unit = p.unit.empty() ? "" : " " + p.unit;
+    if (std::isinf(p.minimum) && std::isinf(p.maximum)) return unit.empty() ? "" : " of" + unit;
+    if (std::isinf(p.minimum)) return " up to " + NumberText(p.maximum) + unit;
+    if (std::isinf(p.maximum)) return " from " + NumberText(p.minimum) + unit;
+    return " from " + NumberText(p.minimum) + " to " + NumberText(p.maximum) + unit;
+  }
+
+  static std::string RangeOf(const Parameter& p) {
+    std::string range = p.words;
+    switch (p.type) {
+      case ParameterType::NUMBER:
+      case ParameterType::INTEGER: return NumberText(p.minimum) + ".." + NumberText(p.maximum);
+      case ParameterType::FLAG: return "false|true";
+      case ParameterType::WORD:
+        for (char& c : range) c = c == ' ' ? '|' : c;
+        return range;
+      case ParameterType::TEXT: break;
+    }
+    return "-";
+  }
+
+  static std::string Escaped(const std::string& text) {
+    if (text.empty()) return "-";
+    if (text == "-") return "%2D";
+    std::string escaped;
+    for (const char c : text) {
+      static constexpr char HEX[] = "0123456789ABCDEF";
+      const auto byte = static_cast<unsigned char>(c);
+      if (byte > ' ' && c != '%' && byte != 0x7F) {
+        escaped += c;
+      } else {
+        escaped += {'%', HEX[byte >> 4], HEX[byte & 15]};
+      }
+    }
+    return escaped;
+  }
+
+  const Value& At(unsigned id) const {
+    const std::size_t i = IndexOf(id);
+    assert(i < table.size() && "no such parameter in the block's table");
+    return values[i];
+  }
+
+  bool extensible;
+  std::vector<Parameter> table;
+  std::vector<Value> values;
+  std::vector<std::pair<std::string, std::string>> kept;  // arguments for parameters that Extend will add
+};
+
+}  // namespace vorn
+
+#endif

@@ -1,0 +1,145 @@
+// What arrives at the end of graphs whose blocks buffer, join and split, to the last sample. Samples carry their own
+// index.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <numeric>
+
+#include "testkit/Graph.h"
+
+namespace {
+
+using testkit::Graph;
+using testkit::StreamSpec;
+using Samples = std::vector<std::int16_t>;
+constexpr auto END_OF_FILE = vorn::Route::StopReason::STOP_END_OF_FILE;
+
+Samples Count(long samples, int from = 1) {
+  Samples counted(static_cast<std::size_t>(samples));
+  std::iota(counted.begin(), counted.end(), static_cast<std::int16_t>(from));
+  return counted;
+}
+
+Samples Sum(Samples a, Samples b) {
+  a.resize(std::max(a.size(), b.size()));
+  for (std::size_t i = 0; i < b.size(); ++i) a[i] = static_cast<std::int16_t>(a[i] + b[i]);
+  return a;
+}
+
+StreamSpec Frame(long samples) {
+  StreamSpec spec;
+  spec.frame = samples;
+  return spec;
+}
+
+// A route calls the blocks of a wave in the order of their addresses, so every case runs with the blocks made in either
+// order.
+class EndOfStream : public testing::TestWithParam<bool> {
+ protected:
+  std::vector<vorn::Block*> Add(const std::vector<std::string>& names) {
+    std::vector<vorn::Block*> blocks(names.size());
+    for (std::size_t i = 0; i < names.size(); ++i) {
+      const std::size_t k = GetParam() ? names.size() - 1 - i : i;
+      blocks[k] = graph.Add(names[k]);
+    }
+    return blocks;
+  }
+
+  Graph graph;
+};
+INSTANTIATE_TEST_SUITE_P(, EndOfStream, testing::Bool());
+
+// Red if a buffering block's rest is lost, if one frame a cycle is all that leaves, or if a pause or an end does not
+// pass through.
+TEST_P(EndOfStream, BlocksThatBufferGiveEverySampleInFramesOfTheirOwn) {
+  for (const auto& [length, sizes] : std::vector<std::pair<long, std::vector<long>>>{{1000, {480, 480}},
+                                                                                     {1, {480, 7}},
+                                                                                     {1439, {480, 100}},
+                                                                                     {1441, {100, 480}},
+                                                                                     {960, {480, 100, 333, 30}},
+                                                                                     {2000, {64, 1000, 64}},
+                                                                                     {0, {480, 100}}}) {
+    std::vector<std::string> names(sizes.size() + 1, "testreframe");
+    names.front() = "testsource";
+    names.back() = "testsink";
+    const auto blocks = Add(names);
+    for (std::size_t i = 0; i < sizes.size(); ++i) graph.Link(blocks[i], 0, blocks[i + 1], 0, Frame(sizes[i]));
+    Graph::Play16(blocks.front(), Count(length), Frame(sizes.front()));
+    for (int run = 0; run < 2; ++run) {  // again after the end, from the start
+      Graph::FramesOf(blocks.back()).clear();
+      ASSERT_EQ(graph.Run(), END_OF_FILE) << length << " " << sizes.back();
+      EXPECT_EQ(Graph::Recorded16(blocks.back()), Count(length)) << length << " " << sizes.back();
+      const auto& frames = Graph::FramesOf(blocks.back());
+      for (std::size_t i = 0; i + 1 < frames.size(); ++i) EXPECT_EQ(frames[i].samples, sizes.back());
+    }
+    graph->DeleteAll();
+  }
+}
+
+// Red if the paths of a diamond are not lined up, if a frame is lost while the join waits, or if the wait never ends.
+TEST_P(EndOfStream, PathsThatSplitMeetAgainSampleBySample) {
+  const auto b = Add({"testsource", "testsum", "testreframe", "testreframe", "testsum", "testreframe", "testsink"});
+  graph.Link(b[0], 0, b[1], 0, Frame(480));
+  graph.Link(b[1], 0, b[4], 0, Frame(480));  // the short way round
+  graph.Link(b[1], 1, b[2], 0, Frame(480));  // the long one: sends nothing in some cycles, and frames of other sizes
+  graph.Link(b[2], 0, b[3], 0, Frame(1000));
+  graph.Link(b[3], 0, b[4], 1, Frame(480));
+  graph.Link(b[4], 0, b[5], 0, Frame(480));
+  graph.Link(b[5], 0, b[6], 0, Frame(100));
+  for (const long length : {1L, 479L, 480L, 5000L, 7001L}) {
+    Graph::FramesOf(b[0]).clear();
+    Graph::FramesOf(b[6]).clear();
+    Graph::Play16(b[0], Count(length), Frame(480));
+    ASSERT_EQ(graph.Run(), END_OF_FILE);
+    EXPECT_EQ(Graph::Recorded16(b[6]), Sum(Count(length), Count(length))) << length;
+  }
+}
+
+// Red if the shorter of two streams ends the route, if a source that skips cycles shifts the sum, or if the reference
+// prolongs it.
+TEST_P(EndOfStream, TheLongestDrivingInputEndsTheStream) {
+  const auto b = Add({"testsource", "testsource", "testreframe", "testsum", "testsink"});
+  graph.Link(b[0], 0, b[3], 0, Frame(100));
+  graph.Link(b[1], 0, b[2], 0, Frame(100));
+  graph.Link(b[2], 0, b[3], 1, Frame(100));
+  graph.Link(b[3], 0, b[4], 0, Frame(100));
+  for (const auto& [first, second] : {std::pair{250L, 1001L}, {1001L, 250L}, {300L, 300L}, {0L, 99L}}) {
+    for (const int i : {0, 1, 4}) Graph::FramesOf(b[i]).clear();
+    Graph::Play16(b[0], Count(first), Frame(100));
+    auto& frames = Graph::FramesOf(b[0]);
+    for (std::size_t i = 0; i < frames.size(); i += 3)
+      frames.insert(frames.begin() + static_cast<long>(i), {{}, 0, -1});
+    Graph::Play16(b[1], Count(second, 1000), Frame(100));
+    ASSERT_EQ(graph.Run(), END_OF_FILE);
+    EXPECT_EQ(Graph::Recorded16(b[4]), Sum(Count(first), Count(second, 1000))) << first << " " << second;
+  }
+  vorn::Block* reference = graph.Add("testsource");
+  graph.Link(reference, 0, b[3], 2, Frame(100));
+  Graph::Play16(reference, Samples(5000, 0), Frame(100));
+  Graph::FramesOf(b[4]).clear();
+  ASSERT_EQ(graph.Run(), END_OF_FILE);
+  EXPECT_EQ(Graph::Recorded16(b[4]).size(), 99U);
+}
+
+// Red if a block without the kit is called with an empty frame, which hangs this one, or if one behind it keeps the
+// route alive.
+TEST_P(EndOfStream, BlocksWithoutTheKitNeverSeeAnEmptyFrame) {
+  const auto b = Add({"testsource", "testreframe", "testforeign", "testsum", "testsink"});
+  graph.Link(b[0], 0, b[1], 0, Frame(480));
+  graph.Link(b[1], 0, b[2], 0, Frame(1000));
+  graph.Link(b[2], 0, b[3], 0, Frame(1000));
+  graph.Link(b[3], 0, b[4], 0, Frame(1000));
+  Graph::Play16(b[0], Count(2500), Frame(480));
+  ASSERT_EQ(graph.Run(), END_OF_FILE);
+  EXPECT_EQ(Graph::Recorded16(b[4]), Count(2500));
+
+  const auto more = Add({"testreframe", "testsink"});
+  graph.Link(b[0], 1, more[0], 0, Frame(480));
+  graph.Link(more[0], 0, more[1], 0, Frame(1000));
+  Graph::FramesOf(b[4]).clear();
+  ASSERT_EQ(graph.Run(), END_OF_FILE);
+  EXPECT_EQ(Graph::Recorded16(b[4]), Count(2500));
+  EXPECT_EQ(Graph::Recorded16(more[1]), Count(2500));
+}
+
+}  // namespace

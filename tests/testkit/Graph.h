@@ -1,0 +1,119 @@
+// A real route for tests of blocks: what goes in, what comes out, and why it stopped.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <cstring>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <vorn/Vorn.h>
+#include <vorn/kit/Streams.h>
+
+namespace testkit {
+
+// What testsource plays and testsink recorded: one entry a frame. In a source, an entry without samples is a cycle
+// without a frame.
+struct Frame {
+  std::vector<std::uint8_t> bytes;
+  long samples = 0;
+  long stamp = -1;
+};
+using Frames = std::vector<Frame>;
+
+// Block::ioctl of testsource and testsink: `arg` is a Frames**.
+constexpr unsigned FRAMES_COMMAND = 0x74657374;
+
+struct StreamSpec {
+  unsigned rate = 48000;
+  vorn::SampleFormat format = vorn::SampleFormat::S16_LE;
+  unsigned channels = 1;
+  long frame = 480;
+
+  std::size_t SampleBytes() const { return channels * vorn::BytesPerSample(format); }
+};
+
+// One route, deleted at the end of the test.
+class Graph : private vorn::Route::Callbacks {
+ public:
+  Graph() : route(vorn::Vorn::Instance()->NewRoute("RouteA", this)) {}
+  ~Graph() override { vorn::Vorn::Instance()->DeleteRoute(route); }
+
+  // `first` and `last` are told to blocks that leave it open; no more is needed for kit blocks.
+  vorn::Block* Add(const std::string& name, const std::vector<std::string>& args = {}, bool first = false,
+                   bool last = false) {
+    return route->NewBlock(("lib" + name + ".so").c_str(), first, last, args);
+  }
+  bool Link(vorn::Block* from, std::size_t output, vorn::Block* to, std::size_t input, const StreamSpec& s) {
+    return route->NewLink(s.rate, s.format, s.channels, s.frame, from, output, to, input) != nullptr;
+  }
+  // A chain over output 0 and input 0, all links alike.
+  bool Chain(const std::vector<vorn::Block*>& blocks, const StreamSpec& s) {
+    for (std::size_t i = 0; i + 1 < blocks.size(); ++i) {
+      if (!blocks[i] || !blocks[i + 1] || !Link(blocks[i], 0, blocks[i + 1], 0, s)) return false;
+    }
+    return true;
+  }
+
+  // Starts, and waits until the route stops by itself. Nothing when it did not start, or not stop within the deadline.
+  std::optional<vorn::Route::StopReason> Run(std::chrono::seconds deadline = std::chrono::seconds(60)) {
+    reason.reset();
+    if (route->Start() != 0) return {};
+    std::unique_lock<std::mutex> lock(mutex);
+    stopped.wait_for(lock, deadline, [this] { return reason.has_value(); });
+    return reason;
+  }
+
+  vorn::Route* operator->() const { return route; }
+
+  static Frames& FramesOf(vorn::Block* block) {
+    Frames* frames = nullptr;
+    block->ioctl(FRAMES_COMMAND, &frames);
+    return *frames;
+  }
+
+  // Cuts bytes into frames of the stream's size, the last one short, and gives them to a testsource.
+  static void Play(vorn::Block* source, const std::vector<std::uint8_t>& bytes, const StreamSpec& s) {
+    const std::size_t frameBytes = static_cast<std::size_t>(s.frame) * s.SampleBytes();
+    for (std::size_t at = 0; at < bytes.size(); at += frameBytes) {
+      const std::size_t count = std::min(frameBytes, bytes.size() - at);
+      FramesOf(source).push_back(
+          {{bytes.begin() + static_cast<long>(at), bytes.begin() + static_cast<long>(at + count)},
+           static_cast<long>(count / s.SampleBytes())});
+    }
+  }
+  static std::vector<std::uint8_t> Recorded(vorn::Block* sink) {
+    std::vector<std::uint8_t> bytes;
+    for (const Frame& frame : FramesOf(sink)) bytes.insert(bytes.end(), frame.bytes.begin(), frame.bytes.end());
+    return bytes;
+  }
+
+  // For 16-bit streams in the machine's own order: plain numbers instead of bytes.
+  static void Play16(vorn::Block* source, const std::vector<std::int16_t>& samples, const StreamSpec& s) {
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(samples.data());
+    Play(source, {bytes, bytes + 2 * samples.size()}, s);
+  }
+  static std::vector<std::int16_t> Recorded16(vorn::Block* sink) {
+    const auto bytes = Recorded(sink);
+    std::vector<std::int16_t> samples(bytes.size() / 2);
+    if (!samples.empty()) std::memcpy(samples.data(), bytes.data(), 2 * samples.size());
+    return samples;
+  }
+
+ private:
+  void OnStopped(vorn::Route::StopReason why) override {
+    const std::lock_guard<std::mutex> lock(mutex);
+    reason = why;
+    stopped.notify_all();
+  }
+
+  std::mutex mutex;
+  std::condition_variable stopped;
+  std::optional<vorn::Route::StopReason> reason;
+  vorn::Route* route;  // last: its thread calls OnStopped
+};
+
+}  // namespace testkit

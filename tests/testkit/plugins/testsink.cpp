@@ -1,0 +1,32 @@
+// Records every frame.
+#include <vorn/Plugin.h>
+
+#include "testkit/Graph.h"
+
+class TestSink : public vorn::PluginBlock {
+ public:
+  using PluginBlock::PluginBlock;
+
+  static vorn::Description Describe() {
+    return vorn::Description("testsink", "records frames").Input(vorn::Port("in"));
+  }
+
+  int ioctl(unsigned cmd, void* arg) override {
+    if (cmd != testkit::FRAMES_COMMAND) return PluginBlock::ioctl(cmd, arg);
+    *static_cast<testkit::Frames**>(arg) = &frames;
+    return 0;
+  }
+
+ protected:
+  long Process() override {
+    const std::size_t bytes =
+        static_cast<std::size_t>(In().samples) * In().channels * vorn::BytesPerSample(In().format);
+    frames.push_back({{In().data, In().data + bytes}, In().samples, In().timestamp});
+    return vorn::FRAME_DONE;
+  }
+
+ private:
+  testkit::Frames frames;
+};
+
+VORN_PLUGIN(TestSink)
