@@ -224,6 +224,7 @@ int VornImpl::OnCommand_setdump(std::stringstream& args, std::string& reply) {
   // One route at a time: a route that is stuck keeps nobody from deleting another.
   for (const std::string& name : RouteNames()) {
     if (const auto route = FindRoute(name)) route->SetDump(on ? path.c_str() : nullptr);
+    ReleasedRoutes();
   }
   reply += "Done\n";
   return 0;
