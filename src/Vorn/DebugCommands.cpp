@@ -165,7 +165,8 @@ int VornImpl::OnCommand_getparam(std::stringstream& args, std::string& reply) {
   std::vector<std::string> values;
   if (!block || route->GetParameter(block, key, values) != 0) return -1;
   reply.clear();
-  for (const std::string& value : values) reply += value + "\n";
+  // A NUL ends the reply: what a block puts behind one would be read as the reply to the next command.
+  for (const std::string& value : values) reply.append(value.c_str()).append("\n");
   return 0;
 }
 
