@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <exception>
 #include <sstream>
 
 #include "Log.h"
@@ -118,7 +119,11 @@ bool VornImpl::RunCommand(const std::string& word, std::stringstream& args, std:
   };
   for (const auto& command : COMMANDS) {
     if (word != command.word) continue;
-    (this->*command.handler)(args, reply);
+    try {
+      (this->*command.handler)(args, reply);
+    } catch (const std::exception& e) {  // no memory or thread left: the operator's failure, not the end of the process
+      LOG_E("%s failed: %s", command.word, e.what());
+    }
     ReleasedRoutes();
     return true;
   }
