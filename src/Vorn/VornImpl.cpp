@@ -86,8 +86,7 @@ std::shared_ptr<RouteImpl> VornImpl::FindRoute(const std::string& name) const {
   return nullptr;
 }
 
-bool VornImpl::HasRoute(const std::string& name) const {
-  const std::lock_guard<std::mutex> lock(registryMutex);
+bool VornImpl::HasRoute_l(const std::string& name) const {
   return std::any_of(routes.begin(), routes.end(), [&](const auto& route) { return route->Name() == name; });
 }
 
@@ -107,18 +106,15 @@ Route* VornImpl::NewRoute(const char* name, Route::Callbacks* callbacks) {
     LOG_E("Wrong route name '%s', rename it to 'Route#' where '#' stands for [A-Z]", name);
     return nullptr;
   }
-  if (HasRoute(name)) {
+  // Held until the route is entered: a client and the console may ask for the same name.
+  const std::lock_guard<std::mutex> lock(registryMutex);
+  if (HasRoute_l(name)) {
     LOG_E("Name '%s' existed, need to rename", name);
     return nullptr;
   }
-  auto owner = std::make_shared<RouteImpl>(name, callbacks, dumpPath);
-  Route* route = owner.get();
-  {
-    const std::lock_guard<std::mutex> lock(registryMutex);
-    routes.push_front(std::move(owner));
-  }
+  routes.push_front(std::make_shared<RouteImpl>(name, callbacks, dumpPath));
   LOG_I("Created %s", name);
-  return route;
+  return routes.front().get();
 }
 
 void VornImpl::DeleteRoute(Route* route) { DropRoute(route, 0); }

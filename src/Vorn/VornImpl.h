@@ -38,7 +38,7 @@ class VornImpl final : public Vorn {
 
   /** A share of the route, which keeps DeleteRoute() waiting; null for none of that name. */
   std::shared_ptr<RouteImpl> FindRoute(const std::string& name) const;
-  bool HasRoute(const std::string& name) const;
+  bool HasRoute_l(const std::string& name) const;
   std::vector<std::string> RouteNames() const;
   void DropRoute(Route* route, long sharesOfCaller);
 
@@ -63,7 +63,7 @@ class VornImpl final : public Vorn {
 
   void ShutDownConsole();
 
-  // Guards the two lists, for the instant of a look or a change; routes and FIFOs come and go outside of it.
+  // Guards the two lists, for the instant of a look or a change; routes and FIFOs end outside of it.
   mutable std::mutex registryMutex;
   std::condition_variable routeReleased;         // the console dropped its shares of routes
   std::list<std::shared_ptr<RingBuffer>> fifos;  // newest first, as the routes
