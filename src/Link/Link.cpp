@@ -71,20 +71,9 @@ void Link::Reallocate(long newSamplesPerFrame) {
     frame->data = buffer.data();
     frame->samplesPerFrame = samplesPerFrame;
   }
-  sent.samplesPerFrame.store(samplesPerFrame, std::memory_order_relaxed);
 }
 
 Endpoint* Link::PeerOf(const Endpoint* ep) const { return ep == sourceEp ? static_cast<Endpoint*>(sinkEp) : sourceEp; }
-
-FrameBuffer Link::Sent() const {
-  FrameBuffer frame;
-  frame.format = sent.format.load(std::memory_order_relaxed);
-  frame.channels = sent.channels.load(std::memory_order_relaxed);
-  frame.rate = sent.rate.load(std::memory_order_relaxed);
-  frame.samplesPerFrame = sent.samplesPerFrame.load(std::memory_order_relaxed);
-  frame.timestamp = sent.timestamp.load(std::memory_order_relaxed);
-  return frame;
-}
 
 std::size_t Link::FrameBytes(long samples) const {
   return channels * static_cast<std::size_t>(samples) * BytesPerSample(format);

@@ -2,7 +2,6 @@
 // frame that both ends share.
 #pragma once
 
-#include <atomic>
 #include <string>
 #include <vector>
 
@@ -29,10 +28,7 @@ class Link {
 
   /** Carries the description of the frame to the other end: the one that the reader left, the one that the writer made. */
   void CommitBack() { sourceEp->fb = sinkEp->fb; }
-  void CommitForth() {
-    sinkEp->fb = sourceEp->fb;
-    sent.Set(sourceEp->fb);
-  }
+  void CommitForth() { sinkEp->fb = sourceEp->fb; }
 
   Endpoint* PeerOf(const Endpoint* ep) const;
 
@@ -42,9 +38,6 @@ class Link {
   const OutputEndpoint* SourceEp() const { return sourceEp; }
   const InputEndpoint* SinkEp() const { return sinkEp; }
 
-  /** The frame buffer as it was sent last, less its data and samples. Any thread that holds the topology lock. */
-  FrameBuffer Sent() const;
-
  private:
   std::size_t FrameBytes(long samples) const;
   void Attach(OutputEndpoint* source, InputEndpoint* sink);
@@ -52,22 +45,6 @@ class Link {
   void RollBack();
   template <class Ep>
   void Detach(Ep*& end, void (Block::*unlinked)(unsigned long));
-
-  // Written by the route's thread with every commit, read by the console whenever it likes.
-  struct Shared {
-    void Set(const FrameBuffer& frame) {
-      format.store(frame.format, std::memory_order_relaxed);
-      channels.store(frame.channels, std::memory_order_relaxed);
-      rate.store(frame.rate, std::memory_order_relaxed);
-      samplesPerFrame.store(frame.samplesPerFrame, std::memory_order_relaxed);
-      timestamp.store(frame.timestamp, std::memory_order_relaxed);
-    }
-    std::atomic<SampleFormat> format{};
-    std::atomic<std::uint32_t> channels{};
-    std::atomic<std::uint32_t> rate{};
-    std::atomic<long> samplesPerFrame{};
-    std::atomic<long> timestamp{};
-  };
 
   const std::string routeName;
   const std::string name;
@@ -78,7 +55,6 @@ class Link {
   OutputEndpoint* sourceEp = nullptr;
   std::vector<std::uint8_t> buffer;
   InputEndpoint* sinkEp = nullptr;
-  Shared sent;
 };
 
 }  // namespace vorn
