@@ -1,5 +1,7 @@
 #include "Link/Link.h"
 
+#include <stdexcept>
+
 #include "Block/Topology.h"
 #include "Log.h"
 
@@ -76,7 +78,11 @@ void Link::Reallocate(long newSamplesPerFrame) {
 Endpoint* Link::PeerOf(const Endpoint* ep) const { return ep == sourceEp ? static_cast<Endpoint*>(sinkEp) : sourceEp; }
 
 std::size_t Link::FrameBytes(long samples) const {
-  return channels * static_cast<std::size_t>(samples) * BytesPerSample(format);
+  std::size_t bytes = 0;
+  if (__builtin_mul_overflow(channels * BytesPerSample(format), samples, &bytes)) {
+    throw std::length_error("frame size out of range");
+  }
+  return bytes;
 }
 
 void Link::Attach(OutputEndpoint* source, InputEndpoint* sink) {
