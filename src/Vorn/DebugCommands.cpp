@@ -166,7 +166,7 @@ int VornImpl::OnCommand_getparam(std::stringstream& args, std::string& reply) {
   if (!block || route->GetParameter(block, key, values) != 0) return -1;
   reply.clear();
   // A NUL ends the reply: what a block puts behind one would be read as the reply to the next command.
-  for (const std::string& value : values) reply.append(value.c_str()).append("\n");
+  for (const std::string& value : values) reply.append(value, 0, value.find('\0')).append("\n");
   return 0;
 }
 
