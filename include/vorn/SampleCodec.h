@@ -16,7 +16,6 @@
 #ifndef VORN_SAMPLE_CODEC_H
 #define VORN_SAMPLE_CODEC_H
 
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -117,30 +116,46 @@ inline void StoreFloat(float sample, std::uint8_t* to) {
 }
 
 /**
- * Saturates a value to the range of an integer format and rounds it, ties to even; NaN gives 0.
+ * Saturates values to the range of an integer format and rounds them to the nearest whole number, ties to even.
  *
- * Written without a branch and without the library's functions, so that loops over it vectorise on every x86-64:
- * adding 1.5 * 2^m, m being the bits of the mantissa, leaves the whole number in the low bits of the sum. A float has
- * room for that up to 2^22, so wider formats go through double.
+ *     const FormatRounder<SampleFormat::S16_LE, float> round;   // made before the loop
+ *     for (...) StoreInteger<SampleFormat::S16_LE>(round(value), to);
+ *
+ * Made so that a loop over it vectorises on every x86-64, where the library's functions do not: adding 1.5 * 2^m, m
+ * being the bits of the mantissa, leaves the whole number in the low bits of the sum. A float has room for that up to
+ * 2^22, so wider formats take double. The limits are variables that the compiler cannot see through: it would make
+ * branches of constants.
  */
 template <SampleFormat F, class Real>
-inline std::int32_t RoundToFormat(Real value) {
-  constexpr bool IS_DOUBLE = std::is_same_v<Real, double>;
+class FormatRounder {
+  static constexpr bool IS_DOUBLE = std::is_same_v<Real, double>;
   static_assert(IS_DOUBLE || FormatLayout<F>::BYTES <= 2, "a float cannot round this format");
-  using Bits = std::conditional_t<IS_DOUBLE, std::uint64_t, std::uint32_t>;
-  constexpr int WIDTH = 8 * static_cast<int>(FormatLayout<F>::BYTES);
-  constexpr Real LIMIT = static_cast<Real>(FormatLayout<F>::FULL_SCALE);
-  constexpr Real MAGIC = static_cast<Real>(IS_DOUBLE ? 6755399441055744.0 : 12582912.0);
 
-  const Real limit = value == value ? LIMIT : Real(0);  // a NaN is less than nothing, so it becomes this 0
-  const Real magnitude = std::fabs(value) < limit ? std::fabs(value) : limit;
-  auto bits = codec::BitCast<Bits>(std::copysign(magnitude, value) + MAGIC);
-  bits -= bits >> (WIDTH - 1) & ~(bits >> WIDTH) & 1U;  // just above the highest value: one less
-  if constexpr (WIDTH == 8) return static_cast<std::int8_t>(bits);
-  if constexpr (WIDTH == 16) return static_cast<std::int16_t>(bits);
-  if constexpr (WIDTH == 24) return static_cast<std::int32_t>(static_cast<std::uint32_t>(bits) << 8) >> 8;
-  return static_cast<std::int32_t>(static_cast<std::uint32_t>(bits));
-}
+ public:
+  /** NaN gives 0. */
+  std::int32_t operator()(Real value) const { return OfNumber(value == value ? value : zero); }
+
+  /** For a value that is no NaN. */
+  std::int32_t OfNumber(Real value) const {
+    value = value < highest ? value : highest;
+    value = value > lowest ? value : lowest;
+    if constexpr (IS_DOUBLE) {
+      return static_cast<std::int32_t>(codec::BitCast<std::int64_t>(value + 6755399441055744.0));
+    } else {
+      return codec::BitCast<std::int32_t>(value + 12582912.0F) - codec::BitCast<std::int32_t>(12582912.0F);
+    }
+  }
+
+ private:
+  static Real Hidden(Real value) {
+    volatile Real hidden = value;
+    return hidden;
+  }
+
+  Real highest = Hidden(static_cast<Real>(FormatLayout<F>::FULL_SCALE - 1));
+  Real lowest = Hidden(static_cast<Real>(-FormatLayout<F>::FULL_SCALE));
+  Real zero = Hidden(0);
+};
 
 /** `count` samples of format F to floating point. The two must not overlap. */
 template <SampleFormat F, class Real>
@@ -165,8 +180,9 @@ inline void EncodeAs(const Real* __restrict from, std::uint8_t* __restrict to, s
   } else {
     using Work = std::conditional_t<(Layout::BYTES > 2), double, Real>;
     constexpr Work SCALE = static_cast<Work>(Layout::FULL_SCALE);
+    const FormatRounder<F, Work> round;
     for (std::size_t i = 0; i < count; ++i) {
-      StoreInteger<F>(RoundToFormat<F>(static_cast<Work>(from[i]) * SCALE), to + Layout::BYTES * i);
+      StoreInteger<F>(round(static_cast<Work>(from[i]) * SCALE), to + Layout::BYTES * i);
     }
   }
 }
