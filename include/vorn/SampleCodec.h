@@ -34,8 +34,8 @@ struct FormatLayout {
                                         F == SampleFormat::S24_3BE || F == SampleFormat::FLOAT_BE;
   static constexpr bool IS_SWAPPED = IS_BIG_ENDIAN != (__BYTE_ORDER__ == __ORDER_BIG_ENDIAN__);
   static constexpr std::size_t BYTES = BytesPerSample(F);
-  /** 2^(b-1) for an integer of b bits. */
-  static constexpr double FULL_SCALE = static_cast<double>(std::uint64_t{1} << (8 * BYTES - 1));
+  /** 2^(b-1) for an integer of b bits, 1 for a float. */
+  static constexpr double FULL_SCALE = IS_FLOAT ? 1 : static_cast<double>(std::uint64_t{1} << (8 * BYTES - 1));
 };
 
 namespace codec {
@@ -67,30 +67,30 @@ void StoreWord(Word word, std::uint8_t* to) {
 
 }  // namespace codec
 
-/** One integer sample as it stands, such as -32768 to 32767 for the 16-bit formats. */
+/** A sample as it stands: a float, or a whole number such as -32768 to 32767 for the 16-bit formats. */
 template <SampleFormat F>
-inline std::int32_t LoadInteger(const std::uint8_t* from) {
+using SampleValue = std::conditional_t<FormatLayout<F>::IS_FLOAT, float, std::int32_t>;
+
+template <SampleFormat F>
+inline SampleValue<F> LoadSample(const std::uint8_t* from) {
   using Layout = FormatLayout<F>;
-  static_assert(!Layout::IS_FLOAT);
   if constexpr (Layout::BYTES == 1) {
     return static_cast<std::int8_t>(*from);
   } else if constexpr (Layout::BYTES == 2) {
     return static_cast<std::int16_t>(codec::LoadWord<std::uint16_t, Layout::IS_SWAPPED>(from));
   } else if constexpr (Layout::BYTES == 3) {
     constexpr std::size_t LOW = Layout::IS_BIG_ENDIAN ? 2 : 0;
-    constexpr std::size_t HIGH = 2 - LOW;
-    return static_cast<std::int8_t>(from[HIGH]) * 65536 + (from[1] << 8 | from[LOW]);
+    return static_cast<std::int8_t>(from[2 - LOW]) * 65536 + (from[1] << 8 | from[LOW]);
   } else {
-    return static_cast<std::int32_t>(codec::LoadWord<std::uint32_t, Layout::IS_SWAPPED>(from));
+    return codec::BitCast<SampleValue<F>>(codec::LoadWord<std::uint32_t, Layout::IS_SWAPPED>(from));
   }
 }
 
 /** Stores a sample that is in the format's range. */
 template <SampleFormat F>
-inline void StoreInteger(std::int32_t sample, std::uint8_t* to) {
+inline void StoreSample(SampleValue<F> sample, std::uint8_t* to) {
   using Layout = FormatLayout<F>;
-  static_assert(!Layout::IS_FLOAT);
-  const auto bits = static_cast<std::uint32_t>(sample);
+  const auto bits = codec::BitCast<std::uint32_t>(sample);
   if constexpr (Layout::BYTES == 1) {
     *to = static_cast<std::uint8_t>(bits);
   } else if constexpr (Layout::BYTES == 2) {
@@ -105,29 +105,20 @@ inline void StoreInteger(std::int32_t sample, std::uint8_t* to) {
   }
 }
 
-template <SampleFormat F>
-inline float LoadFloat(const std::uint8_t* from) {
-  return codec::BitCast<float>(codec::LoadWord<std::uint32_t, FormatLayout<F>::IS_SWAPPED>(from));
-}
-
-template <SampleFormat F>
-inline void StoreFloat(float sample, std::uint8_t* to) {
-  codec::StoreWord<FormatLayout<F>::IS_SWAPPED>(codec::BitCast<std::uint32_t>(sample), to);
-}
-
 /**
- * Saturates values to the range of an integer format and rounds them to the nearest whole number, ties to even.
+ * Makes samples of values on the scale of the format (32767 is the highest of a 16-bit one): saturates them to its
+ * range and rounds them to the nearest whole number, ties to even. For a float format, just a float.
  *
- *     const FormatRounder<SampleFormat::S16_LE, float> round;   // made before the loop
- *     for (...) StoreInteger<SampleFormat::S16_LE>(round(value), to);
+ *     const SampleRounder<F, double> round;                     // made before the loop
+ *     for (...) StoreSample<F>(round(LoadSample<F>(from) * factor), to);
  *
  * Made so that a loop over it vectorises on every x86-64, where the library's functions do not: adding 1.5 * 2^m, m
  * being the bits of the mantissa, leaves the whole number in the low bits of the sum. A float has room for that up to
  * 2^22, so wider formats take double. The limits are variables that the compiler cannot see through: it would make
  * branches of constants.
  */
-template <SampleFormat F, class Real>
-class FormatRounder {
+template <SampleFormat F, class Real, bool IS_FLOAT = FormatLayout<F>::IS_FLOAT>
+class SampleRounder {
   static constexpr bool IS_DOUBLE = std::is_same_v<Real, double>;
   static_assert(IS_DOUBLE || FormatLayout<F>::BYTES <= 2, "a float cannot round this format");
 
@@ -157,17 +148,19 @@ class FormatRounder {
   Real zero = Hidden(0);
 };
 
+template <SampleFormat F, class Real>
+class SampleRounder<F, Real, true> {
+ public:
+  float operator()(Real value) const { return static_cast<float>(value); }
+  float OfNumber(Real value) const { return static_cast<float>(value); }
+};
+
 /** `count` samples of format F to floating point. The two must not overlap. */
 template <SampleFormat F, class Real>
 inline void DecodeAs(const std::uint8_t* __restrict from, Real* __restrict to, std::size_t count) {
-  using Layout = FormatLayout<F>;
-  if constexpr (Layout::IS_FLOAT) {
-    for (std::size_t i = 0; i < count; ++i) to[i] = LoadFloat<F>(from + 4 * i);
-  } else {
-    constexpr Real SCALE = static_cast<Real>(1 / Layout::FULL_SCALE);
-    for (std::size_t i = 0; i < count; ++i) {
-      to[i] = static_cast<Real>(LoadInteger<F>(from + Layout::BYTES * i)) * SCALE;
-    }
+  constexpr Real SCALE = static_cast<Real>(1 / FormatLayout<F>::FULL_SCALE);
+  for (std::size_t i = 0; i < count; ++i) {
+    to[i] = static_cast<Real>(LoadSample<F>(from + BytesPerSample(F) * i)) * SCALE;
   }
 }
 
@@ -175,15 +168,11 @@ inline void DecodeAs(const std::uint8_t* __restrict from, Real* __restrict to, s
 template <SampleFormat F, class Real>
 inline void EncodeAs(const Real* __restrict from, std::uint8_t* __restrict to, std::size_t count) {
   using Layout = FormatLayout<F>;
-  if constexpr (Layout::IS_FLOAT) {
-    for (std::size_t i = 0; i < count; ++i) StoreFloat<F>(static_cast<float>(from[i]), to + 4 * i);
-  } else {
-    using Work = std::conditional_t<(Layout::BYTES > 2), double, Real>;
-    constexpr Work SCALE = static_cast<Work>(Layout::FULL_SCALE);
-    const FormatRounder<F, Work> round;
-    for (std::size_t i = 0; i < count; ++i) {
-      StoreInteger<F>(round(static_cast<Work>(from[i]) * SCALE), to + Layout::BYTES * i);
-    }
+  using Work = std::conditional_t<Layout::IS_FLOAT || Layout::BYTES <= 2, Real, double>;
+  constexpr Work SCALE = static_cast<Work>(Layout::FULL_SCALE);
+  const SampleRounder<F, Work> round;
+  for (std::size_t i = 0; i < count; ++i) {
+    StoreSample<F>(round(static_cast<Work>(from[i]) * SCALE), to + Layout::BYTES * i);
   }
 }
 

@@ -19,6 +19,7 @@
 #include <cstdint>
 #include <limits>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -153,7 +154,11 @@ class Parameter {
     return made;
   }
 
-  Parameter&& Default(double value) && { return std::move(*this).Default(NumberText(value)); }
+  template <class N, std::enable_if_t<std::is_arithmetic_v<N>, int> = 0>
+  Parameter&& Default(N value) && {
+    if constexpr (std::is_same_v<N, bool>) return std::move(*this).Default(value ? "true" : "false");
+    return std::move(*this).Default(NumberText(static_cast<double>(value)));
+  }
   Parameter&& Default(std::string text) && { return defaultValue = std::move(text), std::move(*this); }
   Parameter&& Default(const char* text) && { return std::move(*this).Default(std::string(text)); }
   Parameter&& Help(const char* line) && { return help = line, std::move(*this); }

@@ -1,0 +1,263 @@
+// What filesource and filesink share: a file of libsndfile, and which sample format carries its samples without loss.
+#pragma once
+
+#include <fcntl.h>
+#include <sndfile.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <vorn/SampleCodec.h>
+#include <vorn/kit/Streams.h>
+
+namespace soundfile {
+
+constexpr long BATCH_BYTES = 65536;  // read or written at a time, at least
+
+constexpr bool IS_BIG_ENDIAN_HOST = __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__;
+constexpr vorn::SampleFormat NATIVE_S16 = IS_BIG_ENDIAN_HOST ? vorn::SampleFormat::S16_BE : vorn::SampleFormat::S16_LE;
+constexpr vorn::SampleFormat NATIVE_S32 = IS_BIG_ENDIAN_HOST ? vorn::SampleFormat::S32_BE : vorn::SampleFormat::S32_LE;
+
+// The sample format that holds what a file holds; codecs without a width of their own count as what their decoder
+// gives.
+inline vorn::SampleFormat FormatOfFile(int format) {
+  switch (format & SF_FORMAT_SUBMASK) {
+    case SF_FORMAT_PCM_S8:
+    case SF_FORMAT_PCM_U8:
+    case SF_FORMAT_DPCM_8: return vorn::SampleFormat::BYTE;
+    case SF_FORMAT_PCM_24:
+    case SF_FORMAT_DWVW_24:
+    case SF_FORMAT_ALAC_20:
+    case SF_FORMAT_ALAC_24: return vorn::SampleFormat::S24_3LE;
+    case SF_FORMAT_PCM_32:
+    case SF_FORMAT_ALAC_32: return vorn::SampleFormat::S32_LE;
+    case SF_FORMAT_FLOAT:
+    case SF_FORMAT_DOUBLE:
+    case SF_FORMAT_VORBIS:
+    case SF_FORMAT_OPUS:
+    case SF_FORMAT_MPEG_LAYER_I:
+    case SF_FORMAT_MPEG_LAYER_II:
+    case SF_FORMAT_MPEG_LAYER_III: return vorn::SampleFormat::FLOAT_LE;
+    default: return vorn::SampleFormat::S16_LE;
+  }
+}
+
+inline vorn::SampleFormat BigEndian(vorn::SampleFormat format) {
+  using vorn::SampleFormat;
+  switch (format) {
+    case SampleFormat::S16_LE: return SampleFormat::S16_BE;
+    case SampleFormat::S24_3LE: return SampleFormat::S24_3BE;
+    case SampleFormat::S32_LE: return SampleFormat::S32_BE;
+    case SampleFormat::FLOAT_LE: return SampleFormat::FLOAT_BE;
+    default: return format;
+  }
+}
+
+// libsndfile's own words for "BYTE" to "FLOAT_BE" in a file without a header.
+inline int RawFormat(vorn::SampleFormat format) {
+  static constexpr int ENCODINGS[] = {SF_FORMAT_PCM_S8,
+                                      SF_FORMAT_PCM_16 | SF_ENDIAN_LITTLE,
+                                      SF_FORMAT_PCM_16 | SF_ENDIAN_BIG,
+                                      SF_FORMAT_PCM_32 | SF_ENDIAN_LITTLE,
+                                      SF_FORMAT_PCM_32 | SF_ENDIAN_BIG,
+                                      SF_FORMAT_PCM_24 | SF_ENDIAN_LITTLE,
+                                      SF_FORMAT_PCM_24 | SF_ENDIAN_BIG,
+                                      SF_FORMAT_FLOAT | SF_ENDIAN_LITTLE,
+                                      SF_FORMAT_FLOAT | SF_ENDIAN_BIG};
+  return SF_FORMAT_RAW | ENCODINGS[static_cast<unsigned>(format)];
+}
+
+struct Closer {
+  void operator()(SNDFILE* file) const { sf_close(file); }
+};
+
+// An open sound file that gives and takes samples of one chosen format.
+//
+// Where the bytes of the file are what is wanted, they pass as they are. Otherwise libsndfile carries them in a type of
+// its own that loses nothing of the file, and they are converted with the rounding and saturation of the kit.
+//
+// The file is read and written here, not in libsndfile, which forgets the system's errors on the way, above all those
+// of closing.
+class SoundFile {
+ public:
+  SF_INFO info{};
+
+  SoundFile() = default;
+  SoundFile(const SoundFile&) = delete;
+  SoundFile& operator=(const SoundFile&) = delete;
+  ~SoundFile() { Close(); }
+
+  // Opens for reading or for writing anew. @return empty, or what went wrong, without the path.
+  std::string Open(const std::string& path, int mode) {
+    Close();
+    const int flags = mode == SFM_READ ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC;
+    fd = open(path.c_str(), flags | O_CLOEXEC, 0666);
+    if (fd < 0) return std::strerror(errno);
+    if (struct stat status{}; fstat(fd, &status) == 0 && S_ISDIR(status.st_mode)) return std::strerror(EISDIR);
+    systemError = 0;
+    const bool isPipe = lseek(fd, 0, SEEK_CUR) < 0;
+    static SF_VIRTUAL_IO io{&Length, &Seek, &ReadBytes, &WriteBytes, &Tell};
+    file.reset(isPipe ? sf_open_fd(fd, mode, &info, SF_FALSE) : sf_open_virtual(&io, mode, &info, this));
+    return file && systemError == 0 ? std::string() : Error();
+  }
+
+  // Finishes the file, header and all. @return as Open.
+  std::string Close() {
+    file.reset();
+    const std::string error = systemError != 0 ? Error() : std::string();
+    if (fd >= 0) close(fd);
+    fd = -1;
+    return error;
+  }
+
+  bool IsOpen() const { return file != nullptr; }
+  SNDFILE* Handle() { return file.get(); }
+  bool HasFailed() { return systemError != 0 || (file && sf_error(file.get()) != SF_ERR_NO_ERROR); }
+  std::string Error() { return systemError != 0 ? std::strerror(systemError) : sf_strerror(file.get()); }
+
+  // Says in which format Read and Write see the samples, and makes room for `samples` at a time.
+  void Carry(vorn::SampleFormat format, long samples) {
+    wanted = format;
+    passes = BytesOfFile() == format;
+    const vorn::SampleFormat own = FormatOfFile(info.format);
+    carrier = own == vorn::SampleFormat::FLOAT_LE ? vorn::NATIVE_FLOAT
+              : own == vorn::SampleFormat::S16_LE ? NATIVE_S16
+                                                  : NATIVE_S32;
+    const std::size_t values = static_cast<std::size_t>(samples) * static_cast<std::size_t>(info.channels);
+    carried.resize(passes || carrier == wanted ? 0 : values * vorn::BytesPerSample(carrier));
+    work.resize(carried.empty() ? 0 : values);
+  }
+
+  // @return how many samples were read; fewer than asked for at the end of the file or on an error.
+  long Read(std::uint8_t* to, long samples) {
+    if (passes) return BytesToSamples(sf_read_raw(file.get(), to, SamplesToBytes(samples)));
+    if (carrier == wanted) return ReadCarrier(to, samples);
+    const long got = ReadCarrier(carried.data(), samples);
+    Convert(carrier, carried.data(), wanted, to, got);
+    return got;
+  }
+
+  // @return how many samples were written; fewer on an error.
+  long Write(const std::uint8_t* from, long samples) {
+    if (passes) return BytesToSamples(sf_write_raw(file.get(), from, SamplesToBytes(samples)));
+    if (carrier == wanted) return WriteCarrier(from, samples);
+    // libsndfile cuts what a narrower file cannot hold; rounding to its width first leaves nothing to cut.
+    const vorn::SampleFormat own = FormatOfFile(info.format);
+    if (carrier == NATIVE_S32 && own != vorn::SampleFormat::S32_LE) {
+      Convert(wanted, from, own, carried.data(), samples);
+      Convert(own, carried.data(), carrier, carried.data(), samples);
+    } else {
+      Convert(wanted, from, carrier, carried.data(), samples);
+    }
+    return WriteCarrier(carried.data(), samples);
+  }
+
+ private:
+  // The format of the bytes as they lie in the file, for containers that hold plain samples.
+  std::optional<vorn::SampleFormat> BytesOfFile() {
+    switch (info.format & SF_FORMAT_TYPEMASK) {
+      case SF_FORMAT_WAV:
+      case SF_FORMAT_WAVEX:
+      case SF_FORMAT_RF64:
+      case SF_FORMAT_W64:
+      case SF_FORMAT_AIFF:
+      case SF_FORMAT_AU:
+      case SF_FORMAT_CAF:
+      case SF_FORMAT_RAW: break;
+      default: return {};
+    }
+    const bool swapped = sf_command(file.get(), SFC_RAW_DATA_NEEDS_ENDSWAP, nullptr, 0) == SF_TRUE;
+    switch (info.format & SF_FORMAT_SUBMASK) {
+      case SF_FORMAT_PCM_S8: return vorn::SampleFormat::BYTE;
+      case SF_FORMAT_PCM_16:
+      case SF_FORMAT_PCM_24:
+      case SF_FORMAT_PCM_32:
+      case SF_FORMAT_FLOAT: {
+        const vorn::SampleFormat little = FormatOfFile(info.format);
+        return swapped != IS_BIG_ENDIAN_HOST ? BigEndian(little) : little;
+      }
+      default: return {};
+    }
+  }
+
+  sf_count_t SamplesToBytes(long samples) const {
+    return samples * info.channels * static_cast<long>(vorn::BytesPerSample(wanted));
+  }
+  long BytesToSamples(sf_count_t bytes) const {
+    return bytes <= 0 ? 0 : bytes / (info.channels * static_cast<long>(vorn::BytesPerSample(wanted)));
+  }
+
+  long ReadCarrier(void* to, long samples) {
+    if (carrier == NATIVE_S16) return sf_readf_short(file.get(), static_cast<short*>(to), samples);
+    if (carrier == NATIVE_S32) return sf_readf_int(file.get(), static_cast<int*>(to), samples);
+    return sf_readf_float(file.get(), static_cast<float*>(to), samples);
+  }
+
+  long WriteCarrier(const void* from, long samples) {
+    if (carrier == NATIVE_S16) return sf_writef_short(file.get(), static_cast<const short*>(from), samples);
+    if (carrier == NATIVE_S32) return sf_writef_int(file.get(), static_cast<const int*>(from), samples);
+    return sf_writef_float(file.get(), static_cast<const float*>(from), samples);
+  }
+
+  // Through double, which holds every format exactly. `from` and `to` may be the same.
+  void Convert(vorn::SampleFormat a, const void* from, vorn::SampleFormat b, void* to, long samples) {
+    const std::size_t values = static_cast<std::size_t>(samples) * static_cast<std::size_t>(info.channels);
+    vorn::Decode(a, from, work.data(), values);
+    vorn::Encode(b, work.data(), to, values);
+  }
+
+  // What libsndfile calls.
+  static SoundFile& Self(void* self) { return *static_cast<SoundFile*>(self); }
+  static sf_count_t Length(void* self) {
+    struct stat status {};
+    return Self(self).Noting(fstat(Self(self).fd, &status)) < 0 ? -1 : status.st_size;
+  }
+  static sf_count_t Seek(sf_count_t offset, int whence, void* self) {
+    return Self(self).Noting(lseek(Self(self).fd, offset, whence));
+  }
+  static sf_count_t Tell(void* self) { return Self(self).Noting(lseek(Self(self).fd, 0, SEEK_CUR)); }
+  static sf_count_t ReadBytes(void* to, sf_count_t count, void* self) {
+    return Self(self).Transfer(count, [&](sf_count_t done) {
+      return read(Self(self).fd, static_cast<char*>(to) + done, static_cast<std::size_t>(count - done));
+    });
+  }
+  static sf_count_t WriteBytes(const void* from, sf_count_t count, void* self) {
+    return Self(self).Transfer(count, [&](sf_count_t done) {
+      return write(Self(self).fd, static_cast<const char*>(from) + done, static_cast<std::size_t>(count - done));
+    });
+  }
+
+  template <class Call>
+  sf_count_t Transfer(sf_count_t count, const Call& call) {
+    sf_count_t done = 0;
+    while (done < count) {
+      const ssize_t moved = call(done);
+      if (moved < 0 && errno == EINTR) continue;
+      if (Noting(moved) <= 0) break;
+      done += moved;
+    }
+    return done;
+  }
+  long Noting(long result) {
+    if (result < 0 && systemError == 0) systemError = errno;
+    return result;
+  }
+
+  int fd = -1;
+  int systemError = 0;  // the first since Open
+  std::unique_ptr<SNDFILE, Closer> file;
+  vorn::SampleFormat wanted = vorn::SampleFormat::S16_LE;
+  vorn::SampleFormat carrier = NATIVE_S16;
+  bool passes = false;
+  std::vector<std::uint8_t> carried;
+  std::vector<double> work;
+};
+
+}  // namespace soundfile

@@ -1,0 +1,84 @@
+// gain: makes a stream louder or quieter.
+//
+// An integer sample x becomes x * 10^(gain/20), computed in double, rounded to the nearest whole number (ties to even)
+// and saturated to its format's range; a float sample becomes the float nearest to that product. At 0 dB samples pass
+// bit by bit. A new gain is reached in a straight line over one frame.
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include <vorn/Plugin.h>
+
+namespace {
+
+using vorn::SampleFormat;
+
+template <SampleFormat F>
+void ScaleFrame(const std::uint8_t* __restrict from, std::uint8_t* __restrict to, std::size_t count, double factor) {
+  constexpr std::size_t BYTES = vorn::BytesPerSample(F);
+  const vorn::SampleRounder<F, double> round;
+  for (std::size_t i = 0; i < count; ++i) {
+    vorn::StoreSample<F>(round.OfNumber(vorn::LoadSample<F>(from + BYTES * i) * factor), to + BYTES * i);
+  }
+}
+
+template <SampleFormat F>
+void RampFrame(const vorn::FrameBuffer& in, std::uint8_t* to, vorn::Ramp::Line factor) {
+  const std::size_t instant = in.channels * vorn::BytesPerSample(F);
+  for (long i = 0; i < in.samples; ++i, to += instant) {
+    ScaleFrame<F>(in.data + static_cast<std::size_t>(i) * instant, to, in.channels, factor.At(i));
+  }
+}
+
+class Gain : public vorn::PluginBlock {
+ public:
+  using PluginBlock::PluginBlock;
+  enum : unsigned { GAIN };
+
+  static vorn::Description Describe() {
+    return vorn::Description("gain", "makes a stream louder or quieter")
+        .Input(vorn::Port("in"))
+        .Output(vorn::Port("out"))
+        .Same(vorn::SAME_STREAM)
+        .Takes(vorn::Parameter::Number(GAIN, "gain", "dB", -std::numeric_limits<double>::infinity(), 60)
+                   .Default(0)
+                   .Positional()
+                   .Live()
+                   .Help("how much louder; -inf is silence"))
+        .Example("gain -6");
+  }
+
+ protected:
+  int Prepare() override { return factor.Jump(Factor()), 0; }
+  void OnSet(unsigned) override { factor.Set(Factor()); }
+
+  long Process() override {
+    const vorn::FrameBuffer& in = In();
+    vorn::FrameBuffer& out = Out();
+    const std::size_t count = static_cast<std::size_t>(in.samples) * in.channels;
+    const auto line = factor.Next(in.samples);
+    out.samples = in.samples;
+    if (line.step == 0 && line.start == 1) {
+      std::memcpy(out.data, in.data, count * vorn::BytesPerSample(in.format));
+      return vorn::FRAME_DONE;
+    }
+    vorn::WithFormat(in.format, [&](auto format) {
+      constexpr SampleFormat F = decltype(format)::value;
+      if (line.step == 0) {
+        ScaleFrame<F>(in.data, out.data, count, line.start);
+      } else {
+        RampFrame<F>(in, out.data, line);
+      }
+    });
+    return vorn::FRAME_DONE;
+  }
+
+ private:
+  double Factor() const { return std::pow(10, Number(GAIN) / 20); }
+
+  vorn::Ramp factor;
+};
+
+}  // namespace
+
+VORN_PLUGIN(Gain)
