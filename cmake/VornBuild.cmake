@@ -53,6 +53,11 @@ function(vorn_add_plugin name)
   install(TARGETS ${name} LIBRARY DESTINATION ${VORN_PLUGIN_DIR})
 endfunction()
 
+# vorn_leave_out(WHAT WHY): has the summary say that WHAT is not built.
+function(vorn_leave_out what why)
+  set_property(GLOBAL APPEND PROPERTY VORN_LEFT_OUT "${what} (${why})")
+endfunction()
+
 # vorn_find_library(MODULE FOR what...): looks for a library by its pkg-config module. Where it is there, PkgConfig::MODULE is a
 # target to link to; where it is missing, the caller leaves out what needs it, and the summary says so.
 function(vorn_find_library module)
@@ -60,7 +65,7 @@ function(vorn_find_library module)
   pkg_check_modules(${module} QUIET IMPORTED_TARGET ${module})
   if(NOT TARGET PkgConfig::${module})
     list(JOIN ARG_FOR ", " what)
-    set_property(GLOBAL APPEND PROPERTY VORN_LEFT_OUT "${what} (no ${module})")
+    vorn_leave_out("${what}" "no ${module}")
   endif()
 endfunction()
 
