@@ -33,6 +33,14 @@ class VornImpl final : public Vorn {
   FIFO* NewFIFO(unsigned int rate, unsigned long sampleSize, long capacity, long prefill) override;
   void DeleteFIFO(FIFO* fifo) override;
 
+  /**
+   * Carries out one command of the console, on the caller's thread.
+   *
+   * @param args what follows the word. @param reply replaced by the command's own.
+   * @return false for a word that is none, with the reply left alone.
+   */
+  bool RunCommand(const std::string& word, std::stringstream& args, std::string& reply);
+
  private:
   void Configure(const char* configPath);
 
@@ -44,7 +52,6 @@ class VornImpl final : public Vorn {
 
   // The console's thread.
   void DebugThreadLoop();
-  bool RunCommand(const std::string& word, std::stringstream& args, std::string& reply);
   void ReleasedRoutes();
   void KeepSocket(int& slot, int socket);
   void CloseSocket(int& slot);

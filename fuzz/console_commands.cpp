@@ -1,0 +1,150 @@
+// Commands of the console, one a line, to a framework of their own.
+//
+// Nothing outside of a scratch folder is reached, whatever the input: every plug-in that is asked for is the one in
+// here, the log goes nowhere, and setdump, which alone takes a path, gets it moved into the folder. Memory is short, so
+// that huge frames meet a failed allocation and not the machine's limits. The linker's --wrap puts the loader and the
+// operator new of this file in place.
+#include <sys/resource.h>
+
+#include <csignal>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <new>
+#include <sstream>
+
+#include <tlogging.h>
+
+#include "Vorn/VornImpl.h"
+
+namespace {
+
+constexpr std::size_t LONGEST_COMMAND = 1023;
+constexpr std::size_t MOST_MEMORY = 1u << 16;  // in one piece
+constexpr rlim_t LARGEST_FILE = 1u << 20;
+constexpr long FRAMES_TO_A_TIMEOUT = 16;  // ends a cycle that a loop of links would keep going for ever
+
+std::atomic<bool> memoryIsShort{false};
+
+std::string scratch;  // a folder in a folder, so that ".." is ours as well; ends in "/"
+
+class AnyBlock : public vorn::Block {
+ public:
+  AnyBlock(bool isFirst, bool isLast, const std::vector<std::string>& args)
+      : Block(isFirst, isLast), subname(args.empty() ? "" : args[0]) {}
+
+  const char* Subname() const override { return subname.c_str(); }
+  int OnInEpLinked(unsigned long index) override { return ActiveInEps().at(index)->FB()->rate == 0 ? -5 : 0; }
+  long ProcessFrame() override {
+    ++frames;
+    for (const auto& [index, ep] : ActiveOutEps()) {
+      vorn::FrameBuffer& frame = *ep->FB();
+      const std::size_t sampleBytes = frame.channels * BytesPerSample(frame.format);
+      if (sampleBytes > 0) std::memset(frame.data, 1, sampleBytes * static_cast<std::size_t>(frame.samplesPerFrame));
+      frame.samples = frame.samplesPerFrame;
+      frame.timestamp = frames;
+    }
+    ClearActiveInEpsData();
+    return frames % FRAMES_TO_A_TIMEOUT ? vorn::FRAME_DONE : vorn::FRAME_TIMEOUT;
+  }
+  int SetParameter(unsigned int paramId, const std::vector<std::string>& params) override {
+    values = params;
+    return static_cast<int>(paramId);
+  }
+  int GetParameter(unsigned int paramId, std::vector<std::string>& params) override {
+    params = values;
+    return static_cast<int>(paramId);
+  }
+
+ private:
+  const std::string subname;
+  std::vector<std::string> values;
+  long frames = 0;
+};
+
+void Require(bool condition, const char* what) {
+  if (condition) return;
+  std::fprintf(stderr, "%s\n", what);
+  std::abort();
+}
+
+/** The command, its dump folder moved into the scratch folder. */
+std::string Confined(const std::string& command) {
+  std::istringstream words(command);
+  std::string word, path;
+  if (!(words >> word >> path) || word != "setdump" || path == "--") return command;
+  for (char& c : path) c = c == '/' ? '_' : c;
+  return word + " " + scratch + path;
+}
+
+void Run(vorn::VornImpl& framework, const std::string& command) {
+  std::stringstream args(Confined(command));
+  std::string word;
+  if (!(args >> word)) return;
+  std::string reply = "none";
+  if (!framework.RunCommand(word, args, reply)) Require(reply == "none", "A reply from nobody");
+  Require(reply.find('\0') == reply.npos, "A NUL inside a reply");
+}
+
+}  // namespace
+
+extern "C" {
+
+VORN_API vorn::Block* CreateBlock(bool first, bool last, const std::vector<std::string>& args) {
+  return new AnyBlock(first, last, args);
+}
+
+void* __real__Znwm(std::size_t size);
+void* __wrap__Znwm(std::size_t size) {
+  if (memoryIsShort && size > MOST_MEMORY) throw std::bad_alloc();
+  return __real__Znwm(size);
+}
+
+void* __real_dlopen(const char* file, int flags);
+void* __wrap_dlopen(const char*, int flags) { return __real_dlopen(nullptr, flags); }
+
+int _tlogging_print(char, const char*, int, const char*, const char* format, ...) {
+  char line[256];
+  va_list args;
+  va_start(args, format);
+  const int length = std::vsnprintf(line, sizeof line, format, args);
+  va_end(args);
+  return length;
+}
+int _tlogging_set_level(int) { return 0; }
+int _tlogging_set_file(const char* path) {
+  Require(!path || std::string(path).compare(0, scratch.size(), scratch) == 0, "A path outside of the scratch folder");
+  return 0;
+}
+int _tlogging_enable_options(unsigned) { return 0; }
+int _tlogging_disable_options(unsigned) { return 0; }
+
+int LLVMFuzzerInitialize(int*, char***) {
+  char folder[] = "/tmp/vorn-fuzz-XXXXXX";
+  Require(mkdtemp(folder), "No scratch folder");
+  scratch = folder + std::string("/dump/");
+  const rlimit limit{LARGEST_FILE, LARGEST_FILE};
+  setrlimit(RLIMIT_FSIZE, &limit);
+  std::signal(SIGXFSZ, SIG_IGN);
+  std::atexit([] { std::filesystem::remove_all(std::filesystem::path(scratch).parent_path().parent_path()); });
+  return 0;
+}
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  std::istringstream input(std::string(reinterpret_cast<const char*>(data), size));
+  std::filesystem::create_directory(scratch);
+  memoryIsShort = true;
+  {
+    vorn::VornImpl framework("/nowhere");
+    for (std::string line; std::getline(input, line);) {
+      Run(framework, line.substr(0, std::min(line.find('\0'), LONGEST_COMMAND)));
+    }
+  }
+  memoryIsShort = false;
+  std::filesystem::remove_all(scratch);
+  return 0;
+}
+}
