@@ -11,7 +11,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <new>
 #include <sstream>
@@ -43,7 +42,8 @@ class AnyBlock : public vorn::Block {
     for (const auto& [index, ep] : ActiveOutEps()) {
       vorn::FrameBuffer& frame = *ep->FB();
       const std::size_t sampleBytes = frame.channels * BytesPerSample(frame.format);
-      if (sampleBytes > 0) std::memset(frame.data, 1, sampleBytes * static_cast<std::size_t>(frame.samplesPerFrame));
+      const auto samples = static_cast<std::size_t>(frame.samplesPerFrame);
+      if (sampleBytes > 0 && samples > 0) frame.data[0] = frame.data[sampleBytes * samples - 1] = 1;
       frame.samples = frame.samplesPerFrame;
       frame.timestamp = frames;
     }
