@@ -1,0 +1,188 @@
+#include "Completion.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+
+#include "CommandTable.h"
+
+namespace vrdb {
+namespace {
+
+namespace fs = std::filesystem;
+
+enum class Files { ALL, FOLDERS, PLUGINS };
+
+bool Suits(const fs::directory_entry& entry, Files files) {
+  std::error_code error;
+  if (files == Files::ALL || entry.is_directory(error)) return true;
+  return files == Files::PLUGINS && entry.path().filename().string().find(".so") != std::string::npos;
+}
+
+std::string Proc(const std::string& process, const char* entry) { return "/proc/" + process + "/" + entry; }
+
+std::string OtherProcess(const Live& live) { return std::to_string(live.process()); }
+
+Words List(const std::string& folder, const std::string& shownAs, bool hidden, Files files) {
+  Words names;
+  std::error_code error, unknown;
+  for (fs::directory_iterator at(folder, error), end; !error && at != end; at.increment(error)) {
+    const std::string name = at->path().filename();
+    if ((name.front() == '.' && !hidden) || !Suits(*at, files)) continue;
+    names.push_back(shownAs + name + (at->is_directory(unknown) ? "/" : ""));
+  }
+  return names;
+}
+
+// Names that begin with `start`, or might, in the file system and from the folder that the process sees.
+Words FileNames(const std::string& start, const std::string& process, Files files) {
+  const std::string folder = start.substr(0, start.rfind('/') + 1);
+  const bool absolute = start.substr(0, 1) == "/";
+  const bool hidden = start.substr(folder.size(), 1) == ".";
+  return List(Proc(process, absolute ? "root" : "cwd/") + folder, folder, hidden, files);
+}
+
+// Bare names of plug-ins are found where the process's libvorn.so stands.
+Words InstalledPlugins(const std::string& process) {
+  std::ifstream maps(Proc(process, "maps"));
+  for (std::string line; std::getline(maps, line);) {
+    const auto path = line.find('/');
+    const auto name = line.rfind("/libvorn.so");
+    if (path == std::string::npos || name == std::string::npos) continue;
+    return List(Proc(process, "root") + line.substr(path, name - path) + "/vorn", "", false, Files::PLUGINS);
+  }
+  return {};
+}
+
+Words RouteNames(const Report& report) {
+  Words names;
+  for (const RouteStatus& route : report.routes) names.push_back(route.name);
+  return names;
+}
+
+Words FreeRouteNames(const Report& report) {
+  Words names;
+  for (char letter = 'A'; letter <= 'Z'; ++letter) {
+    if (!report.Route(std::string("Route") + letter)) names.push_back(std::string("Route") + letter);
+  }
+  return names;
+}
+
+Words BlockNames(const Report& report, const std::string& route) {
+  Words names;
+  const RouteStatus* found = report.Route(route);
+  if (!found) return names;
+  for (const BlockStatus& block : found->blocks) names.push_back(block.name);
+  return names;
+}
+
+Words InstanceNames(const Report& report, const std::string& route) {
+  Words names = BlockNames(report, route);
+  names.push_back("!");
+  const RouteStatus* found = report.Route(route);
+  if (!found) return names;
+  for (const BlockStatus& block : found->blocks) {
+    for (const EndpointStatus& output : block.outputs) names.push_back(output.link);
+  }
+  return names;
+}
+
+Words ParameterNames(const std::vector<Parameter>& table) {
+  Words names;
+  for (const Parameter& parameter : table) names.push_back(parameter.name);
+  return names;
+}
+
+// "low|high"
+Words Alternatives(std::string words) {
+  std::replace(words.begin(), words.end(), '|', ' ');
+  return Split(words).words;
+}
+
+Words ValuesOf(const std::string& name, const std::vector<Parameter>& table) {
+  for (const Parameter& parameter : table) {
+    const bool isList = parameter.range.find('|') != std::string::npos;
+    if (isList && (parameter.name == name || parameter.id == name)) return Alternatives(parameter.range);
+  }
+  return {};
+}
+
+Words CommandWords() {
+  Words words;
+  for (const Command& command : Commands()) words.emplace_back(command.word);
+  return words;
+}
+
+Words Options(const Command& command) {
+  Words options;
+  for (const Argument& argument : command.arguments) {
+    for (std::string& option : Alternatives(std::string(argument.name))) options.push_back(std::move(option));
+  }
+  return options;
+}
+
+Words operator+(Words some, const Words& more) {
+  some.insert(some.end(), more.begin(), more.end());
+  return some;
+}
+
+// The argument that the word at `position` is; the last one when it may be repeated.
+const Argument* ArgumentAt(const Command& command, std::size_t position) {
+  if (command.arguments.empty()) return nullptr;
+  const Argument& last = command.arguments.back();
+  if (position <= command.arguments.size()) return &command.arguments[position - 1];
+  return last.count == Count::ANY || last.takes == Takes::OPTION ? &last : nullptr;
+}
+
+Words Candidates(const Words& before, const std::string& start, const Live& live) {
+  if (before.empty()) return CommandWords();
+  const Command* command = FindCommand(before[0]);
+  const Argument* argument = command ? ArgumentAt(*command, before.size()) : nullptr;
+  if (!argument) return {};
+  const std::string route = before.size() > 1 ? before[1] : "";
+  switch (argument->takes) {
+    case Takes::ROUTE: return RouteNames(live.report());
+    case Takes::FREE_ROUTE: return FreeRouteNames(live.report());
+    case Takes::BLOCK: return BlockNames(live.report(), route);
+    case Takes::INSTANCE: return InstanceNames(live.report(), route);
+    case Takes::PLUGIN:
+      return FileNames(start, OtherProcess(live), Files::PLUGINS) + InstalledPlugins(OtherProcess(live));
+    case Takes::BOOLEAN: return {"true", "false"};
+    case Takes::FORMAT: return LinkFormats();
+    case Takes::PARAMETER: return ParameterNames(live.parameters(route, before[2]));
+    case Takes::VALUE: return before.size() == 4 ? ValuesOf(before[3], live.parameters(route, before[2])) : Words{};
+    case Takes::DUMP_FOLDER: return FileNames(start, OtherProcess(live), Files::FOLDERS) + Words{"--"};
+    case Takes::PROCESS_FILE: return FileNames(start, OtherProcess(live), Files::ALL);
+    case Takes::OWN_FILE: return FileNames(start, "self", Files::ALL);
+    case Takes::COMMAND: return CommandWords();
+    case Takes::OPTION: return Options(*command);
+    case Takes::UNSIGNED:
+    case Takes::INTEGER: return {};
+  }
+  return {};
+}
+
+}  // namespace
+
+Words Complete(std::string_view line, const Live& live) {
+  const auto begin = line.find_last_of(" \t") + 1;  // npos + 1 is 0: the first word
+  const std::string start(line.substr(begin));
+  Words words;
+  for (const std::string& word : Candidates(Split(line.substr(0, begin)).words, start, live)) {
+    if (word.compare(0, start.size(), start) == 0) words.push_back(word);
+  }
+  std::sort(words.begin(), words.end());
+  words.erase(std::unique(words.begin(), words.end()), words.end());
+  return words;
+}
+
+std::string CommonBeginning(const Words& words) {
+  std::string common = words.empty() ? "" : words.front();
+  for (const std::string& word : words) {
+    const auto end = std::mismatch(common.begin(), common.end(), word.begin(), word.end()).first;
+    common.erase(end, common.end());
+  }
+  return common;
+}
+
+}  // namespace vrdb

@@ -1,0 +1,13 @@
+#ifndef VRDB_SOCKET_DIAGNOSIS_H
+#define VRDB_SOCKET_DIAGNOSIS_H
+
+namespace vrdb {
+
+enum class Accepted { NO, YES, UNKNOWN };
+
+/** Whether the other side has accepted this connection of a local socket, or lets it wait in its queue. */
+Accepted IsAccepted(int fd);
+
+}  // namespace vrdb
+
+#endif

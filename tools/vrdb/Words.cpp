@@ -1,0 +1,48 @@
+#include "Words.h"
+
+#include <algorithm>
+
+namespace vrdb {
+namespace {
+
+constexpr std::string_view BLANKS = " \t\n\v\f\r";
+
+}  // namespace
+
+SplitLine Split(std::string_view line) {
+  SplitLine split;
+  for (std::size_t begin = 0, end = 0;; begin = end) {
+    begin = line.find_first_not_of(BLANKS, end);
+    if (begin == std::string_view::npos || line[begin] == '#') break;
+    end = std::min(line.find_first_of(BLANKS, begin), line.size());
+    split.words.emplace_back(line.substr(begin, end - begin));
+  }
+  for (const std::string& word : split.words) {
+    const bool quoted = word.front() == '"' || word.front() == '\'';
+    const bool escaped = word.back() == '\\' && &word != &split.words.back();
+    if (quoted || escaped) {
+      split.error = word + ": " + (quoted ? "quotes keep" : "a backslash keeps") +
+                    " no blank; the console splits at every one and takes all else as it stands";
+    }
+  }
+  return split;
+}
+
+std::string CannotCarry(const Words& words) {
+  for (const std::string& word : words) {
+    if (word.empty()) return "an empty argument cannot be sent: the console splits at blanks";
+    if (word.find_first_of(BLANKS) != std::string::npos) {
+      return "'" + word + "': a blank inside an argument cannot be sent: the console splits at blanks";
+    }
+    if (word.find('\0') != std::string::npos) return "a NUL byte cannot be sent: it ends the command";
+  }
+  return {};
+}
+
+std::string Join(const Words& words, std::string_view between) {
+  std::string joined;
+  for (const std::string& word : words) joined += (joined.empty() ? "" : std::string(between)) + word;
+  return joined;
+}
+
+}  // namespace vrdb

@@ -1,0 +1,107 @@
+/** vrdb: the command line of the console's client. */
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+
+#include "CommandTable.h"
+#include "Shell.h"
+#ifdef VRDB_WITH_SESSION
+#include "Session.h"
+#endif
+
+namespace {
+
+using namespace vrdb;
+
+struct Options {
+  std::string script;
+  bool keepGoing = false;
+  double timeout = 10;
+  Words words;
+};
+
+int Complain(int code, const std::string& message) {
+  if (!message.empty()) std::cerr << "vrdb: " << message << std::endl;
+  return code;
+}
+
+class HelpText : public CLI::Formatter {
+  std::string make_usage(const CLI::App*, std::string) const override {
+    return "Usage: vrdb [OPTIONS] [COMMAND [ARGUMENT ...]]\n"
+           "Without COMMAND: a session on a terminal, or one command a line from standard input.\n";
+  }
+};
+
+void Declare(CLI::App& app, Options& options) {
+  app.formatter(std::make_shared<HelpText>());
+  app.footer(
+      "Commands ('vrdb help COMMAND' explains one):\n" + ListCommands(Style(STDOUT_FILENO)) +
+      "\nExit status: 0 done, 1 the console says that it failed, 2 wrong usage, 3 no console, 4 no answer in time");
+  app.prefix_command();
+  app.set_version_flag("--version", "vrdb " VORN_VERSION);
+  app.add_option("-f,--file", options.script, "Run the commands in a file, one a line; - is standard input")
+      ->type_name("FILE");
+  app.add_flag("-k,--keep-going", options.keepGoing, "Go on after a command that failed");
+  app.add_option("--timeout", options.timeout, "How long to wait for an answer, 10 if not said; 0 waits for ever")
+      ->check(CLI::Range(0.0, 1e6).description(""))
+      ->type_name("SECONDS");
+}
+
+int RunFile(Shell& shell, const std::string& name, bool keepGoing) {
+  if (name == "-") return shell.RunScript(std::cin, "standard input", keepGoing);
+  std::ifstream file(name);
+  file.peek();  // a folder can be opened, but not read
+  if (!file.is_open() || file.bad()) {
+    return Complain(WRONG_USAGE, "cannot read '" + name + "': " + std::strerror(errno));
+  }
+  return shell.RunScript(file, name, keepGoing);
+}
+
+int RunInteractively([[maybe_unused]] Shell& shell) {
+#ifdef VRDB_WITH_SESSION
+  return RunSession(shell);
+#else
+  return Complain(
+      WRONG_USAGE,
+      "built without libedit, so there is no session; give a command (--help lists them), -f FILE, or a pipe");
+#endif
+}
+
+int Run(Shell& shell, const Options& options) {
+  if (!options.words.empty()) {
+    if (options.words.front().substr(0, 1) == "-") {
+      return Complain(WRONG_USAGE, "'" + options.words.front() + "' is no option; --help lists them");
+    }
+    if (!options.script.empty()) return Complain(WRONG_USAGE, "either -f FILE or a command, not both");
+    const Result result = shell.Run(options.words);
+    return Complain(result.code, result.message);
+  }
+  if (!options.script.empty()) return RunFile(shell, options.script, options.keepGoing);
+  if (isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1) return RunInteractively(shell);
+  return RunFile(shell, "-", options.keepGoing);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  CLI::App app("Looks into, and edits, the graphs of a running process.", "vrdb");
+  Declare(app, options);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    if (error.get_exit_code() == 0) return app.exit(error);
+    return Complain(WRONG_USAGE, std::string(error.what()) + "; --help lists the options");
+  }
+  options.words = app.remaining();
+  Patience patience;
+  patience.limit = std::chrono::milliseconds(std::lround(std::ceil(options.timeout * 1000)));
+  if (isatty(STDERR_FILENO) == 1) patience.busy = [](const std::string& notice) { Complain(DONE, notice); };
+  Shell shell(patience);
+  return Run(shell, options);
+}
