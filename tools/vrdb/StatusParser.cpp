@@ -70,9 +70,9 @@ std::optional<std::int64_t> ReadStamp(Scanner scanner) {
 void ReadEndpoint(std::string_view line, BlockStatus& block) {
   Scanner scanner(line);
   EndpointStatus endpoint;
-  std::string_view kind, linkAndRate;
+  std::string_view linkAndRate;
   scanner.Text("\t\t(");
-  const bool input = line.substr(3, 1) == "I";
+  const bool input = line.size() > 3 && line[3] == 'I';
   scanner.Text(input ? "I" : "O").Number(endpoint.index).Text(input ? ") <-- " : ") --> ").UpTo("Hz ", linkAndRate);
   if (!scanner || !SplitLinkAndRate(linkAndRate, endpoint)) return;
   scanner.Blanks().UpTo(" ", endpoint.format).Blanks().Number(endpoint.channels).Text("ch");
