@@ -62,7 +62,7 @@ endfunction()
 # target to link to; where it is missing, the caller leaves out what needs it, and the summary says so.
 function(vorn_find_library module)
   cmake_parse_arguments(ARG "" "" "FOR" ${ARGN})
-  pkg_check_modules(${module} QUIET IMPORTED_TARGET ${module})
+  pkg_check_modules(${module} QUIET IMPORTED_TARGET GLOBAL ${module})
   if(NOT TARGET PkgConfig::${module})
     list(JOIN ARG_FOR ", " what)
     vorn_leave_out("${what}" "no ${module}")

@@ -61,7 +61,9 @@ class Graph : private vorn::Route::Callbacks {
   // Starts, and waits until the route stops by itself. Nothing when it did not start, or not stop within the deadline.
   std::optional<vorn::Route::StopReason> Run(std::chrono::seconds deadline = std::chrono::seconds(60)) {
     reason.reset();
-    if (route->Start() != 0) return {};
+    return route->Start() == 0 ? Wait(deadline) : std::nullopt;
+  }
+  std::optional<vorn::Route::StopReason> Wait(std::chrono::seconds deadline = std::chrono::seconds(60)) {
     std::unique_lock<std::mutex> lock(mutex);
     stopped.wait_for(lock, deadline, [this] { return reason.has_value(); });
     return reason;

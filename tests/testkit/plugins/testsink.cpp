@@ -1,4 +1,4 @@
-// Records every frame.
+// Records every frame; ends the route after as many as its argument says.
 #include <vorn/Plugin.h>
 
 #include "testkit/Graph.h"
@@ -6,9 +6,12 @@
 class TestSink : public vorn::PluginBlock {
  public:
   using PluginBlock::PluginBlock;
+  enum : unsigned { FRAMES };
 
   static vorn::Description Describe() {
-    return vorn::Description("testsink", "records frames").Input(vorn::Port("in"));
+    return vorn::Description("testsink", "records frames")
+        .Input(vorn::Port("in"))
+        .Takes(vorn::Parameter::Integer(FRAMES, "frames", "", 0, 1000000).Default("0").Positional());
   }
 
   int ioctl(unsigned cmd, void* arg) override {
@@ -22,7 +25,8 @@ class TestSink : public vorn::PluginBlock {
     const std::size_t bytes =
         static_cast<std::size_t>(In().samples) * In().channels * vorn::BytesPerSample(In().format);
     frames.push_back({{In().data, In().data + bytes}, In().samples, In().timestamp});
-    return vorn::FRAME_DONE;
+    const bool isEnough = static_cast<long>(frames.size()) == Integer(FRAMES);
+    return isEnough ? vorn::FRAME_END_OF_FILE : vorn::FRAME_DONE;
   }
 
  private:

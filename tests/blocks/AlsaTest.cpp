@@ -1,0 +1,97 @@
+// alsasource and alsasink without hardware: ALSA's file and null devices, in a configuration of the test's own.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <numeric>
+
+#include <vorn/Plugin.h>
+
+#include "testkit/Graph.h"
+
+namespace {
+
+using testkit::Graph;
+using testkit::StreamSpec;
+
+class Alsa : public testing::Test {
+ protected:
+  Alsa() : folder(std::filesystem::temp_directory_path() / ("vorn-alsa-" + std::to_string(getpid()))) {
+    std::filesystem::create_directories(folder);
+    std::ofstream(folder / "asound.conf")
+        << "pcm.nothing { type null }\n"
+        << "pcm.player { type file slave.pcm nothing file \"" << Path("played") << "\" format raw }\n"
+        << "pcm.recorder { type file slave.pcm nothing file /dev/null infile \"" << Path("recorded")
+        << "\" format raw }\n";
+    std::ofstream(folder / "recorded");
+    setenv("ALSA_CONFIG_PATH", Path("asound.conf").c_str(), 1);
+  }
+  ~Alsa() override { std::filesystem::remove_all(folder); }
+
+  std::string Path(const char* name) const { return folder / name; }
+
+  std::filesystem::path folder;
+};
+
+std::vector<std::int16_t> Counting(long count) {
+  std::vector<std::int16_t> samples(static_cast<std::size_t>(count));
+  std::iota(samples.begin(), samples.end(), static_cast<std::int16_t>(1));
+  return samples;
+}
+
+std::vector<std::int16_t> ReadSamples(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  const std::string bytes(std::istreambuf_iterator<char>(file), {});
+  std::vector<std::int16_t> samples(bytes.size() / 2);
+  std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
+  return samples;
+}
+
+// Red if the last, short frame, or what the device still holds, is not played.
+TEST_F(Alsa, PlaysEverySampleOnceAlsoTheLastShortFrame) {
+  for (const long count : {1L, 479L, 4801L}) {
+    Graph graph;
+    const StreamSpec spec{.channels = 1, .frame = 480};
+    vorn::Block* source = graph.Add("testsource", {}, true);
+    vorn::Block* sink = graph.Add("alsasink", {"player"});
+    ASSERT_TRUE(graph.Chain({source, sink}, spec));
+    Graph::Play16(source, Counting(count), spec);
+    EXPECT_EQ(graph.Run(), vorn::Route::StopReason::STOP_END_OF_FILE);
+    EXPECT_EQ(ReadSamples(Path("played")), Counting(count));
+  }
+}
+
+TEST_F(Alsa, RecordsFromTheFirstSampleOnWithTimesThatGrow) {
+  const std::vector<std::int16_t> spoken = Counting(4800);
+  std::ofstream(Path("recorded"), std::ios::binary)
+      .write(reinterpret_cast<const char*>(spoken.data()), static_cast<long>(spoken.size() * 2));
+  Graph graph;
+  vorn::Block* source = graph.Add("alsasource", {"recorder"});
+  vorn::Block* sink = graph.Add("testsink", {"10"}, false, true);
+  ASSERT_TRUE(graph.Chain({source, sink}, {.channels = 1, .frame = 480}));
+  EXPECT_EQ(graph.Run(), vorn::Route::StopReason::STOP_END_OF_FILE);
+  auto heard = Graph::Recorded16(sink);
+  ASSERT_GE(heard.size(), spoken.size());
+  heard.resize(spoken.size());
+  EXPECT_EQ(heard, spoken);
+  const auto& frames = Graph::FramesOf(sink);
+  EXPECT_GT(frames[0].stamp, 0);
+  EXPECT_LE(frames[0].stamp, frames[1].stamp);
+}
+
+TEST_F(Alsa, AnswersWhatTheDeviceDoesAndRefusesAnUnknownOne) {
+  Graph graph;
+  std::vector<std::string> streams;
+  EXPECT_EQ(graph->GetParameter(graph.Add("alsasource", {"recorder", "rate=16000", "channels=1", "period=160"}),
+                                vorn::PARAMETER_STREAMS, streams),
+            0);
+  EXPECT_EQ(streams, std::vector<std::string>{"rate=16000 format=S16_LE channels=1 frame=160"});
+  vorn::Block* source = graph.Add("alsasource", {"no such device"});
+  EXPECT_LT(graph->GetParameter(source, vorn::PARAMETER_STREAMS, streams), 0);
+  ASSERT_TRUE(graph.Chain({source, graph.Add("testsink", {}, false, true)}, {}));
+  EXPECT_LT(graph->Start(), 0);
+}
+
+}  // namespace

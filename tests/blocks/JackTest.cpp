@@ -1,0 +1,114 @@
+// jacksource and jacksink against a server without hardware, which the test starts.
+#include <gtest/gtest.h>
+#include <jack/jack.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+#include "testkit/Graph.h"
+
+extern char** environ;
+
+namespace {
+
+using testkit::Graph;
+using testkit::StreamSpec;
+
+bool ServerAnswers() {
+  jack_set_error_function([](const char*) {});
+  jack_set_info_function([](const char*) {});
+  jack_client_t* client = jack_client_open("probe", JackNoStartServer, nullptr);
+  if (client) jack_client_close(client);
+  return client != nullptr;
+}
+
+class Jack : public testing::Test {
+ protected:
+  void SetUp() override {
+    const std::string name = "vorn-test-" + std::to_string(getpid());
+    setenv("JACK_DEFAULT_SERVER", name.c_str(), 1);
+    setenv("JACK_NO_AUDIO_RESERVATION", "1", 1);
+    const char* command[] = {"jackd", "-r", "-n", name.c_str(), "-d", "dummy", "-r", "48000", "-p", "256", nullptr};
+    posix_spawn_file_actions_t quiet;
+    posix_spawn_file_actions_init(&quiet);
+    for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) posix_spawn_file_actions_addopen(&quiet, fd, "/dev/null", 1, 0);
+    if (posix_spawnp(&server, "jackd", &quiet, nullptr, const_cast<char**>(command), environ) != 0) {
+      server = 0;
+      GTEST_SKIP() << "no jackd here";
+    }
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!ServerAnswers()) {
+      ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "jackd does not come up";
+      std::this_thread::yield();
+    }
+  }
+  void TearDown() override {
+    if (server == 0) return;
+    kill(server, SIGTERM);
+    waitpid(server, nullptr, 0);
+  }
+
+  pid_t server = 0;
+};
+
+// A ramp goes out on one client and comes back on another, joined by the server. Red if a sample is lost, doubled or
+// scaled on the way, or if the two channels change places.
+TEST_F(Jack, CarriesEverySampleFromSinkToSource) {
+  constexpr long COUNT = 12000;
+  const StreamSpec stereo{.channels = 2, .frame = 480};
+  std::vector<std::int16_t> played;
+  for (long i = 1; i <= COUNT; ++i) {
+    played.push_back(static_cast<std::int16_t>(i));
+    played.push_back(static_cast<std::int16_t>(-i));
+  }
+  Graph graph;
+  vorn::Block* source = graph.Add("testsource", {}, true);
+  vorn::Block* sink = graph.Add("jacksink", {"there"});
+  vorn::Block* back = graph.Add("jacksource", {"back"});
+  vorn::Block* recorder = graph.Add("testsink", {}, false, true);
+  ASSERT_TRUE(graph.Chain({source, sink}, stereo));
+  ASSERT_TRUE(graph.Chain({back, recorder}, stereo));
+  Graph::Play16(source, played, stereo);
+  jack_client_t* operatorClient = jack_client_open("operator", JackNoStartServer, nullptr);
+  ASSERT_NE(operatorClient, nullptr);
+  jack_activate(operatorClient);
+  ASSERT_EQ(graph->Start(), 0);
+  for (const char* channel : {"1", "2"}) {
+    const std::string from = std::string("there:out_") + channel;
+    const std::string to = std::string("back:in_") + channel;
+    EXPECT_EQ(jack_connect(operatorClient, from.c_str(), to.c_str()), 0);
+  }
+  EXPECT_EQ(graph.Wait(), vorn::Route::StopReason::STOP_END_OF_FILE);
+  jack_client_close(operatorClient);
+
+  const auto heard = Graph::Recorded16(recorder);
+  const auto first = std::find_if(heard.begin(), heard.end(), [](std::int16_t sample) { return sample != 0; });
+  ASSERT_NE(first, heard.end());
+  const std::int16_t value = *first;
+  EXPECT_LT(value, COUNT / 2) << "joined too late to see much";
+  EXPECT_EQ((first - heard.begin()) % 2, 0) << "starts in the right channel";
+  for (auto pair = first; pair + 1 < heard.end() && *pair != 0; pair += 2) {
+    ASSERT_EQ(pair[0], value + (pair - first) / 2);
+    ASSERT_EQ(pair[1], -pair[0]);
+  }
+}
+
+TEST_F(Jack, RefusesAnotherRateAndAPortThatIsNotThere) {
+  Graph graph;
+  vorn::Block* source = graph.Add("testsource", {}, true);
+  vorn::Block* sink = graph.Add("jacksink");
+  ASSERT_TRUE(graph.Chain({source, sink}, {.rate = 44100}));
+  EXPECT_LT(graph->Start(), 0);
+  EXPECT_EQ(graph->Delete(sink), 0);
+  ASSERT_TRUE(graph.Chain({source, graph.Add("jacksink", {"connect=nowhere:"})}, {}));
+  EXPECT_LT(graph->Start(), 0);
+}
+
+}  // namespace
