@@ -126,6 +126,10 @@
  * description; find it with Producer() and Consumer(). The base class enters the block as the FIFO's reader or writer,
  * which the status graph shows.
  *
+ * A host may hand over sides of its own making, which know when a stream is over: Produce() then answers how many
+ * samples there were when these were the last and fewer than asked for, and -20 from then on. So a reader takes a
+ * positive result for a short last frame, and -20 for FRAME_END_OF_FILE; a writer may take -20 for that too.
+ *
  *
  * The log
  *
@@ -295,6 +299,7 @@ class PluginBlock : public Block {
   bool IsUnlinked() const;
   void ClearStreamState();
 
+  void Count(long arrived);
   long RunSource();
   long RunInputs();
   bool MustWait();
@@ -327,6 +332,7 @@ class PluginBlock : public Block {
   Parameters parameters;
   DataProducer* producer = nullptr;
   DataConsumer* consumer = nullptr;
+  BlockCounters* counters = nullptr;
   bool running = false;
 
   // One bit an endpoint.

@@ -21,13 +21,23 @@ namespace vorn {
 
 inline long PluginBlock::ProcessFrame() {
   long result = FRAME_FAILED;
+  const bool counts = counters != nullptr;
+  const long arrived = counts && !ActiveInEps().empty() ? ActiveInEps().begin()->second->FB()->samples : 0;
   try {
     result = ActiveInEps().empty() ? RunSource() : RunInputs();
   } catch (const std::exception& e) {
     VORN_LOG_E("%s", e.what());
   }
   isPending = result == FRAME_PENDING;
+  if (counts && (result >= 0 || result == FRAME_DONE_WITHOUT_OUTPUT)) Count(arrived);
   return result;
+}
+
+inline void PluginBlock::Count(long arrived) {
+  const long samples = ActiveOutEps().empty() ? arrived : ActiveOutEps().begin()->second->FB()->samples;
+  if (samples <= 0) return;
+  BlockCounters::Add(counters->frames, 1);
+  BlockCounters::Add(counters->samples, static_cast<std::uint64_t>(samples));
 }
 
 inline long PluginBlock::RunSource() {

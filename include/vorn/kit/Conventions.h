@@ -2,6 +2,7 @@
 #ifndef VORN_KIT_CONVENTIONS_H
 #define VORN_KIT_CONVENTIONS_H
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -25,6 +26,7 @@ enum KitCommand : unsigned {
   KIT_ATTACH_PRODUCER = 0x564B0000,  ///< `arg` is the DataProducer* to read from, or null to let go of it. 0 or -20.
   KIT_ATTACH_CONSUMER = 0x564B0001,  ///< `arg` is the DataConsumer* to write to, or null to let go of it. 0 or -20.
   KIT_GET_VERSION = 0x564B0002,      ///< Answers KIT_VERSION. `arg` is not used.
+  KIT_ATTACH_COUNTERS = 0x564B0003,  ///< `arg` is the BlockCounters* to count into, or null to let go of it. 0.
 
   // Between blocks of one route, on its thread, with a KitQuery.
   KIT_STREAM_ENDED =
@@ -49,6 +51,29 @@ struct KitQuery {
  */
 inline int AttachProducer(Block* block, DataProducer* producer) { return block->ioctl(KIT_ATTACH_PRODUCER, producer); }
 inline int AttachConsumer(Block* block, DataConsumer* consumer) { return block->ioctl(KIT_ATTACH_CONSUMER, consumer); }
+
+/**
+ * What a block of the kit has done since it got these, for a host that shows how far its graph has come. Written by the
+ * route's thread, for any to read without asking the route, which may be asleep in a device.
+ */
+struct BlockCounters {
+  std::atomic<std::uint64_t> frames{0};   ///< With samples in them.
+  std::atomic<std::uint64_t> samples{0};  ///< Given out at the first output; taken in, where there is no output.
+  std::atomic<std::uint64_t> resets{0};   ///< One for every error frame of the route.
+
+  /** By the one thread that writes. */
+  static void Add(std::atomic<std::uint64_t>& count, std::uint64_t more) {
+    count.store(count.load(std::memory_order_relaxed) + more, std::memory_order_relaxed);
+  }
+};
+
+/**
+ * Hands a block the counters of its host, which outlive it, or nullptr to take them away. Do it while the block's route
+ * is stopped.
+ *
+ * @return 0, or -20 from a block without the kit.
+ */
+inline int AttachCounters(Block* block, BlockCounters* counters) { return block->ioctl(KIT_ATTACH_COUNTERS, counters); }
 
 /** An empty frame that means something: it has 0 samples, and one of these in place of its time stamp. */
 enum class Mark : long {

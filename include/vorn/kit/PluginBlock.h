@@ -132,6 +132,7 @@ inline int PluginBlock::Stop() {
 }
 
 inline void PluginBlock::Reset() {
+  if (counters != nullptr) BlockCounters::Add(counters->resets, 1);
   ClearStreamState();
   try {
     Forget();
@@ -225,6 +226,7 @@ inline int PluginBlock::ioctl(unsigned int cmd, void* arg) {
       consumer = static_cast<DataConsumer*>(arg);
       if (consumer != nullptr) __atomic_store_n(&consumer->writer, self, __ATOMIC_RELAXED);
       return 0;
+    case KIT_ATTACH_COUNTERS: return counters = static_cast<BlockCounters*>(arg), 0;
     default: return -20;
   }
 }
