@@ -1,0 +1,21 @@
+// Reads a pipeline on one line: blocks with their arguments, joined by '!'.
+//
+//     filesource 'my song.wav' ! gain -6 ! filesink quiet.flac
+#ifndef VORN_RUN_ONE_LINER_H
+#define VORN_RUN_ONE_LINER_H
+
+#include <string_view>
+
+#include "GraphDescription.h"
+
+namespace vorn::run {
+
+/** Blocks are named as the library will name them: gain_0, gain_1 and so on. */
+Result<GraphDescription> ReadOneLiner(std::string_view text);
+
+/** The name in a plug-in's text: gain for gain, libgain.so and ./x/libgain.so. */
+std::string ShortPlugInName(std::string_view plugIn);
+
+}  // namespace vorn::run
+
+#endif

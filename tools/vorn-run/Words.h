@@ -1,0 +1,24 @@
+// Splits a text into words at blanks, as a shell would: "double" and 'single' quotes hold blanks together, and a
+// backslash takes the next character as it is (not between single quotes).
+#ifndef VORN_RUN_WORDS_H
+#define VORN_RUN_WORDS_H
+
+#include <string_view>
+
+#include "GraphDescription.h"
+
+namespace vorn::run {
+
+struct SplitWord : Word {
+  bool isQuoted = false;  ///< Some of it was quoted, so it is no operator.
+};
+
+/** @param start where the text begins, in the file it stands in. */
+Result<std::vector<SplitWord>> SplitWords(std::string_view text, const Origin& start);
+
+/** The text as SplitWords reads it back as one word; no backslash stands at its end or before a double quote. */
+std::string QuoteWord(const std::string& text);
+
+}  // namespace vorn::run
+
+#endif
