@@ -1,0 +1,17 @@
+// A resolved graph as people and programs read it.
+#ifndef VORN_RUN_PLAN_TEXT_H
+#define VORN_RUN_PLAN_TEXT_H
+
+#include "GraphPlan.h"
+
+namespace vorn::run {
+
+/** One line a link and a FIFO, with their streams. */
+std::string TableOf(const GraphPlan& plan);
+
+/** A graph file of the same graph with nothing left open: reading it gives this plan again. */
+std::string DotOf(const GraphPlan& plan);
+
+}  // namespace vorn::run
+
+#endif
