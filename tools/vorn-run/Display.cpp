@@ -1,0 +1,75 @@
+#include "Display.h"
+
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdio>
+
+namespace vorn::run {
+namespace {
+
+[[gnu::format(printf, 1, 2)]] std::string Format(const char* format, ...) {
+  char text[200];
+  va_list args;
+  va_start(args, format);
+  vsnprintf(text, sizeof text, format, args);
+  va_end(args);
+  return text;
+}
+
+std::string Clock(double seconds) {
+  const auto tenths = static_cast<long long>(seconds * 10);
+  return Format("%lld:%02lld:%02lld.%lld", tenths / 36000, tenths / 600 % 60, tenths / 10 % 60, tenths % 10);
+}
+
+std::string Seconds(double seconds) { return Format(seconds < 1 ? "%.3g s" : "%.3f s", seconds); }
+
+std::string TimesRealTime(const Figures& figures, double elapsedSeconds) {
+  const double times = elapsedSeconds > 0 ? figures.seconds / elapsedSeconds : 0;
+  return Format(times < 100 ? "%.1f times real time" : "%.0f times real time", times);
+}
+
+std::string Count(std::uint64_t count, const char* what) {
+  return std::to_string(count) + ' ' + what + (count == 1 ? "" : "s");
+}
+
+}  // namespace
+
+Display::Display(bool quiet) : isQuiet(quiet), showsProgress(!quiet && isatty(STDERR_FILENO) == 1) {}
+
+Display::~Display() {
+  if (progressIsThere) std::fputs("\r\033[K", stderr);
+}
+
+void Display::Progress(const std::string& text) {
+  if (!showsProgress) return;
+  std::fprintf(stderr, "\r%s\033[K", text.c_str());
+  progressIsThere = true;
+}
+
+void Display::Line(const std::string& text) {
+  std::fprintf(stderr, "%svorn-run: %s\n", progressIsThere ? "\r\033[K" : "", text.c_str());
+  progressIsThere = false;
+}
+
+void Display::Error(const std::string& text) { Line(text); }
+
+void Display::Say(const std::string& text) {
+  if (!isQuiet) Line(text);
+}
+
+std::string ProgressText(const Figures& figures, double elapsedSeconds) {
+  std::string text = Clock(figures.areKnown ? figures.seconds : elapsedSeconds);
+  if (figures.length) text += " / " + Clock(*figures.length);
+  if (figures.areKnown) text += ", " + TimesRealTime(figures, elapsedSeconds);
+  if (figures.errorFrames > 0) text += ", " + Count(figures.errorFrames, "error frame");
+  return text;
+}
+
+std::string SummaryText(const Figures& figures, double elapsedSeconds) {
+  if (!figures.areKnown) return Seconds(elapsedSeconds) + ", frames not counted by any block";
+  return Count(figures.frames, "frame") + ", " + Seconds(figures.seconds) + " of audio in " + Seconds(elapsedSeconds) +
+         " (" + TimesRealTime(figures, elapsedSeconds) + "), " + Count(figures.errorFrames, "error frame");
+}
+
+}  // namespace vorn::run

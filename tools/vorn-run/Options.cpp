@@ -1,0 +1,106 @@
+#include "Options.h"
+
+#include <CLI/CLI.hpp>
+
+namespace vorn::run {
+namespace {
+
+constexpr const char* FOOTER = R"(A pipeline is blocks with their arguments, joined by '!':
+  vorn-run -e "filesource 'my song.wav' ! gain -6 ! filesink quiet.flac"
+A graph file is a Graphviz file; name=value fills the $name in it:
+  vorn-run denoise.dot in=noisy.wav out=clean.wav
+
+Exit status: 0 at the end of the stream or of --duration; 1 when the run failed; 2 when the graph could not be
+built. Ctrl-C, SIGTERM and SIGHUP end the run too, all files finished; the program then dies of that signal (130,
+143, 129 in a shell). A second signal ends it at once.)";
+
+/** 90, 1.5s, 500ms, 2m, 1h. */
+std::string ReadDuration(const std::string& text, std::optional<std::chrono::nanoseconds>& duration) {
+  const std::map<std::string, double> units = {{"", 1}, {"s", 1}, {"ms", 0.001}, {"m", 60}, {"min", 60}, {"h", 3600}};
+  std::size_t used = 0;
+  double number = -1;
+  try {
+    number = std::stod(text, &used);
+  } catch (const std::exception&) {
+  }
+  const auto unit = units.find(text.substr(used));
+  const double seconds = unit == units.end() ? -1 : number * unit->second;
+  if (!(seconds >= 0 && seconds < 1e9)) return "expected a time such as 90, 1.5s, 500ms, 2m or 1h, got '" + text + "'";
+  duration = std::chrono::nanoseconds(static_cast<long long>(seconds * 1e9));
+  return {};
+}
+
+std::string ReadVariable(const std::string& text, Variables& variables) {
+  const std::size_t equals = text.find('=');
+  if (equals == text.npos || equals == 0) return "expected name=value behind the graph file, got '" + text + "'";
+  const auto [at, isNew] = variables.emplace(text.substr(0, equals), text.substr(equals + 1));
+  return isNew ? "" : "'" + at->first + "=' is given twice";
+}
+
+/** What the parser cannot know. @return what is wrong, or empty. */
+std::string Complete(Options& options, const std::vector<std::string>& rest) {
+  if (options.pipeline) {
+    return rest.empty() ? ""
+                        : "-e takes one text, so quote the whole pipeline; '" + rest.front() + "' is outside of it";
+  }
+  if (rest.empty()) return "expected a graph file, or -e 'PIPELINE'";
+  options.graphFile = rest.front();
+  for (std::size_t i = 1; i < rest.size(); ++i) {
+    if (auto problem = ReadVariable(rest[i], options.variables); !problem.empty()) return problem;
+  }
+  return "";
+}
+
+}  // namespace
+
+std::variant<Options, int> ReadOptions(int argc, char** argv) {
+  Options options;
+  std::vector<std::string> rest;
+  CLI::App app("Runs an audio graph: a graph file, or a pipeline on one line.", "vorn-run");
+  app.footer(FOOTER);
+  app.set_version_flag("--version", "vorn-run " VORN_VERSION, "Print the version and exit");
+  app.add_option("graph", rest, "The graph file (- is standard input), then what fills its $names")
+      ->option_text("GRAPH.dot [name=value ...]");
+  app.add_option("-e,--pipeline", options.pipeline, "Run this pipeline")->option_text("PIPELINE");
+  app.add_flag("--check", options.checks, "Build the graph but do not start it; print its links with their streams");
+  app.add_flag("--dot", options.writesDot, "Print the graph as a graph file with nothing left open, and exit");
+  app.add_flag("--json", options.writesJson, "Print the result (with --check: the graph) as JSON");
+  app.add_option("--set", options.settings, "Give a block's parameter another value; may be repeated")
+      ->option_text("NODE.PARAMETER=VALUE")
+      ->allow_extra_args(false);
+  app.add_option("--dump", options.dumpFolder, "Write what leaves every block to raw files in this folder")
+      ->option_text("DIR");
+  app.add_option_function<std::string>(
+         "--duration",
+         [&](const std::string& text) {
+           if (auto problem = ReadDuration(text, options.duration); !problem.empty())
+             throw CLI::ValidationError("--duration", problem);
+         },
+         "Stop after this time on the clock: 90, 1.5s, 500ms, 2m, 1h")
+      ->option_text("TIME");
+  app.add_option("--realtime", options.realtimePriority, "Ask for this real-time priority (SCHED_FIFO) for every route")
+      ->option_text("1..99")
+      ->check(CLI::Range(1, 99));
+  app.add_flag("-q,--quiet", options.isQuiet, "Say nothing but errors");
+  app.add_option(
+         "--log-level", options.logLevel,
+         "Show the library's log on standard error: 0 nothing, 2 errors, 3 warnings, 4 changes of state, 5 debugging, "
+         "6 every frame")
+      ->option_text("0..6")
+      ->check(CLI::Range(0, 6));
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& success) {
+    return app.exit(success);
+  } catch (const CLI::ParseError& error) {
+    std::cerr << "vorn-run: " << error.what() << "; see vorn-run --help\n";
+    return 2;
+  }
+  if (const std::string problem = Complete(options, rest); !problem.empty()) {
+    std::cerr << "vorn-run: " << problem << "; see vorn-run --help\n";
+    return 2;
+  }
+  return options;
+}
+
+}  // namespace vorn::run

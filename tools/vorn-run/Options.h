@@ -1,0 +1,35 @@
+// The command line.
+#ifndef VORN_RUN_OPTIONS_H
+#define VORN_RUN_OPTIONS_H
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "GraphFile.h"
+
+namespace vorn::run {
+
+struct Options {
+  std::optional<std::string> pipeline;
+  std::string graphFile;  ///< "-" is standard input.
+  Variables variables;
+  std::vector<std::string> settings;
+  bool checks = false;
+  bool writesDot = false;
+  bool writesJson = false;
+  bool isQuiet = false;
+  std::string dumpFolder;
+  std::optional<std::chrono::nanoseconds> duration;
+  int realtimePriority = 0;
+  std::optional<int> logLevel;
+};
+
+/** The options, or the status that the program exits with at once: it has said why. */
+std::variant<Options, int> ReadOptions(int argc, char** argv);
+
+}  // namespace vorn::run
+
+#endif

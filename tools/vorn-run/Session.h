@@ -1,0 +1,77 @@
+// The graph in the library: routes, blocks, links and FIFOs, made from a plan through the public interface.
+#ifndef VORN_RUN_SESSION_H
+#define VORN_RUN_SESSION_H
+
+#include <vorn/Vorn.h>
+#include <vorn/kit/Conventions.h>
+
+#include <memory>
+
+#include "FifoBridge.h"
+#include "GraphPlan.h"
+#include "LogTail.h"
+
+namespace vorn::run {
+
+/** Owns what it makes, and takes it down again. Thread: the controlling one. */
+class Session {
+ public:
+  /** @param callbacks one a route. They, the graph and the log outlive the session. */
+  Session(const GraphDescription& newGraph, std::vector<Route::Callbacks*> newCallbacks, LogTail& newLog);
+  ~Session();
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  /** Makes a block before its time, to ask it what streams it makes. */
+  Result<std::vector<Stream>> AskForStreams(std::size_t node, const BlockPlan& block);
+
+  /** All but the start. */
+  std::optional<Error> Build(const GraphPlan& plan);
+
+  std::optional<Error> Start(std::size_t route);
+  std::optional<Error> Stop(std::size_t route);
+  void SetDump(const std::string& folder);
+
+  /** In the order of the plan's FIFOs. */
+  FifoBridge& Bridge(std::size_t fifo) const { return *fifos[fifo].bridge; }
+
+  /** What a block counted; null for one that does not count. */
+  const BlockCounters* Counters(std::size_t node) const;
+
+  /** The reason in what was logged: the first error of a block, said of its node. @param otherwise where none names one. */
+  Error Explain(const std::vector<LogLine>& lines, const Error& otherwise) const;
+  /** A line of the log with the node's name for the block's. */
+  std::string Translate(const std::string& line) const;
+
+ private:
+  struct Fifo {
+    FIFO* fifo;
+    std::unique_ptr<FifoBridge> bridge;
+  };
+  struct Said {
+    std::optional<std::size_t> node;
+    std::string text;
+  };
+  struct Made {
+    Block* block = nullptr;
+    std::unique_ptr<BlockCounters> counters;
+  };
+
+  Said Parse(const std::string& line) const;
+  Result<Route*> RouteAt(std::size_t index);
+  std::optional<Error> MakeBlock(std::size_t node, const BlockPlan& plan);
+  std::optional<Error> MakeLink(const LinkPlan& link);
+  std::optional<Error> MakeFifo(const FifoPlan& fifo);
+  Error Reason(const Error& otherwise) { return Explain(log.Drain(), otherwise); }
+
+  const GraphDescription& graph;
+  const std::vector<Route::Callbacks*> callbacks;
+  LogTail& log;
+  std::vector<Route*> routes;
+  std::vector<Made> blocks;  // by node
+  std::vector<Fifo> fifos;
+};
+
+}  // namespace vorn::run
+
+#endif

@@ -1,0 +1,122 @@
+// vorn-run: options, description, plan, session, run.
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+
+#include "Json.h"
+#include "OneLiner.h"
+#include "Options.h"
+#include "PlanText.h"
+#include "Resolver.h"
+#include "Settings.h"
+
+namespace vorn::run {
+namespace {
+
+enum ExitStatus { ENDED = 0, FAILED = 1, NOT_BUILT = 2 };
+
+Result<std::string> ReadText(const std::string& file) {
+  if (file == "-") return std::string(std::istreambuf_iterator<char>(std::cin), {});
+  std::ifstream stream(file, std::ios::binary);
+  std::string text(std::istreambuf_iterator<char>(stream), {});
+  if (!stream.is_open() || stream.bad() || std::filesystem::is_directory(file))
+    return Error{{file, 0, 0}, "cannot be read; expected a graph file"};
+  return text;
+}
+
+Result<GraphDescription> Read(const Options& options) {
+  if (options.pipeline) return ReadOneLiner(*options.pipeline);
+  const auto text = ReadText(options.graphFile);
+  if (const auto* error = std::get_if<Error>(&text)) return *error;
+  return ReadGraphFile(std::get<std::string>(text), options.graphFile, options.variables);
+}
+
+std::optional<Error> PrepareDump(const std::string& folder, Session& session) {
+  if (folder.empty()) return std::nullopt;
+  std::error_code problem;
+  std::filesystem::create_directories(folder, problem);
+  if (problem) return Error{{"--dump", 0, 0}, "'" + folder + "' cannot be made: " + problem.message()};
+  session.SetDump(folder);
+  return std::nullopt;
+}
+
+class Program {
+ public:
+  explicit Program(const Options& newOptions) : options(newOptions), display(options.isQuiet) {}
+
+  /** An exit status, or less the signal that the program is to die of. */
+  int Run() {
+    auto read = Read(options);
+    if (const auto* error = std::get_if<Error>(&read)) return Refuse(*error);
+    GraphDescription graph = std::get<GraphDescription>(std::move(read));
+    LoadedPlugIns plugIns;
+    for (const std::string& setting : options.settings) {
+      if (const auto error = ApplySetting(graph, plugIns, setting)) return Refuse(*error);
+    }
+
+    Vorn::Instance();  // reads its configuration first, so that ours of the log is the last
+    LogTail log(options.logLevel);
+    RouteEvents events;
+    std::deque<RouteWatch> watches;
+    std::vector<Route::Callbacks*> callbacks;
+    for (std::size_t i = 0; i < graph.routes.size(); ++i) {
+      callbacks.push_back(&watches.emplace_back(i, options.realtimePriority, events));
+    }
+    Session session(graph, callbacks, log);
+    const auto plan = Resolve(
+        graph, plugIns, [&](std::size_t node, const BlockPlan& block) { return session.AskForStreams(node, block); });
+    if (const auto* error = std::get_if<Error>(&plan)) return Refuse(*error);
+    return Use(std::get<GraphPlan>(plan), session, events, log);
+  }
+
+ private:
+  int Use(const GraphPlan& plan, Session& session, RouteEvents& events, LogTail& log) {
+    if (options.writesDot) return Print(DotOf(plan));
+    if (const auto error = session.Build(plan)) return Refuse(*error);
+    if (options.checks) return Print(options.writesJson ? JsonOf(plan) : TableOf(plan));
+    if (const auto error = PrepareDump(options.dumpFolder, session)) return Refuse(*error);
+
+    Runner runner(plan, session, events, log, display);
+    const RunResult result = runner.Run(options.duration);
+    if (result.error) display.Error(ToString(*result.error));
+    const Figures figures = FiguresOf(plan, session);
+    const std::string how = result.signal ? strsignal(result.signal) : NameOf(result.end);
+    if (!result.error || figures.frames > 0) display.Say(how + ": " + SummaryText(figures, result.elapsedSeconds));
+    if (options.writesJson) Print(JsonOf(plan, session, result));
+    if (result.end == RunResult::End::FAILURE) return FAILED;
+    return result.signal ? -result.signal : ENDED;
+  }
+
+  int Refuse(const Error& error) {
+    display.Error(ToString(error));
+    return NOT_BUILT;
+  }
+
+  static int Print(const std::string& text) {
+    std::fputs(text.c_str(), stdout);
+    return std::fflush(stdout) == 0 ? ENDED : FAILED;
+  }
+
+  const Options& options;
+  Display display;
+};
+
+}  // namespace
+}  // namespace vorn::run
+
+int main(int argc, char** argv) {
+  const auto options = vorn::run::ReadOptions(argc, argv);
+  if (const int* status = std::get_if<int>(&options)) return *status;
+  std::signal(SIGPIPE, SIG_IGN);  // a reader of our lines that has gone must not cost the files
+  const int status = vorn::run::Program(std::get<vorn::run::Options>(options)).Run();
+  if (status >= 0) return status;
+  // Whoever waits for us, a shell with a loop say, is to see that it was a signal.
+  std::signal(-status, SIG_DFL);
+  std::raise(-status);
+  return 128 - status;
+}
