@@ -89,6 +89,17 @@ class SoundFile {
  public:
   SF_INFO info{};
 
+  // Whether libsndfile writes such files. It knows some of its limits only once it has begun, so it begins one,
+  // nowhere.
+  static bool CanWrite(SF_INFO info) {
+    if (sf_format_check(&info) == 0) return false;
+    static SF_VIRTUAL_IO nowhere{[](void*) { return sf_count_t{0}; }, [](sf_count_t at, int, void*) { return at; },
+                                 [](void*, sf_count_t, void*) { return sf_count_t{0}; },
+                                 [](const void*, sf_count_t count, void*) { return count; },
+                                 [](void*) { return sf_count_t{0}; }};
+    return std::unique_ptr<SNDFILE, Closer>(sf_open_virtual(&nowhere, SFM_WRITE, &info, nullptr)) != nullptr;
+  }
+
   SoundFile() = default;
   SoundFile(const SoundFile&) = delete;
   SoundFile& operator=(const SoundFile&) = delete;

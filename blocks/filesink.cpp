@@ -74,13 +74,12 @@ int ContainerOf(const std::string& ending) {
 // Completes `info` with the encoding. @return false when the container takes no such stream.
 bool ChooseEncoding(SF_INFO& info, int container, const std::string& ending, SampleFormat format) {
   std::vector<int> choices = Encodings(format);
+  choices.insert(choices.end(), {SF_FORMAT_VORBIS, SF_FORMAT_MPEG_LAYER_III, SF_FORMAT_ALAW});
   if (container == SF_FORMAT_RAW) choices = {soundfile::RawFormat(format)};
   if (strcasecmp(ending.c_str(), "opus") == 0) choices = {SF_FORMAT_OPUS};
-  for (const int compressed : {SF_FORMAT_VORBIS, SF_FORMAT_MPEG_LAYER_III, SF_FORMAT_ALAW})
-    choices.push_back(compressed);
   for (const int encoding : choices) {
     info.format = container | encoding;
-    if (sf_format_check(&info) != 0) return true;
+    if (soundfile::SoundFile::CanWrite(info)) return true;
   }
   return false;
 }
@@ -95,7 +94,7 @@ std::string Takes(SF_INFO info, int container, const std::string& ending, Sample
   const int rate = info.samplerate;
   if (fits(rate, 1)) {
     int most = 1;
-    while (most < 1024 && fits(rate, most + 1)) ++most;
+    while (most < 1024 && (info.channels = most + 1, sf_format_check(&info) != 0)) ++most;
     return "up to " + vorn::ChannelText(static_cast<std::uint32_t>(most)) + "; put a 'remap' before it";
   }
   std::string rates;

@@ -56,12 +56,11 @@ class Gain : public vorn::PluginBlock {
     const vorn::FrameBuffer& in = In();
     vorn::FrameBuffer& out = Out();
     const std::size_t count = static_cast<std::size_t>(in.samples) * in.channels;
+    const std::size_t bytes = count * vorn::BytesPerSample(in.format);
     const auto line = factor.Next(in.samples);
     out.samples = in.samples;
-    if (line.step == 0 && line.start == 1) {
-      std::memcpy(out.data, in.data, count * vorn::BytesPerSample(in.format));
-      return vorn::FRAME_DONE;
-    }
+    if (line.step == 0 && line.start == 1) return std::memcpy(out.data, in.data, bytes), vorn::FRAME_DONE;
+    if (line.step == 0 && line.start == 0) return std::memset(out.data, 0, bytes), vorn::FRAME_DONE;
     vorn::WithFormat(in.format, [&](auto format) {
       constexpr SampleFormat F = decltype(format)::value;
       if (line.step == 0) {

@@ -260,7 +260,7 @@ class PluginBlock : public Block {
   const std::string& Text(unsigned id) const { return parameters.Text(id); }
   /** True once an argument or SetParameter gave the value. */
   bool IsGiven(unsigned id) const { return parameters.IsGiven(id); }
-  /** Stores a measurement. Any time, no allocation. */
+  /** Stores a measurement. In any hook, Process() among them: no allocation. */
   void Store(unsigned id, double value) { parameters.Store(id, value); }
   const Parameters& Table() const { return parameters; }
 

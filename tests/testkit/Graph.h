@@ -8,10 +8,11 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include <vorn/Plugin.h>
 #include <vorn/Vorn.h>
-#include <vorn/kit/Streams.h>
 
 namespace testkit {
 
@@ -66,7 +67,7 @@ class Graph : private vorn::Route::Callbacks {
   std::optional<vorn::Route::StopReason> Wait(std::chrono::seconds deadline = std::chrono::seconds(60)) {
     std::unique_lock<std::mutex> lock(mutex);
     stopped.wait_for(lock, deadline, [this] { return reason.has_value(); });
-    return reason;
+    return std::exchange(reason, std::nullopt);
   }
 
   vorn::Route* operator->() const { return route; }

@@ -266,6 +266,7 @@ class Parameters {
 
   static std::string RangeOf(const Parameter& p) {
     std::string range = p.words;
+    if (p.IsReading()) return "-";
     switch (p.type) {
       case ParameterType::NUMBER:
       case ParameterType::INTEGER: return NumberText(p.minimum) + ".." + NumberText(p.maximum);

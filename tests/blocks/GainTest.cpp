@@ -1,0 +1,102 @@
+#include <gtest/gtest.h>
+
+#include "testkit/Graph.h"
+#include "testkit/Log.h"
+#include "testkit/Samples.h"
+
+namespace {
+
+using testkit::Graph;
+using testkit::StreamSpec;
+using vorn::SampleFormat;
+
+class Gain : public testing::TestWithParam<SampleFormat> {
+ protected:
+  const SampleFormat format = GetParam();
+  const StreamSpec spec{48000, format, 2, 480};
+  Graph graph;
+
+  // What comes out for these bytes. `now` is set between the start and the first frame.
+  std::vector<std::uint8_t> Play(const std::vector<std::uint8_t>& bytes, const std::string& gain,
+                                 const std::string& now = "") {
+    graph->DeleteAll();
+    vorn::Block* source = graph.Add("testsource");
+    vorn::Block* sink = graph.Add("testsink");
+    vorn::Block* block = graph.Add("gain", {gain});
+    Graph::Play(source, bytes, spec);
+    EXPECT_TRUE(graph.Chain({source, block, sink}, spec));
+    if (now.empty()) {
+      EXPECT_TRUE(graph.Run());
+      return Graph::Recorded(sink);
+    }
+    // In one batch, so that no frame comes between.
+    const std::vector<std::string> params{now};
+    vorn::Route::Action actions[2]{};
+    actions[0].type = vorn::Route::Action::Type::START;
+    actions[1].type = vorn::Route::Action::Type::SET_PARAMETER;
+    actions[1].setParameter = {block, 0, &params, -20};
+    graph->ExecuteActions(actions, 2);
+    EXPECT_EQ(actions[1].setParameter.ret, 0);
+    EXPECT_TRUE(graph.Wait());
+    return Graph::Recorded(sink);
+  }
+};
+INSTANTIATE_TEST_SUITE_P(, Gain, testing::ValuesIn(testkit::FORMATS),
+                         [](const auto& format) { return std::string(vorn::FormatName(format.param)); });
+
+// Red if an add wraps, a byte order is mistaken, or a product is rounded anything but to the nearest.
+TEST_P(Gain, IsTheNearestSampleToTheProduct) {
+  const std::vector<double> numbers = testkit::RandomNumbers(format, 2 * 5001);
+  const auto bytes = testkit::Bytes(format, numbers);
+  for (const double dB : {-6.0, -0.1, 3.5, 20.0, 60.0, -200.0}) {
+    const auto scaled = testkit::Numbers(format, Play(bytes, vorn::NumberText(dB)));
+    ASSERT_EQ(scaled.size(), numbers.size());
+    const double factor = std::pow(10, dB / 20);
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+      ASSERT_EQ(scaled[i], testkit::Nearest(format, numbers[i] * factor)) << numbers[i] << " at " << dB << " dB";
+    }
+  }
+  EXPECT_EQ(Play(bytes, "-inf"), std::vector<std::uint8_t>(bytes.size()));
+}
+
+// Red if 0 dB is an arithmetic that changes a bit; these are all the bytes there are, and NaNs among the floats.
+TEST_P(Gain, ZeroIsBitExact) {
+  std::vector<std::uint8_t> bytes(24 * 1001);
+  for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<std::uint8_t>(i * 37 + i / 256);
+  EXPECT_EQ(Play(bytes, "0"), bytes);
+}
+
+// Red if a new gain jumps, takes longer than the frame, or differs between channels.
+TEST_P(Gain, AChangeIsOneStraightFrame) {
+  const double level = testkit::Nearest(format, 0.75 * testkit::FullScale(format));
+  const auto out =
+      testkit::Numbers(format, Play(testkit::Bytes(format, std::vector<double>(2 * 960, level)), "0", "-20"));
+  for (std::size_t i = 0; i < out.size(); ++i) {
+    const double progress = std::min(1.0, static_cast<double>(i / 2 + 1) / 480);
+    ASSERT_NEAR(out[i], level * (1 - 0.9 * progress), testkit::IsFloat(format) ? 1e-6 : 0.501) << i;
+  }
+}
+
+TEST(GainArguments, WhatDoesNotFitIsRefusedInWords) {
+  testkit::Log log;
+  Graph graph;
+  for (const char* argument : {"loud", "61", "nan", "gain=", "-6dB", "volume=3"})
+    EXPECT_EQ(graph.Add("gain", {argument}), nullptr);
+  EXPECT_TRUE(log.Has("gain: argument 'gain': got 'loud', takes a number up to 60 dB"));
+  EXPECT_EQ(graph.Add("gain", {"1", "2"}), nullptr);
+  EXPECT_TRUE(log.Has("gain: argument '2': too many without a name; takes gain"));
+  vorn::Block* block = graph.Add("gain", {"gain=+3"});
+  EXPECT_EQ(graph->SetParameter(block, 0, {"90"}), -20);
+  EXPECT_EQ(graph->SetParameter(block, 1, {"0"}), -20);
+  std::vector<std::string> texts;
+  EXPECT_EQ(graph->GetParameter(block, vorn::PARAMETER_TABLE, texts), 0);
+  EXPECT_EQ(texts, std::vector<std::string>{"0 gain dB -inf..60 3 live"});
+  StreamSpec other;
+  other.rate = 44100;
+  ASSERT_TRUE(graph.Link(graph.Add("testsource"), 0, block, 0, StreamSpec{}) &&
+              graph.Link(block, 0, graph.Add("testsink"), 0, other));
+  EXPECT_EQ(graph->Start(), -20);
+  EXPECT_TRUE(log.Has("RouteA: gain_0: output 0: got 44100 Hz, takes 48000 Hz as input 0; put 'resample' after it"));
+}
+
+}  // namespace

@@ -1,0 +1,314 @@
+// filesource and filesink against libsndfile called directly.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sndfile.h>
+#include <sys/resource.h>
+
+#include <fstream>
+#include <iterator>
+
+#include <vorn/Plugin.h>
+
+#include "testkit/Graph.h"
+#include "testkit/Log.h"
+#include "testkit/Samples.h"
+
+namespace {
+
+using testkit::Graph;
+using testkit::StreamSpec;
+using vorn::SampleFormat;
+constexpr auto END_OF_FILE = vorn::Route::StopReason::STOP_END_OF_FILE;
+constexpr auto ERROR = vorn::Route::StopReason::STOP_ERROR;
+
+struct Sound {
+  SF_INFO info{};
+  std::vector<double> values;  // full scale is 1
+};
+
+Sound ReadSound(const std::string& path, SF_INFO raw = {}) {
+  Sound sound{raw, {}};
+  SNDFILE* file = sf_open(path.c_str(), SFM_READ, &sound.info);
+  if (!file) return {};
+  sound.values.resize(static_cast<std::size_t>(sound.info.frames * sound.info.channels));
+  sf_readf_double(file, sound.values.data(), sound.info.frames);
+  sf_close(file);
+  return sound;
+}
+
+// `values` are such that the file holds them exactly.
+void WriteSound(const std::string& path, int format, int channels, const std::vector<double>& values,
+                int rate = 48000) {
+  SF_INFO info{};
+  info.format = format;
+  info.channels = channels;
+  info.samplerate = rate;
+  SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+  ASSERT_NE(file, nullptr) << path << sf_strerror(nullptr);
+  std::vector<int> whole;
+  for (const double v : values) whole.push_back(static_cast<int>(std::fmin(v * 2147483648.0, 2147483647.0)));
+  const int encoding = format & SF_FORMAT_SUBMASK;
+  const auto count = static_cast<sf_count_t>(values.size());
+  const bool isReal = encoding == SF_FORMAT_FLOAT || encoding == SF_FORMAT_VORBIS;
+  EXPECT_EQ(isReal ? sf_write_double(file, values.data(), count) : sf_write_int(file, whole.data(), count), count);
+  sf_close(file);
+}
+
+std::vector<double> Scaled(std::vector<double> values, double factor) {
+  for (double& value : values) value *= factor;
+  return values;
+}
+
+std::string Bytes(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+class SoundFiles : public testing::Test {
+ protected:
+  // `source` and `sink` are arguments. @return why the route stopped.
+  std::optional<vorn::Route::StopReason> Copy(const std::vector<std::string>& source,
+                                              const std::vector<std::string>& sink, const StreamSpec& spec) {
+    graph->DeleteAll();
+    return graph.Chain({graph.Add("filesource", source), graph.Add("filesink", sink)}, spec) ? graph.Run()
+                                                                                             : std::nullopt;
+  }
+
+  testkit::Scratch scratch;
+  testkit::Log log;
+  Graph graph;
+};
+
+struct Kind {
+  const char* ending;
+  int format;
+  SampleFormat samples;
+};
+const Kind KINDS[] = {{"wav", SF_FORMAT_WAV | SF_FORMAT_PCM_U8, SampleFormat::BYTE},
+                      {"wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, SampleFormat::S16_LE},
+                      {"wav", SF_FORMAT_WAV | SF_FORMAT_PCM_24, SampleFormat::S24_3LE},
+                      {"wav", SF_FORMAT_WAV | SF_FORMAT_PCM_32, SampleFormat::S32_LE},
+                      {"wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, SampleFormat::FLOAT_LE},
+                      {"aiff", SF_FORMAT_AIFF | SF_FORMAT_PCM_S8, SampleFormat::BYTE},
+                      {"aiff", SF_FORMAT_AIFF | SF_FORMAT_PCM_24, SampleFormat::S24_3LE},
+                      {"au", SF_FORMAT_AU | SF_FORMAT_PCM_16, SampleFormat::S16_LE},
+                      {"snd", SF_FORMAT_AU | SF_FORMAT_FLOAT, SampleFormat::FLOAT_LE},
+                      {"flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_S8, SampleFormat::BYTE},
+                      {"flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, SampleFormat::S16_LE},
+                      {"flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_24, SampleFormat::S24_3LE}};
+
+// Red if a byte order, a width or a sign is mistaken, if a batch loses its rest, or if the answered stream is not the
+// file's.
+TEST_F(SoundFiles, CopiesKeepEverySampleAsItIs) {
+  for (const Kind& kind : KINDS) {
+    for (const std::size_t values : {3U, 100003U * 3U}) {
+      const std::string in = scratch / "in." + kind.ending;
+      const std::string out = scratch / "out." + kind.ending;
+      WriteSound(in, kind.format, 3,
+                 Scaled(testkit::RandomNumbers(kind.samples, values), 1 / testkit::FullScale(kind.samples)));
+      const StreamSpec spec{48000, kind.samples, 3, 480};
+      ASSERT_EQ(Copy({in}, {out}, spec), END_OF_FILE) << in;
+      const Sound a = ReadSound(in);
+      const Sound b = ReadSound(out);
+      EXPECT_EQ(b.info.format & ~SF_FORMAT_ENDMASK, kind.format);
+      EXPECT_EQ(b.info.frames, static_cast<sf_count_t>(values / 3));
+      EXPECT_EQ(a.values, b.values) << in << std::hex << kind.format;
+      EXPECT_TRUE(kind.format != (SF_FORMAT_WAV | SF_FORMAT_PCM_16) || Bytes(in) == Bytes(out));
+      std::vector<std::string> stream;
+      EXPECT_EQ(graph.Add("filesource", {in, "frame=64"})->GetParameter(vorn::PARAMETER_STREAMS, stream), 0);
+      EXPECT_EQ(stream, std::vector<std::string>({std::string("rate=48000 format=") + vorn::FormatName(kind.samples) +
+                                                  " channels=3 frame=64 length=" + std::to_string(values / 3)}));
+    }
+  }
+}
+
+// Red if a format of a link is silently wrong on either side, or cut instead of rounded.
+TEST_F(SoundFiles, EveryFormatOfALinkGetsTheNearestValues) {
+  const std::string path = scratch / "in.raw";
+  for (const Kind& kind : KINDS) {
+    const std::string in = scratch / "in." + kind.ending;
+    WriteSound(in, kind.format, 1,
+               Scaled(testkit::RandomNumbers(kind.samples, 5000), 1 / testkit::FullScale(kind.samples)));
+    const std::vector<double> values = ReadSound(in).values;
+    for (const SampleFormat format : testkit::FORMATS) {
+      const StreamSpec spec{48000, format, 1, 480};
+      graph->DeleteAll();
+      vorn::Block* sink = graph.Add("testsink");
+      ASSERT_TRUE(graph.Chain({graph.Add("filesource", {in}), sink}, spec));
+      ASSERT_EQ(graph.Run(), END_OF_FILE);
+      const auto played = testkit::Numbers(format, Graph::Recorded(sink));
+      ASSERT_EQ(played.size(), values.size());
+      for (std::size_t i = 0; i < values.size(); ++i) {
+        ASSERT_EQ(played[i], testkit::Nearest(format, values[i] * testkit::FullScale(format)))
+            << in << vorn::FormatName(format) << i;
+      }
+      // The same stream written to this kind of file: as many bits as it has, or as the kind knows.
+      const std::string out = scratch / "out." + kind.ending;
+      graph->DeleteAll();
+      vorn::Block* source = graph.Add("testsource");
+      Graph::Play(source, testkit::Bytes(format, played), spec);
+      ASSERT_TRUE(graph.Chain({source, graph.Add("filesink", {out})}, spec));
+      ASSERT_EQ(graph.Run(), END_OF_FILE);
+      const Sound sound = ReadSound(out);
+      const double scale = (sound.info.format & SF_FORMAT_SUBMASK) == SF_FORMAT_PCM_24 ? 8388608.0 : 0;
+      ASSERT_EQ(sound.values.size(), played.size());
+      for (std::size_t i = 0; i < played.size(); ++i) {
+        const double value = played[i] / testkit::FullScale(format);
+        ASSERT_EQ(sound.values[i], scale != 0 ? std::fmin(std::nearbyint(value * scale), scale - 1) / scale : value)
+            << out << vorn::FormatName(format) << i;
+      }
+    }
+  }
+}
+
+// Red if a file without a header is not just the samples of the link, or is not read back with the same words.
+TEST_F(SoundFiles, FilesWithoutAHeaderHoldTheBytesOfTheLink) {
+  for (const SampleFormat format : testkit::FORMATS) {
+    const StreamSpec spec{16000, format, 2, 100};
+    const auto bytes = testkit::Bytes(format, testkit::RandomNumbers(format, 2 * 777));
+    const std::string out = scratch / "out.pcm";
+    graph->DeleteAll();
+    vorn::Block* source = graph.Add("testsource");
+    Graph::Play(source, bytes, spec);
+    ASSERT_TRUE(graph.Chain({source, graph.Add("filesink", {out})}, spec));
+    ASSERT_EQ(graph.Run(), END_OF_FILE);
+    EXPECT_EQ(Bytes(out), std::string(bytes.begin(), bytes.end()));
+    const std::string again = scratch / "again";
+    ASSERT_EQ(Copy({out, "rate=16000", "channels=2", std::string("format=") + vorn::FormatName(format)},
+                   {again, "container=raw"}, spec),
+              END_OF_FILE);
+    EXPECT_EQ(Bytes(again), Bytes(out));
+  }
+  EXPECT_EQ(Copy({scratch / "again"}, {scratch / "x.wav"}, StreamSpec{}), std::nullopt);
+  EXPECT_TRUE(log.Has("say rate=, channels= and format="));
+}
+
+// Red if Ogg is not decoded to the float stream libsndfile gives, or if an encoded file has not every sample.
+TEST_F(SoundFiles, OggPassesAsFloat) {
+  std::vector<double> sine(50001);
+  for (std::size_t i = 0; i < sine.size(); ++i) sine[i] = 0.5 * std::sin(0.05 * static_cast<double>(i));
+  WriteSound(scratch / "in.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, 1, sine);
+  const StreamSpec spec{48000, SampleFormat::FLOAT_LE, 1, 480};
+  ASSERT_EQ(Copy({scratch / "in.ogg"}, {scratch / "out.wav"}, spec), END_OF_FILE);
+  EXPECT_EQ(ReadSound(scratch / "in.ogg").values, ReadSound(scratch / "out.wav").values);
+  ASSERT_EQ(Copy({scratch / "out.wav"}, {scratch / "out.oga", "quality=0.9"}, spec), END_OF_FILE);
+  const Sound coded = ReadSound(scratch / "out.oga");
+  ASSERT_EQ(coded.values.size(), sine.size());
+  for (std::size_t i = 1000; i < 49000; ++i) ASSERT_NEAR(coded.values[i], sine[i], 0.05);
+}
+
+// Red if a part is off by one, a loop has a gap, or a stop or a new start leaves a file unfinished or mixed with what
+// was there.
+TEST_F(SoundFiles, PartsLoopsStopsAndStartsAreExact) {
+  std::vector<double> ramp(48000);
+  for (std::size_t i = 0; i < ramp.size(); ++i) ramp[i] = static_cast<double>(i % 30000) / 32768;
+  const std::string in = scratch / "in.wav";
+  const std::string out = scratch / "out.wav";
+  WriteSound(in, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, ramp);
+  const StreamSpec spec;
+  ASSERT_EQ(Copy({in, "start=0.1", "length=0.25"}, {out}, spec), END_OF_FILE);
+  EXPECT_EQ(ReadSound(out).values, std::vector<double>(ramp.begin() + 4800, ramp.begin() + 16800));
+  ASSERT_EQ(graph.Run(), END_OF_FILE);
+  EXPECT_EQ(ReadSound(out).values, std::vector<double>(ramp.begin() + 4800, ramp.begin() + 16800));
+
+  graph->DeleteAll();
+  vorn::Block* sink = graph.Add("filesink", {out});
+  ASSERT_TRUE(graph.Chain({graph.Add("filesource", {in, "loop=true", "start=0.5", "length=0.0101"}), sink}, spec));
+  ASSERT_EQ(graph->Start(), 0);
+  std::vector<std::string> written{"0"};
+  while (std::stod(written.at(0)) < 200000) graph->GetParameter(sink, 3, written);  // ctest has the deadline
+  ASSERT_EQ(graph->Stop(), 0);
+  const std::vector<double> looped = ReadSound(out).values;
+  EXPECT_GE(looped.size(), 200000U);
+  for (std::size_t i = 0; i < looped.size(); ++i) ASSERT_EQ(looped[i], ramp[24000 + i % 485]) << i;
+
+  EXPECT_EQ(Copy({in, "start=1.5"}, {out}, spec), std::nullopt);
+  EXPECT_TRUE(log.Has("start is at 1.5 s, the file has 1 s"));
+}
+
+// Red if a refusal does not say which file, what came and what would do.
+TEST_F(SoundFiles, RefusalsSayWhy) {
+  const std::string in = scratch / "in.wav";
+  WriteSound(in, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2, std::vector<double>(2000), 44100);
+  const StreamSpec cd{44100, SampleFormat::S16_LE, 2, 441};
+  const StreamSpec wide{44100, SampleFormat::S16_LE, 9, 441};
+  EXPECT_EQ(Copy({scratch / "none.wav"}, {scratch / "out.wav"}, cd), std::nullopt);
+  EXPECT_TRUE(log.Has("none.wav: No such file or directory"));
+  EXPECT_EQ(Copy({in}, {scratch / "none/out.wav"}, cd), std::nullopt);
+  EXPECT_TRUE(log.Has("none/out.wav: No such file or directory"));
+  EXPECT_EQ(Copy({in}, {scratch / ""}, cd), std::nullopt);
+  EXPECT_EQ(Copy({in}, {scratch / "out.wav"}, StreamSpec{48000, SampleFormat::S16_LE, 1, 480}), std::nullopt);
+  EXPECT_TRUE(log.Has("output 0: got 48000 Hz 1 channel, takes 44100 Hz 2 channels as " + in +
+                      "; put 'resample', 'remap' after it"));
+  EXPECT_EQ(Copy({in}, {scratch / "out.txt"}, cd), std::nullopt);
+  EXPECT_TRUE(log.Has("'txt' is no kind of sound file"));
+  EXPECT_EQ(Copy({in}, {scratch / "out.opus"}, cd), std::nullopt);
+  EXPECT_TRUE(log.Has("takes 8000 12000 16000 24000 48000 Hz; put a 'resample' before it"));
+  graph->DeleteAll();
+  graph.Chain({graph.Add("testsource"), graph.Add("filesink", {scratch / "out.flac"})}, wide);
+  EXPECT_NE(graph->Start(), 0);
+  EXPECT_TRUE(log.Has("takes up to 8 channels; put a 'remap' before it"));
+  for (const char* name : {"out.opus", "out.flac"}) EXPECT_FALSE(std::filesystem::exists(scratch / name));
+
+  for (const char* argument : {"start=-1", "format=S16", "lop=true"})
+    EXPECT_EQ(graph.Add("filesource", {in, argument}), nullptr);
+  EXPECT_TRUE(log.Has("filesource: argument 'lop': unknown; takes path loop start length format rate channels frame"));
+  EXPECT_EQ(graph.Add("filesource"), nullptr);
+  EXPECT_TRUE(log.Has("filesource: argument 'path': missing; takes a text"));
+}
+
+// Red if a full disk or a damaged file passes for a success, or if what was written keeps the name of a whole file.
+TEST_F(SoundFiles, FilesThatBreakOffStopTheRouteWithAnError) {
+  const StreamSpec spec;
+  const std::vector<double> noise = Scaled(testkit::RandomNumbers(SampleFormat::S16_LE, 200000), 1 / 32768.0);
+  WriteSound(scratch / "in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, noise);
+  WriteSound(scratch / "in.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 1, noise);
+
+  signal(SIGXFSZ, SIG_IGN);
+  rlimit before{};
+  getrlimit(RLIMIT_FSIZE, &before);
+  for (const char* ending : {"wav", "flac", "ogg"}) {
+    const std::string out = scratch / "out." + ending;
+    for (const rlim_t bytes : {40000U, 200000U}) {  // on the way, and in the rest that waits for the end
+      rlimit small = before;
+      small.rlim_cur = bytes;
+      setrlimit(RLIMIT_FSIZE, &small);
+      EXPECT_EQ(Copy({scratch / "in.wav", bytes == 40000U ? "length=0" : "length=2.2"}, {out}, spec), ERROR) << out;
+      setrlimit(RLIMIT_FSIZE, &before);
+      EXPECT_FALSE(std::filesystem::exists(out));
+      EXPECT_TRUE(std::filesystem::exists(out + ".incomplete"));
+      EXPECT_TRUE(log.Has(out + ": File too large"));
+      if (ending != std::string("wav")) break;
+    }
+  }
+
+  std::filesystem::resize_file(scratch / "in.flac", std::filesystem::file_size(scratch / "in.flac") / 2);
+  EXPECT_EQ(Copy({scratch / "in.flac"}, {scratch / "out.wav"}, spec), ERROR);
+  EXPECT_TRUE(log.Has("of 200000 samples)"));
+}
+
+// Red if a host cannot work out the stream of a file without a block.
+TEST_F(SoundFiles, TheStreamOfAFileIsKnownWithoutABlock) {
+  WriteSound(scratch / "in.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_24, 2, std::vector<double>(2000), 96000);
+  void* plugin = dlopen("libfilesource.so", RTLD_LAZY);
+  ASSERT_NE(plugin, nullptr);
+  const auto describe = reinterpret_cast<vorn::DescribeBlockFunction>(dlsym(plugin, "DescribeBlock"));
+  const vorn::BlockInfo& info = *describe();
+  EXPECT_EQ(info.kitVersion, vorn::KIT_VERSION);
+  EXPECT_EQ(std::string(info.parameters[0].name) + info.outputs[0].name, "pathout");
+  const std::string path = scratch / "in.flac";
+  const char* arguments[] = {path.c_str(), "length=0.001"};
+  vorn::Stream out;
+  out.linked = 1;
+  out.frame = 480;
+  char error[200] = "";
+  EXPECT_EQ(info.planStreams(arguments, 2, nullptr, 0, &out, 1, error, sizeof error), 0) << error;
+  EXPECT_EQ(vorn::StreamText(out), "rate=96000 format=S24_3LE channels=2 frame=480 length=96");
+  out.rate = 48000;
+  EXPECT_LT(info.planStreams(arguments, 2, nullptr, 0, &out, 1, error, sizeof error), 0);
+  EXPECT_EQ(error, "output 0: got 48000 Hz, takes 96000 Hz as " + path + "; put 'resample' after it");
+  dlclose(plugin);
+}
+
+}  // namespace
