@@ -1,0 +1,145 @@
+// The pieces of the kit that need no route.
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <memory>
+
+#include <vorn/Plugin.h>
+
+#include "testkit/Log.h"
+#include "testkit/Samples.h"
+
+namespace {
+
+using vorn::Parameter;
+
+// Red if a value is cut instead of rounded, wraps instead of saturating, or a byte order or a NaN gets through.
+template <class Real>
+void ExpectExactCodec() {
+  for (const auto format : testkit::FORMATS) {
+    const double full = testkit::FullScale(format);
+    std::vector<Real> values{
+        0, 1, -1, 2, -2, std::numeric_limits<Real>::infinity(), -std::numeric_limits<Real>::infinity()};
+    for (int i = -9; i <= 9; ++i) values.push_back(static_cast<Real>(i / 2.0 / full));  // ties
+    for (const double number : testkit::RandomNumbers(vorn::SampleFormat::S32_LE, 4001)) {
+      values.push_back(static_cast<Real>(number / 2147483648.0 * 1.1));
+    }
+    std::vector<std::uint8_t> bytes(values.size() * vorn::BytesPerSample(format));
+    vorn::Encode(format, values.data(), bytes.data(), values.size());
+    const auto numbers = testkit::Numbers(format, bytes);
+    std::vector<Real> back(values.size());
+    vorn::Decode(format, bytes.data(), back.data(), back.size());
+    for (std::size_t i = 0; i < values.size(); ++i) {
+      ASSERT_EQ(numbers[i], testkit::Nearest(format, values[i] * full)) << vorn::FormatName(format) << " " << values[i];
+      ASSERT_EQ(back[i], static_cast<Real>(numbers[i] / full));
+    }
+    const Real nan = std::numeric_limits<Real>::quiet_NaN();
+    vorn::Encode(format, &nan, bytes.data(), 1);
+    EXPECT_TRUE(testkit::IsFloat(format) || testkit::Numbers(format, bytes)[0] == 0);
+  }
+}
+TEST(SampleCodec, IsTheNearestSampleInFloatAndInDouble) {
+  ExpectExactCodec<float>();
+  ExpectExactCodec<double>();
+}
+
+class Probe : public vorn::PluginBlock {
+ public:
+  enum : unsigned { NUMBER, COUNT, SURE, SIZE, NAME, LEVEL, OWN };
+
+  static vorn::Description Describe() {
+    return vorn::Description("probe", "")
+        .Takes(Parameter::Number(NUMBER, "number", "dB", -1, 1).Default(0.5).Positional().Live())
+        .Takes(Parameter::Integer(COUNT, "count", "", 0, 9).Default(1))
+        .Takes(Parameter::Flag(SURE, "sure").Default(true))
+        .Takes(Parameter::Word(SIZE, "size", "small middle large").Default("middle").Live())
+        .Takes(Parameter::Text(NAME, "name").Positional().Live())
+        .Takes(Parameter::Reading(LEVEL, "level", "dBFS"))
+        .OwnParameters()
+        .ReadsFifo();
+  }
+  explicit Probe(vorn::Setup setup) : PluginBlock(std::move(setup)) {
+    if (Text(NAME) == "bad") throw std::runtime_error("bad name");
+    Extend({Parameter::Number(OWN, "own", "", 0, 1).Default(0)});
+  }
+  using PluginBlock::Producer;
+
+ protected:
+  long Process() override { return vorn::FRAME_DONE; }
+  void OnSet(unsigned id) override {
+    if (id == NAME && Text(NAME) == "bad") throw std::runtime_error("bad name");
+  }
+  void OnGet(unsigned) override { Store(LEVEL, -3.5); }
+};
+
+std::unique_ptr<vorn::Block> Make(const std::vector<std::string>& arguments) {
+  return std::unique_ptr<vorn::Block>(vorn::CreatePluginBlock<Probe>(true, true, arguments));
+}
+
+// Red if an argument is taken that should not be, or refused without its name, what came, and what is taken.
+TEST(Parameters, ArgumentsAreCheckedAndNamed) {
+  testkit::Log log;
+  const std::pair<std::vector<std::string>, const char*> refused[] = {
+      {{"2"}, "probe: argument 'number': got '2', takes a number from -1 to 1 dB"},
+      {{"number=1x"}, "argument 'number': got '1x'"},
+      {{"count=1.5"}, "argument 'count': got '1.5', takes a whole number from 0 to 9"},
+      {{"sure=maybe"}, "argument 'sure': got 'maybe', takes true or false"},
+      {{"size=mid"}, "argument 'size': got 'mid', takes one of: small middle large"},
+      {{"0", "number=1"}, "argument 'number': given twice"},
+      {{"0", "a", "b"}, "argument 'b': too many without a name; takes number name"},
+      {{"level=3"}, "argument 'level': unknown; takes number count sure size name own"},
+      {{"own=2"}, "argument 'own': got '2', takes a number from 0 to 1"},
+      {{"name=bad"}, "probe: bad name"}};
+  for (const auto& [arguments, line] : refused) {
+    EXPECT_EQ(Make(arguments), nullptr) << line;
+    EXPECT_TRUE(log.Has(line)) << line;
+  }
+  const auto block = Make({"own=1", "-1e-1", "/a b=c%", "sure=no", "count=+9"});
+  ASSERT_NE(block, nullptr);
+  std::vector<std::string> table;
+  EXPECT_EQ(block->GetParameter(vorn::PARAMETER_TABLE, table), 0);
+  EXPECT_EQ(table, (std::vector<std::string>{"0 number dB -1..1 -0.1 live", "1 count - 0..9 9 stopped",
+                                             "2 sure - false|true false stopped",
+                                             "3 size - small|middle|large middle live", "4 name - - /a%20b=c%25 live",
+                                             "5 level dBFS - -3.5 read", "6 own - 0..1 1 stopped"}));
+}
+
+// Red if a refused value changes anything, or one that cannot change while running does.
+TEST(Parameters, AreSetAndReadById) {
+  const auto block = Make({});
+  std::vector<std::string> value;
+  ASSERT_EQ(block->BaseStart(), 0);
+  const std::pair<unsigned, const char*> refused[] = {{0, "1.01"}, {1, "2"},  {3, "huge"}, {4, "bad"},
+                                                      {5, "1"},    {99, "1"}, {0, ""}};
+  for (const auto& [id, text] : refused) EXPECT_EQ(block->SetParameter(id, {text}), -20) << id;
+  const std::pair<unsigned, const char*> now[] = {{0, "0.5"}, {1, "1"}, {3, "middle"}, {4, ""}, {5, "-3.5"}};
+  for (const auto& [id, text] : now) {
+    EXPECT_EQ(block->GetParameter(id, value), 0);
+    EXPECT_EQ(value, std::vector<std::string>{text}) << id;
+  }
+  EXPECT_EQ(block->SetParameter(4, {"two", "words"}), 0);
+  EXPECT_EQ(block->BaseStop(), 0);
+  EXPECT_EQ(block->SetParameter(1, {"2"}), 0);
+  block->GetParameter(4, value);
+  EXPECT_EQ(value, std::vector<std::string>{"two words"});
+  EXPECT_EQ(block->GetParameter(99, value), -20);
+}
+
+// Red if the console would show a FIFO with a block that let go of it, or that is gone.
+TEST(Fifo, KnowsItsReaderForAsLongAsThereIsOne) {
+  struct Silence : vorn::DataProducer {
+    int Produce(void*, long, bool, long*) override { return -20; }
+  } fifo;
+  auto block = Make({});
+  EXPECT_EQ(vorn::AttachConsumer(block.get(), nullptr), -20);
+  EXPECT_EQ(vorn::AttachProducer(block.get(), &fifo), 0);
+  EXPECT_EQ(fifo.reader, block.get());
+  EXPECT_EQ(static_cast<Probe&>(*block).Producer(), &fifo);
+  vorn::AttachProducer(block.get(), nullptr);
+  EXPECT_EQ(fifo.reader, nullptr);
+  vorn::AttachProducer(block.get(), &fifo);
+  block.reset();
+  EXPECT_EQ(fifo.reader, nullptr);
+}
+
+}  // namespace
