@@ -32,6 +32,11 @@ std::vector<std::int64_t> StampOffsets(unsigned int rate, long slots) {
   return offsets;
 }
 
+// A sample of 0 bytes has no storage: neither has memcpy any business there, nor a pointer of its caller.
+void Copy(unsigned char* dst, const unsigned char* src, std::size_t bytes) {
+  if (bytes > 0) std::memcpy(dst, src, bytes);
+}
+
 }  // namespace
 
 DataProducer::~DataProducer() = default;
@@ -93,8 +98,8 @@ long RingBuffer::Read(unsigned char* dst, long count, bool blocking, long* stamp
 void RingBuffer::Take_l(unsigned char* dst, long count) {
   const long toEnd = std::min(count, slots - readPos);
   const std::size_t bytes = static_cast<std::size_t>(toEnd) * sampleSize;
-  if (bytes > 0) std::memcpy(dst, Slot_l(readPos), bytes);
-  if (count > toEnd) std::memcpy(dst + bytes, Slot_l(0), static_cast<std::size_t>(count - toEnd) * sampleSize);
+  Copy(dst, Slot_l(readPos), bytes);
+  Copy(dst + bytes, Slot_l(0), static_cast<std::size_t>(count - toEnd) * sampleSize);
   readPos = (readPos + count) % slots;
 }
 
@@ -143,7 +148,7 @@ const unsigned char* RingBuffer::Put_l(const unsigned char* src, long count, lon
   while (count > 0) {
     const long piece = std::min(count, slots - writePos);
     const std::size_t bytes = static_cast<std::size_t>(piece) * sampleSize;
-    if (bytes > 0) std::memcpy(Slot_l(writePos), src, bytes);
+    Copy(Slot_l(writePos), src, bytes);
     if (rate != 0) Stamp_l(piece, stamp);
     writePos = (writePos + piece) % slots;
     src += bytes;
@@ -172,7 +177,8 @@ int RingBuffer::Produce(void* dst, long count, bool blocking, long* stamp) {
     const long missing = count - got;
     LOG_V("%s: Not enough data in ring buffer, filling %u samples silence", name.c_str(),
           static_cast<unsigned int>(missing));
-    std::memset(bytes + static_cast<std::size_t>(got) * sampleSize, 0, static_cast<std::size_t>(missing) * sampleSize);
+    std::fill_n(bytes + static_cast<std::size_t>(got) * sampleSize, static_cast<std::size_t>(missing) * sampleSize,
+                static_cast<unsigned char>(0));
   }
   return 0;
 }
