@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "testkit/Graph.h"
-#include "testkit/Log.h"
+#include "testkit/LogFile.h"
 #include "testkit/Samples.h"
 
 namespace {
@@ -78,7 +78,7 @@ TEST_P(Gain, AChangeIsOneStraightFrame) {
 }
 
 TEST(GainArguments, WhatDoesNotFitIsRefusedInWords) {
-  testkit::Log log;
+  testkit::LogFile log;
   Graph graph;
   for (const char* argument : {"loud", "61", "nan", "gain=", "-6dB", "volume=3"})
     EXPECT_EQ(graph.Add("gain", {argument}), nullptr);

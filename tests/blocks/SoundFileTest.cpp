@@ -11,7 +11,7 @@
 #include <vorn/Plugin.h>
 
 #include "testkit/Graph.h"
-#include "testkit/Log.h"
+#include "testkit/LogFile.h"
 #include "testkit/Samples.h"
 
 namespace {
@@ -76,7 +76,7 @@ class SoundFiles : public testing::Test {
   }
 
   testkit::Scratch scratch;
-  testkit::Log log;
+  testkit::LogFile log;
   Graph graph;
 };
 

@@ -6,7 +6,7 @@
 
 #include <vorn/Plugin.h>
 
-#include "testkit/Log.h"
+#include "testkit/LogFile.h"
 #include "testkit/Samples.h"
 
 namespace {
@@ -78,7 +78,7 @@ std::unique_ptr<vorn::Block> Make(const std::vector<std::string>& arguments) {
 
 // Red if an argument is taken that should not be, or refused without its name, what came, and what is taken.
 TEST(Parameters, ArgumentsAreCheckedAndNamed) {
-  testkit::Log log;
+  testkit::LogFile log;
   const std::pair<std::vector<std::string>, const char*> refused[] = {
       {{"2"}, "probe: argument 'number': got '2', takes a number from -1 to 1 dB"},
       {{"number=1x"}, "argument 'number': got '1x'"},

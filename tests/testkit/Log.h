@@ -1,45 +1,25 @@
-// What was logged while this object lives, and a folder of its own for files.
+// The log as the tests see it: a test program takes the place of the logging library and keeps its lines.
+// A line is its level, a blank and its text. What callbacks and blocks of the tests add has no level.
 #pragma once
 
-#include <tlogging.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
+#include <functional>
 #include <string>
 
 namespace testkit {
 
-class Scratch {
- public:
-  Scratch() {
-    char path[] = "/tmp/vorn-test-XXXXXX";
-    if (::mkdtemp(path) == nullptr) std::abort();
-    folder = path;
-  }
-  ~Scratch() { std::filesystem::remove_all(folder); }
-  std::string operator/(const std::string& name) const { return folder + "/" + name; }
-
- private:
-  std::string folder;
+struct Log {
+  /** Forgets all lines and keeps those of these levels from now on; 'T' are the calls that set the log up. */
+  static void Keep(const std::string& levels);
+  static void Add(const std::string& line);
+  /** The lines since the last Keep() or Take(), without those that say that a route sleeps: they come any time. */
+  static std::string Take();
+  static void WaitFor(const std::string& line);
 };
 
-class Log {
- public:
-  Log() { _tlogging_set_file(path.c_str()); }
-  ~Log() { _tlogging_set_file(nullptr); }
-  std::string Text() const {
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-  }
-  bool Has(const std::string& part) const { return Text().find(part) != std::string::npos; }
+/** Lines as Take() gives them, from a text with '|' between them, "~" for "RouteA: ", and "@x" for "probe_x_0". */
+std::string Lines(const std::string& text);
 
- private:
-  Scratch scratch;
-  std::string path = scratch / "log";
-};
+/** False when the condition has not come true after a minute. */
+bool WaitUntil(const std::function<bool()>& condition);
 
 }  // namespace testkit

@@ -1,0 +1,4 @@
+// Has no function that makes blocks.
+#define CreateBlock MakeBlock
+#include "Plugin.h"
+PLUGIN()

@@ -1,0 +1,79 @@
+#include "testkit/Log.h"
+
+#include <gtest/gtest.h>
+#include <tlogging.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdarg>
+#include <mutex>
+#include <thread>
+
+namespace testkit {
+namespace {
+
+std::atomic<unsigned> keptLevels{0};
+std::mutex mutex;
+std::string lines;
+
+bool IsKept(char level) { return keptLevels >> (level - 'A') & 1; }
+int Setting(const std::string& call) { return IsKept('T') ? Log::Add(call), 0 : 0; }
+
+}  // namespace
+
+void Log::Keep(const std::string& levels) {
+  unsigned mask = 0;
+  for (char level : levels) mask |= 1u << (level - 'A');
+  keptLevels = mask;
+  Take();
+}
+
+void Log::Add(const std::string& line) {
+  const std::lock_guard<std::mutex> lock(mutex);
+  if (line.find("Status is STOPPED") == line.npos) lines += line + "\n";
+}
+
+std::string Log::Take() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  return std::exchange(lines, {});
+}
+
+void Log::WaitFor(const std::string& line) {
+  EXPECT_TRUE(WaitUntil([&] {
+    const std::lock_guard<std::mutex> lock(mutex);
+    return ("\n" + lines).find("\n" + Lines(line)) != lines.npos;
+  })) << line;
+}
+
+std::string Lines(const std::string& text) {
+  std::string result;
+  bool inName = false;
+  for (char c : text + (text.empty() ? "" : "|")) {
+    if (std::exchange(inName, c == '@' || (inName && std::islower(c))) && !inName) result += "_0";
+    result += c == '~' ? "RouteA: " : c == '@' ? "probe_" : c == '|' ? "\n" : std::string(1, c);
+  }
+  return result;
+}
+
+bool WaitUntil(const std::function<bool()>& condition) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+  while (!condition() && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+  return condition();
+}
+
+}  // namespace testkit
+
+int _tlogging_print(char level, const char*, int, const char*, const char* format, ...) {
+  if (!testkit::IsKept(level)) return 0;
+  char text[1024];
+  va_list args;
+  va_start(args, format);
+  const int length = std::vsnprintf(text, sizeof text, format, args);
+  va_end(args);
+  testkit::Log::Add(std::string(1, level) + " " + text);
+  return length;
+}
+int _tlogging_set_level(int level) { return testkit::Setting("level " + std::to_string(level)); }
+int _tlogging_set_file(const char* path) { return testkit::Setting("file " + std::string(path ? path : "none")); }
+int _tlogging_enable_options(unsigned bits) { return testkit::Setting("enable " + std::to_string(bits)); }
+int _tlogging_disable_options(unsigned bits) { return testkit::Setting("disable " + std::to_string(bits)); }
