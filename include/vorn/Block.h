@@ -257,6 +257,8 @@ class VORN_API Block {
   /** Endpoint `index`, 0 to 31, linked or not. */
   InputEndpoint& InEp(std::size_t index) { return inEps[index]; }
   OutputEndpoint& OutEp(std::size_t index) { return outEps[index]; }
+  const InputEndpoint& InEp(std::size_t index) const { return inEps[index]; }
+  const OutputEndpoint& OutEp(std::size_t index) const { return outEps[index]; }
 
   /** True when every active input holds samples, and when there is none. */
   bool ActiveInEpsDataIsReady() const;

@@ -249,6 +249,7 @@ class PluginBlock : public Block {
   /** The frame at an input. During Process, of what is processed now: use it rather than the endpoint's. */
   const FrameBuffer& In(std::size_t index = 0) const { return *frames[index]; }
   FrameBuffer& Out(std::size_t index = 0) { return *OutEp(index).FB(); }
+  const FrameBuffer& Out(std::size_t index = 0) const { return *OutEp(index).FB(); }
   /** True once the stream into this input is over. */
   bool HasEnded(std::size_t input) const { return (endedInputs >> input & 1U) != 0; }
 

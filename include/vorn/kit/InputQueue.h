@@ -2,6 +2,7 @@
 #ifndef VORN_KIT_INPUT_QUEUE_H
 #define VORN_KIT_INPUT_QUEUE_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -37,7 +38,7 @@ class InputQueue {
     std::uint8_t* to = Room(frame.samples);
     if (to == nullptr) return false;
     std::memcpy(to, frame.data, Bytes(frame.samples));
-    if (head.samples == 0) head.timestamp = frame.timestamp;
+    if (frame.timestamp >= 0 || head.samples == 0) head.timestamp = StampOfHead(frame.timestamp);
     head.samples += frame.samples;
     return true;
   }
@@ -70,6 +71,12 @@ class InputQueue {
   }
 
  private:
+  // Taken from the newest frame, so that roundings never add up while there is always something waiting.
+  long StampOfHead(long newest) const {
+    if (newest < 0 || head.rate == 0) return -1;
+    return std::max(-1L, newest - head.samples * 1000000 / head.rate);
+  }
+
   std::size_t Bytes(long samples) const { return static_cast<std::size_t>(samples) * sampleBytes; }
 
   std::uint8_t* Room(long samples) {

@@ -2,6 +2,7 @@
 #ifndef VORN_KIT_STREAMS_H
 #define VORN_KIT_STREAMS_H
 
+#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <string>
@@ -60,6 +61,16 @@ inline std::string FormatNames(FormatSet set) {
 /** The format that this machine computes in: FLOAT_LE on a little-endian one. */
 constexpr SampleFormat NATIVE_FLOAT =
     __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? SampleFormat::FLOAT_LE : SampleFormat::FLOAT_BE;
+
+/** Bytes that the samples in a frame take. */
+inline std::size_t FrameBytes(const FrameBuffer& fb) {
+  return static_cast<std::size_t>(fb.samples) * fb.channels * BytesPerSample(fb.format);
+}
+
+/** The time stamp of the sample that comes after a frame; -1 when the frame has none. */
+inline long StampBehind(const FrameBuffer& fb) {
+  return fb.timestamp < 0 || fb.rate == 0 ? -1 : fb.timestamp + fb.samples * 1000000 / fb.rate;
+}
 
 /** What is known of the stream at an endpoint. Every field has a value that says "not known". Plain C layout. */
 struct Stream {
