@@ -75,6 +75,12 @@ struct BlockCounters {
  */
 inline int AttachCounters(Block* block, BlockCounters* counters) { return block->ioctl(KIT_ATTACH_COUNTERS, counters); }
 
+/**
+ * The stamp to write a frame without a time with. A FIFO counts on from the stamp of a frame's first sample; from this
+ * one it stays negative for ever, so that a reader sees that there is no time.
+ */
+constexpr long NO_FIFO_STAMP = std::numeric_limits<long>::min() / 2;
+
 /** An empty frame that means something: it has 0 samples, and one of these in place of its time stamp. */
 enum class Mark : long {
   NONE = -1,

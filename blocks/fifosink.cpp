@@ -1,0 +1,41 @@
+// The end of a FIFO where samples go in, for a client or another route to take them out, with their times.
+//
+// Blocking, it waits for room and so runs at the reader's pace. Not blocking, it never waits: a FIFO that overflows
+// loses the older half of what it holds. Once the FIFO is shut down, the stream ends here.
+#include <vorn/Plugin.h>
+
+namespace {
+
+class FifoSink : public vorn::PluginBlock {
+ public:
+  using PluginBlock::PluginBlock;
+  enum : unsigned { BLOCKING };
+
+  static vorn::Description Describe() {
+    return vorn::Description("fifosink", "fills a FIFO")
+        .Input(vorn::Port("in"))
+        .Takes(vorn::Parameter::Flag(BLOCKING, "blocking")
+                   .Default("true")
+                   .Positional()
+                   .Live()
+                   .Help("wait for room; false: drop the oldest samples"))
+        .WritesFifo()
+        .Example("filesource speech.wav ! fifosink");
+  }
+
+ protected:
+  int Prepare() override {
+    if (Consumer() != nullptr) return 0;
+    return Refuse("no FIFO to fill; draw one behind it (fifosink -> fifo), or hand it one with AttachConsumer");
+  }
+
+  long Process() override {
+    const long stamp = In().timestamp >= 0 ? In().timestamp : vorn::NO_FIFO_STAMP;
+    const int result = Consumer()->Consume(In().data, In().samples, Flag(BLOCKING), stamp);
+    return result < 0 ? vorn::FRAME_END_OF_FILE : vorn::FRAME_DONE;
+  }
+};
+
+}  // namespace
+
+VORN_PLUGIN(FifoSink)

@@ -1,0 +1,137 @@
+// What crosses a FIFO between fifosink and fifosource: every sample with its time, and not one more at the end.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <numeric>
+#include <thread>
+
+#include <vorn/kit/Conventions.h>
+
+#include "testkit/Graph.h"
+
+namespace {
+
+using testkit::Graph;
+using Samples = std::vector<std::int16_t>;
+constexpr auto END_OF_FILE = vorn::Route::StopReason::STOP_END_OF_FILE;
+
+Samples Count(long samples) {
+  Samples counted(static_cast<std::size_t>(samples));
+  std::iota(counted.begin(), counted.end(), std::int16_t{1});
+  return counted;
+}
+
+// What a host puts around a FIFO whose writer will put `left` samples in, or that may be read `reads` times.
+struct EndingFifo : vorn::DataProducer {
+  int Produce(void* dst, long count, bool blocking, long* stamp) override {
+    const long taken = std::min(count, left);
+    if (taken == 0 || reads-- == 0) return -20;
+    left -= taken;
+    fifo->Produce(dst, taken, blocking, stamp);
+    return taken == count ? 0 : static_cast<int>(taken);
+  }
+  vorn::FIFO* fifo = nullptr;
+  long left = 1L << 40;
+  int reads = 1 << 30;
+};
+
+class FifoTest : public testing::Test {
+ protected:
+  void Open(long capacity) { producer.fifo = fifo = vorn::Vorn::Instance()->NewFIFO(48000, 2, capacity, 0); }
+  void TearDown() override {
+    graph->DeleteAll();
+    vorn::Vorn::Instance()->DeleteFIFO(fifo);
+  }
+  static testkit::StreamSpec Frame(long samples) { return {48000, vorn::SampleFormat::S16_LE, 1, samples}; }
+
+  void Write(const Samples& samples, const std::vector<std::string>& args = {}) {
+    source = graph.Add("testsource");
+    vorn::Block* writer = graph.Add("fifosink", args);
+    ASSERT_TRUE(graph.Chain({source, writer}, Frame(480)));
+    EXPECT_LT(graph->Start(), 0);  // it has no FIFO yet
+    EXPECT_EQ(vorn::AttachProducer(writer, fifo), -20);
+    EXPECT_EQ(vorn::AttachConsumer(writer, fifo), 0);
+    EXPECT_EQ(fifo->writer, writer);
+    Graph::Play16(source, samples, Frame(480));
+  }
+  void Read(long frame, vorn::DataProducer* from, const std::vector<std::string>& args = {}) {
+    vorn::Block* reader = graph.Add("fifosource", args);
+    sink = graph.Add("testsink");
+    ASSERT_TRUE(graph.Chain({reader, sink}, Frame(frame)));
+    EXPECT_LT(graph->Start(), 0);
+    EXPECT_EQ(vorn::AttachProducer(reader, from), 0);
+  }
+
+  Graph graph;
+  vorn::FIFO* fifo = nullptr;
+  EndingFifo producer;
+  vorn::Block* source = nullptr;
+  vorn::Block* sink = nullptr;
+};
+
+// Red if a short frame is lost or filled up, or if a time is shifted or made up.
+TEST_F(FifoTest, EndsToTheSampleAndCarriesTimes) {
+  Open(2000);
+  Write(Count(1441));
+  constexpr long STAMPS[] = {7000, -1, 500000, 90};
+  for (std::size_t i = 0; i < 4; ++i) Graph::FramesOf(source)[i].stamp = STAMPS[i];
+  ASSERT_EQ(graph.Run(), END_OF_FILE);
+  graph->DeleteAll();
+
+  producer.left = 1441;
+  Read(240, &producer);
+  ASSERT_EQ(graph.Run(), END_OF_FILE);
+  EXPECT_EQ(Graph::Recorded16(sink), Count(1441));
+  std::vector<long> stamps;
+  for (const auto& frame : Graph::FramesOf(sink)) stamps.push_back(frame.stamp);
+  EXPECT_EQ(stamps, (std::vector<long>{7000, 12000, -1, -1, 500000, 505000, 90}));
+}
+
+// Red if a block does not wait for the other side, or is not woken by it; and if a shutdown is an error.
+TEST_F(FifoTest, BlocksWaitForTheOtherSideUntilShutdown) {
+  Open(700);
+  Write(Count(20000));
+  Samples taken(20000);
+  std::thread reader([&] {
+    for (std::size_t at = 0; at < taken.size(); at += 250) fifo->Produce(&taken[at], 250, true, nullptr);
+  });
+  EXPECT_EQ(graph.Run(), END_OF_FILE);
+  reader.join();
+  EXPECT_EQ(taken, Count(20000));
+  graph->DeleteAll();
+
+  Read(480, fifo);
+  std::thread writer([this] {
+    Samples samples = Count(20000);
+    for (std::size_t at = 0; at < samples.size(); at += 250) fifo->Consume(&samples[at], 250, true, 0);
+    fifo->Shutdown();
+  });
+  EXPECT_EQ(graph.Run(), END_OF_FILE);
+  writer.join();
+  const Samples arrived = Graph::Recorded16(sink);
+  EXPECT_GE(arrived.size(), 20000U - 700 - 480);
+  EXPECT_EQ(arrived, Count(static_cast<long>(arrived.size())));
+
+  graph->DeleteAll();
+  Write(Count(480));
+  EXPECT_EQ(graph.Run(), END_OF_FILE);  // a sink that nobody reads any more
+}
+
+// Red if a block that must not wait does, or does not say that samples are missing.
+TEST_F(FifoTest, BlocksThatDoNotWaitDropAndFillUp) {
+  Open(1000);
+  Write(Count(5000), {"false"});
+  ASSERT_EQ(graph.Run(), END_OF_FILE);
+  graph->DeleteAll();
+
+  producer.reads = 3;
+  Read(480, &producer, {"blocking=no"});
+  ASSERT_EQ(graph.Run(), END_OF_FILE);
+  const Samples arrived = Graph::Recorded16(sink);
+  ASSERT_EQ(arrived.size(), 3U * 480);
+  const auto newest = std::find(arrived.begin(), arrived.end(), 5000);
+  ASSERT_NE(newest, arrived.end());
+  EXPECT_EQ(std::count(newest + 1, arrived.end(), 0), arrived.end() - newest - 1);
+}
+
+}  // namespace
