@@ -73,11 +73,13 @@
  * Streams
  *
  * The description says what each endpoint takes and which fields must agree; the base class checks when a link is made
- * and when the block starts. A block that makes a stream (a file, a device) answers PARAMETER_STREAMS through
- * OutputStreams(), so that a host can link it without being told: "rate=48000 format=S16_LE channels=2 length=123456",
- * a field only where the block has something to say. A host works out the stream of a link from, in this order: what
- * the graph says of the link; what the source block says; the stream that came into the source block; the defaults of
- * the graph.
+ * and when the block starts. While it runs, the rate, format and channels of an endpoint stay what Prepare() saw, also
+ * where its link is replaced; only frames may grow.
+ *
+ * A block that makes a stream (a file, a device) answers PARAMETER_STREAMS through OutputStreams(), so that a host can
+ * link it without being told: "rate=48000 format=S16_LE channels=2 length=123456", a field only where the block has
+ * something to say. A host works out the stream of a link from, in this order: what the graph says of the link; what
+ * the source block says; the stream that came into the source block; the defaults of the graph.
  *
  * To know all streams before it builds anything, a host calls BlockInfo::planStreams. Give the class this function when
  * its output streams do not equal its input streams:
@@ -296,6 +298,8 @@ class PluginBlock : public Block {
 
   Refusal CheckLink(bool input, std::size_t index);
   Refusal CheckAllStreams();
+  Refusal CheckRelinked(bool input, std::size_t index);
+  void RememberStreams();
   void PrepareQueue(std::size_t input);
   bool IsUnlinked() const;
   void ClearStreamState();
@@ -335,6 +339,8 @@ class PluginBlock : public Block {
   DataConsumer* consumer = nullptr;
   BlockCounters* counters = nullptr;
   bool running = false;
+  std::array<Stream, Endpoint::COUNT> preparedIn;  // the streams that Prepare saw
+  std::array<Stream, Endpoint::COUNT> preparedOut;
 
   // One bit an endpoint.
   std::uint32_t endedInputs = 0;    // their streams are over

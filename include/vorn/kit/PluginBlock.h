@@ -72,8 +72,23 @@ inline Refusal PluginBlock::CheckAllStreams() {
   return CheckStreams(description, in, out);
 }
 
+/** What Prepare allocated for an endpoint fits the stream that it had. */
+inline Refusal PluginBlock::CheckRelinked(bool input, std::size_t index) {
+  const Stream now = StreamOf(input ? *InEp(index).FB() : Out(index));
+  const Stream& before = (input ? preparedIn : preparedOut)[index];
+  const Refusal refusal = CheckSame(SAME_RATE | SAME_FORMAT | SAME_CHANNELS, input, index, now, before, "at the start");
+  return refusal.empty() ? CheckAllStreams() : refusal;
+}
+
+inline void PluginBlock::RememberStreams() {
+  preparedIn.fill(Stream());
+  preparedOut.fill(Stream());
+  for (const auto& [index, ep] : ActiveInEps()) preparedIn[index] = StreamOf(*ep->FB());
+  for (const auto& [index, ep] : ActiveOutEps()) preparedOut[index] = StreamOf(*ep->FB());
+}
+
 inline int PluginBlock::OnInEpLinked(unsigned long index) {
-  const Refusal refusal = running ? CheckAllStreams() : CheckLink(true, index);
+  const Refusal refusal = running ? CheckRelinked(true, index) : CheckLink(true, index);
   if (!refusal.empty()) return Refuse(refusal);
   endedInputs &= ~(1U << index);
   PrepareQueue(index);
@@ -81,7 +96,7 @@ inline int PluginBlock::OnInEpLinked(unsigned long index) {
 }
 
 inline int PluginBlock::OnOutEpLinked(unsigned long index) {
-  const Refusal refusal = running ? CheckAllStreams() : CheckLink(false, index);
+  const Refusal refusal = running ? CheckRelinked(false, index) : CheckLink(false, index);
   return refusal.empty() ? 0 : Refuse(refusal);
 }
 
@@ -112,6 +127,7 @@ inline int PluginBlock::Start() {
     if (IsUnlinked()) return 0;
     const Refusal refusal = CheckAllStreams();
     if (!refusal.empty()) return Refuse(refusal);
+    RememberStreams();
     const int ret = Prepare();
     running = ret == 0;
     return ret;
