@@ -1,0 +1,89 @@
+// The figures of level, against arithmetic and against the loudness that EBU Tech 3341 says its test signals have.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <map>
+
+#include <vorn/kit/Conventions.h>
+
+#include "testkit/Graph.h"
+
+namespace {
+
+using testkit::Graph;
+
+// Plays seconds of a stereo tone of 1000 Hz, each at a level in dBFS, in frames that do not fit the meter's windows.
+class LevelTest : public testing::Test {
+ protected:
+  using Steps = std::vector<std::pair<double, double>>;
+
+  void Play(const Steps& steps, const std::vector<std::string>& args, bool hasOutput) {
+    const testkit::StreamSpec stream{48000, vorn::SampleFormat::FLOAT_LE, 2, 4801};
+    source = graph.Add("testsource");
+    meter = graph.Add("level", args, false, !hasOutput);
+    ASSERT_TRUE(graph.Link(source, 0, meter, 0, stream));
+    if (hasOutput) {
+      sink = graph.Add("testsink");
+      ASSERT_TRUE(graph.Link(meter, 0, sink, 0, stream));
+    }
+    std::vector<float> x;
+    for (const auto& [level, seconds] : steps) {
+      for (long i = 0; i < std::lround(48000 * seconds); ++i) {
+        const double t = static_cast<double>(x.size() / 2) / 48000;
+        x.resize(x.size() + 2, static_cast<float>(std::pow(10, level / 20) * std::sin(2 * M_PI * 1000 * t)));
+      }
+    }
+    const auto* data = reinterpret_cast<const std::uint8_t*>(x.data());
+    bytes.assign(data, data + 4 * x.size());
+    Graph::Play(source, bytes, stream);
+    ASSERT_EQ(graph.Run(), vorn::Route::StopReason::STOP_END_OF_FILE);
+  }
+
+  std::map<std::string, double> Readings() {
+    std::vector<std::string> lines;
+    graph->GetParameter(meter, vorn::PARAMETER_TABLE, lines);
+    std::map<std::string, double> readings;
+    for (const std::string& line : lines) {
+      char name[64];
+      char value[64];
+      if (std::sscanf(line.c_str(), "%*s %63s %*s %*s %63s", name, value) == 2) readings[name] = std::atof(value);
+    }
+    return readings;
+  }
+
+  Graph graph;
+  vorn::Block* source = nullptr;
+  vorn::Block* meter = nullptr;
+  vorn::Block* sink = nullptr;
+  std::vector<std::uint8_t> bytes;
+};
+
+// Red if a sample is missed or changed, a window has a wrong length, or a figure that is said to be of the whole is
+// not.
+TEST_F(LevelTest, MeasuresTheWholeAndTheLastMoment) {
+  Play({{-10, 1}, {-20, 1}}, {"oversample=yes"}, true);
+  EXPECT_EQ(Graph::Recorded(sink), bytes);
+  auto readings = Readings();
+  EXPECT_NEAR(readings["peak"], -10, 0.001);
+  EXPECT_NEAR(readings["true-peak"], -10, 0.05);
+  EXPECT_NEAR(readings["rms"], 10 * std::log10((0.1 + 0.01) / 2 / 2), 0.001);
+  EXPECT_NEAR(readings["recent-peak"], -20, 0.001);
+  EXPECT_NEAR(readings["recent-rms"], -23.01, 0.01);
+  EXPECT_NEAR(readings["momentary"], -20, 0.05);  // both channels: 3 dB more than the RMS of one
+  EXPECT_NEAR(readings["short-term"], 10 * std::log10((0.1 + 0.01) / 3), 0.1);
+
+  graph->Reset(meter);
+  for (const auto& [name, value] : Readings()) EXPECT_TRUE(value == -INFINITY || name == "range") << name;
+}
+
+// Red if the pauses count, or the loud part alone.
+TEST_F(LevelTest, LeavesPausesOutOfTheLoudness) {
+  Play({{-72, 3}, {-36, 3}, {-23, 20}, {-36, 3}, {-72, 3}}, {}, false);
+  auto readings = Readings();
+  EXPECT_NEAR(readings["integrated"], -23, 0.1);
+  graph->DeleteAll();
+  Play({{-20, 20}, {-30, 20}}, {}, false);
+  EXPECT_NEAR(Readings()["range"], 10, 1);
+}
+
+}  // namespace
