@@ -6,7 +6,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <string>
@@ -35,7 +34,9 @@ class Jack : public testing::Test {
     const std::string name = "vorn-test-" + std::to_string(getpid());
     setenv("JACK_DEFAULT_SERVER", name.c_str(), 1);
     setenv("JACK_NO_AUDIO_RESERVATION", "1", 1);
-    const char* command[] = {"jackd", "-r", "-n", name.c_str(), "-d", "dummy", "-r", "48000", "-p", "256", nullptr};
+    // Synchronous: on a busy machine the server waits for its clients instead of playing an old buffer once more.
+    const char* command[] = {"jackd", "-r",    "-S", "-t",    "10000", "-n",  name.c_str(),
+                             "-d",    "dummy", "-r", "48000", "-p",    "256", nullptr};
     posix_spawn_file_actions_t quiet;
     posix_spawn_file_actions_init(&quiet);
     for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) posix_spawn_file_actions_addopen(&quiet, fd, "/dev/null", 1, 0);
@@ -70,8 +71,8 @@ TEST_F(Jack, CarriesEverySampleFromSinkToSource) {
   }
   Graph graph;
   vorn::Block* source = graph.Add("testsource", {}, true);
-  vorn::Block* sink = graph.Add("jacksink", {"there"});
-  vorn::Block* back = graph.Add("jacksource", {"back"});
+  vorn::Block* sink = graph.Add("jacksink", {"there", "latency=48000"});
+  vorn::Block* back = graph.Add("jacksource", {"back", "latency=48000"});
   vorn::Block* recorder = graph.Add("testsink", {}, false, true);
   ASSERT_TRUE(graph.Chain({source, sink}, stereo));
   ASSERT_TRUE(graph.Chain({back, recorder}, stereo));
@@ -88,27 +89,23 @@ TEST_F(Jack, CarriesEverySampleFromSinkToSource) {
   EXPECT_EQ(graph.Wait(), vorn::Route::StopReason::STOP_END_OF_FILE);
   jack_client_close(operatorClient);
 
+  // The channels are joined one after the other, and the server may run dry at the end: the run between counts.
   const auto heard = Graph::Recorded16(recorder);
-  const auto first = std::find_if(heard.begin(), heard.end(), [](std::int16_t sample) { return sample != 0; });
-  ASSERT_NE(first, heard.end());
-  const std::int16_t value = *first;
-  EXPECT_LT(value, COUNT / 2) << "joined too late to see much";
-  EXPECT_EQ((first - heard.begin()) % 2, 0) << "starts in the right channel";
-  for (auto pair = first; pair + 1 < heard.end() && *pair != 0; pair += 2) {
-    ASSERT_EQ(pair[0], value + (pair - first) / 2);
-    ASSERT_EQ(pair[1], -pair[0]);
+  std::size_t i = 0;
+  while (i < heard.size() && (heard[i] == 0 || heard[i + 1] == 0)) i += 2;
+  ASSERT_LT(i, heard.size()) << "joined too late to hear anything";
+  for (std::int16_t value = heard[i]; i < heard.size() && heard[i] != 0; i += 2, ++value) {
+    ASSERT_EQ(heard[i], value);
+    ASSERT_EQ(heard[i + 1], -value);
   }
 }
 
 TEST_F(Jack, RefusesAnotherRateAndAPortThatIsNotThere) {
-  Graph graph;
-  vorn::Block* source = graph.Add("testsource", {}, true);
-  vorn::Block* sink = graph.Add("jacksink");
-  ASSERT_TRUE(graph.Chain({source, sink}, {.rate = 44100}));
-  EXPECT_LT(graph->Start(), 0);
-  EXPECT_EQ(graph->Delete(sink), 0);
-  ASSERT_TRUE(graph.Chain({source, graph.Add("jacksink", {"connect=nowhere:"})}, {}));
-  EXPECT_LT(graph->Start(), 0);
+  for (const auto& [argument, rate] : {std::pair{"connect=", 44100U}, std::pair{"connect=nowhere:", 48000U}}) {
+    Graph graph;
+    ASSERT_TRUE(graph.Chain({graph.Add("testsource", {}, true), graph.Add("jacksink", {argument})}, {.rate = rate}));
+    EXPECT_LT(graph->Start(), 0);
+  }
 }
 
 }  // namespace
