@@ -40,7 +40,9 @@ class Jack : public testing::Test {
     posix_spawn_file_actions_t quiet;
     posix_spawn_file_actions_init(&quiet);
     for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) posix_spawn_file_actions_addopen(&quiet, fd, "/dev/null", 1, 0);
-    if (posix_spawnp(&server, "jackd", &quiet, nullptr, const_cast<char**>(command), environ) != 0) {
+    const int spawned = posix_spawnp(&server, "jackd", &quiet, nullptr, const_cast<char**>(command), environ);
+    posix_spawn_file_actions_destroy(&quiet);
+    if (spawned != 0) {
       server = 0;
       GTEST_SKIP() << "no jackd here";
     }
