@@ -157,6 +157,8 @@ class Parameter {
   template <class N, std::enable_if_t<std::is_arithmetic_v<N>, int> = 0>
   Parameter&& Default(N value) && {
     if constexpr (std::is_same_v<N, bool>) return std::move(*this).Default(value ? "true" : "false");
+    if (type == ParameterType::INTEGER)
+      return std::move(*this).Default(std::to_string(static_cast<std::int64_t>(value)));
     return std::move(*this).Default(NumberText(static_cast<double>(value)));
   }
   Parameter&& Default(std::string text) && { return defaultValue = std::move(text), std::move(*this); }
