@@ -59,7 +59,7 @@ TEST_P(EndOfStream, BlocksThatBufferGiveEverySampleInFramesOfTheirOwn) {
                                                                                      {960, {480, 100, 333, 30}},
                                                                                      {2000, {64, 1000, 64}},
                                                                                      {0, {480, 100}}}) {
-    std::vector<std::string> names(sizes.size() + 1, "testreframe");
+    std::vector<std::string> names(sizes.size() + 1, "rechunk");
     names.front() = "testsource";
     names.back() = "testsink";
     const auto blocks = Add(names);
@@ -78,7 +78,7 @@ TEST_P(EndOfStream, BlocksThatBufferGiveEverySampleInFramesOfTheirOwn) {
 
 // Red if the paths of a diamond are not lined up, if a frame is lost while the join waits, or if the wait never ends.
 TEST_P(EndOfStream, PathsThatSplitMeetAgainSampleBySample) {
-  const auto b = Add({"testsource", "testsum", "testreframe", "testreframe", "testsum", "testreframe", "testsink"});
+  const auto b = Add({"testsource", "testsum", "rechunk", "rechunk", "testsum", "rechunk", "testsink"});
   graph.Link(b[0], 0, b[1], 0, Frame(480));
   graph.Link(b[1], 0, b[4], 0, Frame(480));  // the short way round
   graph.Link(b[1], 1, b[2], 0, Frame(480));  // the long one: sends nothing in some cycles, and frames of other sizes
@@ -98,7 +98,7 @@ TEST_P(EndOfStream, PathsThatSplitMeetAgainSampleBySample) {
 // Red if the shorter of two streams ends the route, if a source that skips cycles shifts the sum, or if the reference
 // prolongs it.
 TEST_P(EndOfStream, TheLongestDrivingInputEndsTheStream) {
-  const auto b = Add({"testsource", "testsource", "testreframe", "testsum", "testsink"});
+  const auto b = Add({"testsource", "testsource", "rechunk", "testsum", "testsink"});
   graph.Link(b[0], 0, b[3], 0, Frame(100));
   graph.Link(b[1], 0, b[2], 0, Frame(100));
   graph.Link(b[2], 0, b[3], 1, Frame(100));
@@ -124,7 +124,7 @@ TEST_P(EndOfStream, TheLongestDrivingInputEndsTheStream) {
 // Red if a block without the kit is called with an empty frame, which hangs this one, or if one behind it keeps the
 // route alive.
 TEST_P(EndOfStream, BlocksWithoutTheKitNeverSeeAnEmptyFrame) {
-  const auto b = Add({"testsource", "testreframe", "testforeign", "testsum", "testsink"});
+  const auto b = Add({"testsource", "rechunk", "testforeign", "testsum", "testsink"});
   graph.Link(b[0], 0, b[1], 0, Frame(480));
   graph.Link(b[1], 0, b[2], 0, Frame(1000));
   graph.Link(b[2], 0, b[3], 0, Frame(1000));
@@ -133,13 +133,23 @@ TEST_P(EndOfStream, BlocksWithoutTheKitNeverSeeAnEmptyFrame) {
   ASSERT_EQ(graph.Run(), END_OF_FILE);
   EXPECT_EQ(Graph::Recorded16(b[4]), Count(2500));
 
-  const auto more = Add({"testreframe", "testsink"});
+  const auto more = Add({"rechunk", "testsink"});
   graph.Link(b[0], 1, more[0], 0, Frame(480));
   graph.Link(more[0], 0, more[1], 0, Frame(1000));
   Graph::FramesOf(b[4]).clear();
   ASSERT_EQ(graph.Run(), END_OF_FILE);
   EXPECT_EQ(Graph::Recorded16(b[4]), Count(2500));
   EXPECT_EQ(Graph::Recorded16(more[1]), Count(2500));
+}
+
+// Red if the thirty-line block of docs/kit.md is not what the page says.
+TEST_P(EndOfStream, TheThirtyLinesOfThePageWork) {
+  const auto b = Add({"testsource", "softclip", "testsink"});
+  graph.Chain(b, Frame(480));
+  Graph::Play16(b[0], {0, 16384, -32768, 32767}, Frame(480));
+  EXPECT_EQ(graph->SetParameter(b[1], 0, {"6"}), 0);
+  ASSERT_EQ(graph.Run(), END_OF_FILE);
+  EXPECT_EQ(Graph::Recorded16(b[2]), (Samples{0, 24923, -31578, 31578}));
 }
 
 }  // namespace
