@@ -6,26 +6,20 @@
 // while, since a filter looks ahead. Equal rates pass the samples on as they are.
 #include <soxr.h>
 
-#include <cstring>
-#include <limits>
+#include <algorithm>
 #include <memory>
-#include <numeric>
 #include <stdexcept>
 #include <vector>
 
 #include <vorn/Plugin.h>
+
+#include "Outbox.h"
 
 namespace {
 
 constexpr long CHUNK = 4096;  // samples out of the library at a time
 constexpr std::uint32_t MOST_RATE = 10000000;
 constexpr std::uint32_t MOST_RATIO = 10000;
-
-// round(samples * to / from) for any count of samples.
-long Rescale(long samples, std::uint32_t from, std::uint32_t to) {
-  const auto count = static_cast<std::uint64_t>(samples);
-  return static_cast<long>(count / from * to + (count % from * to + from / 2) / from);
-}
 
 // The smallest frame that keeps up with the frames that come.
 long FrameBehind(long frame, std::uint32_t from, std::uint32_t to) { return (frame * to + from - 1) / from; }
@@ -67,7 +61,7 @@ class Resample : public vorn::PluginBlock {
     if (to.channels == 0) to.channels = from.channels;
     if (from.rate == 0 || to.rate == 0) return {};
     if (to.frame == 0) to.frame = FrameBehind(from.frame, from.rate, to.rate);
-    if (to.length < 0 && from.length >= 0) to.length = Rescale(from.length, from.rate, to.rate);
+    if (to.length < 0 && from.length >= 0) to.length = Outbox::Rescale(from.length, from.rate, to.rate);
     return CheckRates(from.rate, to.rate);
   }
 
@@ -77,52 +71,30 @@ class Resample : public vorn::PluginBlock {
       if (!refusal.empty()) return Refuse(refusal);
     }
     samples.Prepare(In());
-    silence.assign(static_cast<std::size_t>(In().samplesPerFrame) * In().channels, 0);
+    step = In().samplesPerFrame;
+    silence.assign(static_cast<std::size_t>(step) * In().channels, 0);
     resampled.resize(static_cast<std::size_t>(CHUNK) * Out().channels);
-    encoded.resize(resampled.size() * vorn::BytesPerSample(Out().format));
-    // Enough for what the filters give at once, and to say so before memory runs out where more comes than leaves.
-    const long bothFrames = FrameBehind(In().samplesPerFrame, In().rate, Out().rate) + Out().samplesPerFrame;
-    queue.Open(Out(), 4L * Out().rate + 8 * bothFrames + 16 * CHUNK);
+    box.Open(In(), Out(), CHUNK, 4L * Out().rate + 16 * CHUNK);  // filters give much at once
     Begin();
     return 0;
   }
 
   long Process() override {
-    if (In().timestamp >= 0) {
-      stampOfStart = In().timestamp - received * 1000000 / In().rate;
-      isStamped = true;
-    }
-    received += In().samples;
+    box.Count(In());
     if (resampler) {
       Feed(samples.Read(In()), In().samples);
     } else {
-      Append(In());
+      box.Put(In());
     }
-    return Drain(false);
+    box.Send(Out(), false);
+    return vorn::FRAME_DONE;
   }
 
-  bool HoldsSamples() const override { return sent < Rescale(received, In().rate, Out().rate); }
-
-  // Full frames keep the pace by themselves; only frames that are too short for it need cycles of their own.
-  bool HoldsFrame() const override {
-    return queue.Samples() >= Out().samplesPerFrame &&
-           Out().samplesPerFrame * In().rate < In().samplesPerFrame * Out().rate;
-  }
-
+  bool HoldsSamples() const override { return box.HoldsSamples(); }
+  bool HoldsFrame() const override { return box.HoldsFrame(Out()); }
   long Drain(bool atEnd) override {
-    long count = Out().samplesPerFrame;
-    if (atEnd) {
-      count = std::min(count, Rescale(received, In().rate, Out().rate) - sent);
-      while (queue.Samples() < count) Feed(silence.data(), In().samplesPerFrame);
-    }
-    if (count == 0 || queue.Samples() < count) return vorn::FRAME_DONE;
-    const vorn::FrameBuffer front = queue.Front(count);
-    std::memcpy(Out().data, front.data,
-                static_cast<std::size_t>(count) * Out().channels * vorn::BytesPerSample(Out().format));
-    Out().samples = count;
-    Out().timestamp = isStamped ? stampOfStart + sent * 1000000 / Out().rate : -1;
-    queue.Drop(count);
-    sent += count;
+    while (atEnd && box.Misses(Out())) Feed(silence.data(), step);
+    box.Send(Out(), atEnd);
     return vorn::FRAME_DONE;
   }
 
@@ -153,15 +125,10 @@ class Resample : public vorn::PluginBlock {
   // A second of silence, a whole number of periods at any two rates, comes and leaves before the stream. It brings the
   // library's buffers to their size, and the stream begins as after silence.
   void Begin() {
-    queue.Clear();
-    received = sent = 0;
-    isStamped = false;
-    if (In().rate == Out().rate) return;
-    resampler.reset(NewResampler());
-    toDrop = Out().rate;
-    for (long left = In().rate; left > 0; left -= In().samplesPerFrame) {
-      Feed(silence.data(), std::min(left, In().samplesPerFrame));
-    }
+    const bool isNeeded = In().rate != Out().rate;
+    resampler.reset(isNeeded ? NewResampler() : nullptr);
+    box.Begin(isNeeded ? Out().rate : 0);
+    for (long left = isNeeded ? In().rate : 0; left > 0; left -= step) Feed(silence.data(), std::min(left, step));
   }
 
   void Feed(const double* from, long count) {
@@ -170,39 +137,17 @@ class Resample : public vorn::PluginBlock {
       soxr_process(resampler.get(), from, static_cast<std::size_t>(count), &used, resampled.data(), CHUNK, &made);
       from += used * In().channels;
       count -= static_cast<long>(used);
-      Keep(static_cast<long>(made));
+      box.Put(resampled.data(), static_cast<long>(made), Out());
       if (used == 0 && made == 0 && count > 0) throw std::runtime_error("libsoxr takes no more samples");
     }
   }
 
-  void Keep(long made) {
-    const long dropped = std::min(made, toDrop);
-    toDrop -= dropped;
-    vorn::FrameBuffer kept = Out();
-    kept.data = encoded.data();
-    kept.samples = made - dropped;
-    const double* from = resampled.data() + dropped * kept.channels;
-    vorn::Encode(kept.format, from, kept.data, static_cast<std::size_t>(kept.samples) * kept.channels);
-    Append(kept);
-  }
-
-  void Append(const vorn::FrameBuffer& frame) {
-    if (queue.Append(frame)) return;
-    throw std::runtime_error("more samples come than frames of " + std::to_string(Out().samplesPerFrame) +
-                             " can take away; make them longer");
-  }
-
   std::unique_ptr<soxr, Delete> resampler;  // none where the rates are equal
   vorn::DoubleFrame samples;
-  std::vector<double> silence;
+  std::vector<double> silence;  // `step` samples
+  long step = 0;
   std::vector<double> resampled;
-  std::vector<std::uint8_t> encoded;
-  vorn::InputQueue queue;  // ready to leave
-  long toDrop = 0;         // of the silence before the stream
-  long received = 0;       // samples of the stream so far
-  long sent = 0;
-  bool isStamped = false;
-  long stampOfStart = 0;  // the time of the stream's first sample
+  Outbox box;
 };
 
 }  // namespace

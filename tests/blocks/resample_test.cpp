@@ -35,8 +35,7 @@ class ResampleTest : public testing::Test {
     const std::vector blocks{graph.Add("testsource"), graph.Add("resample", args), graph.Add("testsink")};
     EXPECT_TRUE(graph.Link(blocks[0], 0, blocks[1], 0, in));
     EXPECT_TRUE(graph.Link(blocks[1], 0, blocks[2], 0, out));
-    const auto* bytes = reinterpret_cast<const std::uint8_t*>(x.data());
-    Graph::Play(blocks[0], {bytes, bytes + 4 * x.size()}, in);
+    Graph::PlayFloats(blocks[0], x, in);
     long played = 0;
     for (auto& frame : Graph::FramesOf(blocks[0])) {
       frame.stamp = 1000000 + played * 1000000 / in.rate;
@@ -44,9 +43,7 @@ class ResampleTest : public testing::Test {
     }
     EXPECT_EQ(graph.Run(), vorn::Route::StopReason::STOP_END_OF_FILE);
     frames = Graph::FramesOf(blocks[2]);
-    const auto recorded = Graph::Recorded(blocks[2]);
-    std::vector<float> y(recorded.size() / 4);
-    if (!y.empty()) std::memcpy(y.data(), recorded.data(), recorded.size());
+    const auto y = Graph::RecordedFloats(blocks[2]);
     graph->DeleteAll();
     return y;
   }

@@ -94,19 +94,30 @@ class Graph : private vorn::Route::Callbacks {
     return bytes;
   }
 
-  // For 16-bit streams in the machine's own order: plain numbers instead of bytes.
+  // For streams in the machine's own order: plain numbers instead of bytes.
   static void Play16(vorn::Block* source, const std::vector<std::int16_t>& samples, const StreamSpec& s) {
-    const auto* bytes = reinterpret_cast<const std::uint8_t*>(samples.data());
-    Play(source, {bytes, bytes + 2 * samples.size()}, s);
+    PlayAll(source, samples, s);
   }
-  static std::vector<std::int16_t> Recorded16(vorn::Block* sink) {
+  static std::vector<std::int16_t> Recorded16(vorn::Block* sink) { return RecordedAs<std::int16_t>(sink); }
+  static void PlayFloats(vorn::Block* source, const std::vector<float>& samples, const StreamSpec& s) {
+    PlayAll(source, samples, s);
+  }
+  static std::vector<float> RecordedFloats(vorn::Block* sink) { return RecordedAs<float>(sink); }
+
+ private:
+  template <class Sample>
+  static void PlayAll(vorn::Block* source, const std::vector<Sample>& samples, const StreamSpec& s) {
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(samples.data());
+    Play(source, {bytes, bytes + sizeof(Sample) * samples.size()}, s);
+  }
+  template <class Sample>
+  static std::vector<Sample> RecordedAs(vorn::Block* sink) {
     const auto bytes = Recorded(sink);
-    std::vector<std::int16_t> samples(bytes.size() / 2);
-    if (!samples.empty()) std::memcpy(samples.data(), bytes.data(), 2 * samples.size());
+    std::vector<Sample> samples(bytes.size() / sizeof(Sample));
+    if (!samples.empty()) std::memcpy(samples.data(), bytes.data(), bytes.size());
     return samples;
   }
 
- private:
   void OnStopped(vorn::Route::StopReason why) override {
     const std::lock_guard<std::mutex> lock(mutex);
     reason = why;
