@@ -4,8 +4,6 @@
 #include <cmath>
 #include <map>
 
-#include <vorn/kit/Conventions.h>
-
 #include "testkit/Graph.h"
 
 namespace {
@@ -39,17 +37,7 @@ class LevelTest : public testing::Test {
     ASSERT_EQ(graph.Run(), vorn::Route::StopReason::STOP_END_OF_FILE);
   }
 
-  std::map<std::string, double> Readings() {
-    std::vector<std::string> lines;
-    graph->GetParameter(meter, vorn::PARAMETER_TABLE, lines);
-    std::map<std::string, double> readings;
-    for (const std::string& line : lines) {
-      char name[64];
-      char value[64];
-      if (std::sscanf(line.c_str(), "%*s %63s %*s %*s %63s", name, value) == 2) readings[name] = std::atof(value);
-    }
-    return readings;
-  }
+  std::map<std::string, double> Readings() { return graph.Numbers(meter); }
 
   Graph graph;
   vorn::Block* source = nullptr;

@@ -4,7 +4,10 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -71,6 +74,19 @@ class Graph : private vorn::Route::Callbacks {
   }
 
   vorn::Route* operator->() const { return route; }
+
+  // The parameters of a block that are numbers, by name.
+  std::map<std::string, double> Numbers(vorn::Block* block) {
+    std::vector<std::string> lines;
+    route->GetParameter(block, vorn::PARAMETER_TABLE, lines);
+    std::map<std::string, double> numbers;
+    for (const std::string& line : lines) {
+      char name[64];
+      char value[64];
+      if (std::sscanf(line.c_str(), "%*s %63s %*s %*s %63s", name, value) == 2) numbers[name] = std::atof(value);
+    }
+    return numbers;
+  }
 
   static Frames& FramesOf(vorn::Block* block) {
     Frames* frames = nullptr;
