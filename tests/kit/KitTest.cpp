@@ -60,7 +60,7 @@ class Probe : public vorn::PluginBlock {
   }
   explicit Probe(vorn::Setup setup) : PluginBlock(std::move(setup)) {
     if (Text(NAME) == "bad") throw std::runtime_error("bad name");
-    Extend({Parameter::Number(OWN, "own", "", 0, 1).Default(0)});
+    Extend({Parameter::Number(OWN, "own", "", 0, 1)});
   }
   using PluginBlock::Producer;
 
@@ -68,6 +68,7 @@ class Probe : public vorn::PluginBlock {
   long Process() override { return vorn::FRAME_DONE; }
   void OnSet(unsigned id) override {
     if (id == NAME && Text(NAME) == "bad") throw std::runtime_error("bad name");
+    if (id == OWN && Number(OWN) == 0.5) throw std::runtime_error("bad number");
   }
   void OnGet(unsigned) override { Store(LEVEL, -3.5); }
 };
@@ -120,6 +121,9 @@ TEST(Parameters, AreSetAndReadById) {
   EXPECT_EQ(block->SetParameter(4, {"two", "words"}), 0);
   EXPECT_EQ(block->BaseStop(), 0);
   EXPECT_EQ(block->SetParameter(1, {"2"}), 0);
+  EXPECT_EQ(block->SetParameter(6, {"0.5"}), -20);
+  block->GetParameter(6, value);
+  EXPECT_EQ(value, std::vector<std::string>{""});
   block->GetParameter(4, value);
   EXPECT_EQ(value, std::vector<std::string>{"two words"});
   EXPECT_EQ(block->GetParameter(99, value), -20);

@@ -53,8 +53,9 @@ Refusal PlanPluginStreams(const std::vector<std::string>& arguments, const std::
     refusal = BlockClass::PlanStreams(parameters, in, out);
     if (!refusal.empty()) return refusal;
   } else {
-    for (const Stream& stream : in) {
+    for (Stream stream : in) {
       if (stream.linked == 0) continue;
+      stream.length = LongestOf(in);
       for (Stream& leaving : out) leaving.Complete(stream);
       break;
     }

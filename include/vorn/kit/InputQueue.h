@@ -22,15 +22,16 @@ class InputQueue {
   /** Makes room for `samples` samples of this stream, and is empty. The memory is not touched before it is used. */
   void Open(const FrameBuffer& stream, long samples) {
     head = stream;
-    head.samples = 0;
-    head.timestamp = -1;
     sampleBytes = stream.channels * BytesPerSample(stream.format);
     capacity = samples;
-    first = 0;
+    Clear();
     storage.reset(new std::uint8_t[static_cast<std::size_t>(samples) * sampleBytes]);
   }
   bool IsOpen() const { return storage != nullptr; }
-  void Clear() { first = head.samples = 0; }
+  void Clear() {
+    first = head.samples = 0;
+    knownStamp = -1;
+  }
   long Samples() const { return head.samples; }
 
   /** @return false when the samples do not fit. */
@@ -38,7 +39,10 @@ class InputQueue {
     std::uint8_t* to = Room(frame.samples);
     if (to == nullptr) return false;
     std::memcpy(to, frame.data, Bytes(frame.samples));
-    if (frame.timestamp >= 0 || head.samples == 0) head.timestamp = StampOfHead(frame.timestamp);
+    if (frame.timestamp >= 0 || head.samples == 0) {
+      knownStamp = frame.timestamp;
+      sinceKnown = -head.samples;
+    }
     head.samples += frame.samples;
     return true;
   }
@@ -59,6 +63,7 @@ class InputQueue {
     FrameBuffer frame = head;
     frame.data = storage.get() + Bytes(first);
     frame.samples = samples;
+    frame.timestamp = StampOfHead();
     return frame;
   }
 
@@ -66,15 +71,14 @@ class InputQueue {
   void Drop(long samples) {
     first += samples;
     head.samples -= samples;
+    sinceKnown += samples;
     if (head.samples == 0) first = 0;
-    if (head.timestamp >= 0 && head.rate != 0) head.timestamp += samples * 1000000 / head.rate;
   }
 
  private:
-  // Taken from the newest frame, so that roundings never add up while there is always something waiting.
-  long StampOfHead(long newest) const {
-    if (newest < 0 || head.rate == 0) return -1;
-    return std::max(-1L, newest - head.samples * 1000000 / head.rate);
+  long StampOfHead() const {
+    if (knownStamp < 0 || head.rate == 0) return -1;
+    return std::max(-1L, knownStamp + sinceKnown * 1000000 / head.rate);
   }
 
   std::size_t Bytes(long samples) const { return static_cast<std::size_t>(samples) * sampleBytes; }
@@ -88,10 +92,13 @@ class InputQueue {
     return storage.get() + Bytes(first + head.samples);
   }
 
-  FrameBuffer head;  // describes the stream; `samples` and `timestamp` are those of what waits here
+  FrameBuffer head;  // describes the stream; `samples` is the count of what waits here
   std::size_t sampleBytes = 0;
   long capacity = 0;
   long first = 0;  // the oldest sample's place in the storage
+  // Time stamps are counted from the newest one that came, so that roundings never add up.
+  long knownStamp = -1;
+  long sinceKnown = 0;  // samples from the one that it belongs to, to the oldest here
   std::unique_ptr<std::uint8_t[]> storage;
 };
 

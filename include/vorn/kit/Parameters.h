@@ -25,6 +25,13 @@ using Refusal = std::string;
  */
 class Parameters {
  public:
+  struct Value {
+    double number = 0;
+    std::string text;
+    bool given = false;
+    bool stale = false;  // `number` is newer than `text`
+  };
+
   explicit Parameters(const Description& description)
       : extensible((description.flags & BLOCK_OWN_PARAMETERS) != 0), table(description.parameters) {
     values.reserve(table.size());
@@ -76,6 +83,10 @@ class Parameters {
   const std::string& Text(unsigned id) const { return At(id).text; }
   /** True once an argument or a SetParameter gave the value. */
   bool IsGiven(unsigned id) const { return At(id).given; }
+
+  /** All there is to a value, for Restore() where a Set() turns out to be wrong. */
+  const Value& ValueOf(unsigned id) const { return At(id); }
+  void Restore(unsigned id, Value value) { values[IndexOf(id)] = std::move(value); }
 
   const Parameter* Find(unsigned id) const {
     const std::size_t i = IndexOf(id);
@@ -142,13 +153,6 @@ class Parameters {
   }
 
  private:
-  struct Value {
-    double number = 0;
-    std::string text;
-    bool given = false;
-    bool stale = false;  // `number` is newer than `text`
-  };
-
   static bool IsName(std::string_view text) {
     const auto letter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; };
     if (text.empty() || !letter(text[0])) return false;

@@ -180,13 +180,13 @@ inline int PluginBlock::SetParameter(unsigned int paramId, const std::vector<std
     if (running && !parameter->IsLive() && !parameter->IsReading()) {
       return Refuse("parameter '" + parameter->name + "': cannot be set while the route runs");
     }
-    const std::string before = parameters.TextOf(parameters.IndexOf(paramId));
+    const Parameters::Value before = parameters.ValueOf(paramId);
     const Refusal refusal = parameters.Set(paramId, text);
     if (!refusal.empty()) return Refuse(refusal);
     try {
       OnSet(paramId);
     } catch (...) {
-      parameters.Set(paramId, before);
+      parameters.Restore(paramId, before);
       throw;
     }
     return 0;

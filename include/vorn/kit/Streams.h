@@ -7,6 +7,7 @@
 #include <initializer_list>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <vorn/Block.h>
 
@@ -102,6 +103,17 @@ inline Stream StreamOf(const FrameBuffer& fb) {
   stream.channels = fb.channels;
   stream.frame = fb.samplesPerFrame;
   return stream;
+}
+
+/** Samples until the last of these streams ends; -1 where that of one is not known. */
+inline std::int64_t LongestOf(const std::vector<Stream>& streams) {
+  std::int64_t longest = 0;
+  for (const Stream& stream : streams) {
+    if (stream.linked == 0) continue;
+    if (stream.length < 0) return -1;
+    if (stream.length > longest) longest = stream.length;
+  }
+  return longest;
 }
 
 /** "rate=48000 format=S16_LE channels=2 frame=480 length=123456": the fields that are known, in this order. */
