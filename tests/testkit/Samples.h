@@ -65,6 +65,18 @@ inline std::vector<std::uint8_t> Bytes(vorn::SampleFormat f, const std::vector<d
   return bytes;
 }
 
+// The same with full scale at -1 to 1, whatever the format.
+inline std::vector<double> Decoded(vorn::SampleFormat f, const std::vector<std::uint8_t>& bytes) {
+  std::vector<double> levels = Numbers(f, bytes);
+  for (double& level : levels) level /= FullScale(f);
+  return levels;
+}
+
+inline std::vector<std::uint8_t> Encoded(vorn::SampleFormat f, std::vector<double> levels) {
+  for (double& level : levels) level = Nearest(f, level * FullScale(f));
+  return Bytes(f, levels);
+}
+
 // Numbers all over the range of the format, its ends among them; the same for the same count.
 inline std::vector<double> RandomNumbers(vorn::SampleFormat f, std::size_t count) {
   std::mt19937 random(static_cast<unsigned>(count));

@@ -1,0 +1,144 @@
+// Blocks that move samples and leave them as they are: tee, reframe, delay, remap, null. Samples carry their own index.
+#include <gtest/gtest.h>
+
+#include <numeric>
+
+#include "testkit/Graph.h"
+
+namespace {
+
+using testkit::Graph, testkit::StreamSpec;
+using Samples = std::vector<std::int16_t>;
+constexpr auto END_OF_FILE = vorn::Route::StopReason::STOP_END_OF_FILE;
+constexpr unsigned RATE = 44100;     // stamps need rounding
+constexpr double MOST_ROUNDING = 4;  // in us: once in the source, and in each block behind
+
+StreamSpec Frames(long samples, unsigned channels = 1) { return {RATE, vorn::SampleFormat::S16_LE, channels, samples}; }
+
+Samples Count(long samples) {
+  Samples counted(static_cast<std::size_t>(samples));
+  std::iota(counted.begin(), counted.end(), std::int16_t{1});
+  return counted;
+}
+
+class Moving : public testing::Test {
+ protected:
+  // Plays samples into an input, with the stamps of their places.
+  void Feed(vorn::Block* block, std::size_t in, const Samples& samples, const StreamSpec& spec) {
+    vorn::Block* source = graph.Add("testsource");
+    ASSERT_TRUE(graph.Link(source, 0, block, in, spec));
+    Graph::Play16(source, samples, spec);
+    long position = 0;
+    for (testkit::Frame& frame : Graph::FramesOf(source)) {
+      frame.stamp = std::exchange(position, position + frame.samples) * 1000000 / RATE;
+    }
+  }
+
+  vorn::Block* Record(vorn::Block* block, std::size_t out, const StreamSpec& spec) {
+    vorn::Block* sink = graph.Add("testsink");
+    EXPECT_TRUE(graph.Link(block, out, sink, 0, spec));
+    return sink;
+  }
+
+  // Runs twice, as after a restart. Frames are full but the last, and stamped with their place.
+  void RunAndExpect(vorn::Block* sink, const Samples& expected, const StreamSpec& spec) {
+    for (int run = 0; run < 2; ++run) {
+      Graph::FramesOf(sink).clear();
+      ASSERT_EQ(graph.Run(), END_OF_FILE);
+      ASSERT_EQ(Graph::Recorded16(sink), expected);
+      long position = 0;
+      for (const testkit::Frame& frame : Graph::FramesOf(sink)) {
+        ASSERT_NEAR(static_cast<double>(frame.stamp), 1e6 * static_cast<double>(position) / RATE, MOST_ROUNDING);
+        ASSERT_EQ(position % spec.frame, 0);
+        position += frame.samples;
+      }
+    }
+  }
+
+  Graph graph;
+};
+
+// Red if the rest of a stream or the tail of a delay is lost or doubled, if a channel slips, or if stamps drift.
+TEST_F(Moving, DelayAndReframeGiveEverySample) {
+  for (const long delay : {0, 1, 479, 481, 3000}) {
+    for (const auto& [from, to] : {std::pair{480, 480}, {480, 100}, {100, 480}, {7, 480}, {480, 7}}) {
+      for (const long length : {1, 480, 1441}) {
+        SCOPED_TRACE(testing::Message() << length << " later by " << delay << ", frames of " << from << " to " << to);
+        vorn::Block* first = graph.Add("delay", {"samples=" + std::to_string(delay)});
+        vorn::Block* second = graph.Add("reframe", {std::to_string(to)});
+        Feed(first, 0, Count(2 * length), Frames(from, 2));
+        ASSERT_TRUE(graph.Link(first, 0, second, 0, Frames(from, 2)));
+        Samples expected = Count(2 * length);
+        expected.insert(expected.begin(), 2 * static_cast<std::size_t>(delay), 0);
+        RunAndExpect(Record(second, 0, Frames(to, 2)), expected, Frames(to, 2));
+        graph->DeleteAll();
+      }
+    }
+  }
+}
+
+// Red if one path of a tee comes short, if mix does not line them up again, or if it stops with the first that ends.
+TEST_F(Moving, PathsOfATeeMeetInAMix) {
+  constexpr int LENGTH = 1441;
+  vorn::Block* tee = graph.Add("tee");
+  vorn::Block* delay = graph.Add("delay", {"samples=7"});
+  vorn::Block* smaller = graph.Add("reframe");
+  vorn::Block* larger = graph.Add("reframe");
+  vorn::Block* mix = graph.Add("mix");
+  Feed(tee, 0, Count(LENGTH), Frames(480));
+  ASSERT_TRUE(graph.Link(tee, 0, mix, 0, Frames(480)));
+  ASSERT_TRUE(graph.Link(tee, 1, delay, 0, Frames(480)) && graph.Link(delay, 0, mix, 1, Frames(480)));
+  ASSERT_TRUE(graph.Link(tee, 2, smaller, 0, Frames(480)) && graph.Link(smaller, 0, larger, 0, Frames(100)));
+  ASSERT_TRUE(graph.Link(larger, 0, mix, 2, Frames(480)));
+  Samples expected(LENGTH + 7);
+  for (int k = 0; k < LENGTH + 7; ++k) {
+    expected[k] = static_cast<std::int16_t>((k < LENGTH ? 2 * (k + 1) : 0) + std::max(0, k - 6));
+  }
+  vorn::Block* sink = Record(mix, 0, Frames(480));
+  ASSERT_EQ(graph.Run(), END_OF_FILE);
+  EXPECT_EQ(Graph::Recorded16(sink), expected);
+}
+
+// Red if channels, inputs or outputs are swapped, or a gain is another one than was written.
+TEST_F(Moving, RemapFollowsItsMap) {
+  const std::pair<const char*, std::vector<Samples>> cases[] = {
+      {"1,0", {{200, 100}}},
+      {"0:0,1:0", {{100, 1100}}},
+      {"2/0/_", {{300}, {100}, {0}}},
+      {" 1:2..1 , 0:0..1 ", {{1300, 1200, 100, 200}}},
+      {"0*0.5+1:1/-1:0,_", {{1250}, {-1100, 0}}},
+      {"0*20dB-1*-2-2*+3,1", {{500, 200}}},
+  };
+  const auto repeat = [](const Samples& instant) {
+    Samples samples;
+    for (int k = 0; k < 501; ++k) samples.insert(samples.end(), instant.begin(), instant.end());
+    return samples;
+  };
+  for (const auto& [map, outputs] : cases) {
+    SCOPED_TRACE(map);
+    vorn::Block* block = graph.Add("remap", {map});
+    Feed(block, 0, repeat({100, 200, 300}), Frames(480, 3));
+    Feed(block, 1, repeat({1100, 1200, 1300}), Frames(480, 3));
+    std::vector<vorn::Block*> sinks;
+    for (const Samples& output : outputs) {
+      sinks.push_back(Record(block, sinks.size(), Frames(480, static_cast<unsigned>(output.size()))));
+    }
+    ASSERT_EQ(graph.Run(), END_OF_FILE);
+    for (std::size_t o = 0; o < sinks.size(); ++o) EXPECT_EQ(Graph::Recorded16(sinks[o]), repeat(outputs[o])) << o;
+    graph->DeleteAll();
+  }
+}
+
+// Red if null takes only streams that are alike, or miscounts them.
+TEST_F(Moving, NullCountsWhatItDrops) {
+  vorn::Block* block = graph.Add("null");
+  Feed(block, 0, Count(1000), Frames(480));
+  Feed(block, 5, Count(2 * 301), Frames(100, 2));
+  ASSERT_EQ(graph.Run(), END_OF_FILE);
+  std::vector<std::string> frames;
+  std::vector<std::string> samples;
+  EXPECT_EQ(graph->GetParameter(block, 0, frames) + graph->GetParameter(block, 1, samples), 0);
+  EXPECT_EQ(frames[0] + " " + samples[0], "7 1301");
+}
+
+}  // namespace

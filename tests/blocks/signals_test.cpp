@@ -1,0 +1,151 @@
+// Blocks that compute samples: tone, mix, convert.
+#include <gtest/gtest.h>
+
+#include <numbers>
+#include <numeric>
+
+#include "testkit/Graph.h"
+#include "testkit/Samples.h"
+
+namespace {
+
+using testkit::Decoded, testkit::Encoded, testkit::Graph, testkit::StreamSpec;
+using vorn::SampleFormat;
+using Levels = std::vector<double>;  // full scale is -1 to 1
+constexpr double TURN = 2 * std::numbers::pi;
+
+// What a tone of 48000 Hz plays.
+Levels Tone(const std::vector<std::string>& args, unsigned channels = 1, long frame = 480) {
+  const StreamSpec spec{48000, SampleFormat::FLOAT_LE, channels, frame};
+  Graph graph;
+  vorn::Block* sink = graph.Add("testsink");
+  EXPECT_TRUE(graph.Chain({graph.Add("tone", args), sink}, spec));
+  EXPECT_TRUE(graph.Run());
+  return Decoded(spec.format, Graph::Recorded(sink));
+}
+
+// What becomes of one frame between two formats.
+Levels Converted(const std::vector<std::string>& args, SampleFormat from, SampleFormat to, const Levels& levels) {
+  const StreamSpec before{48000, from, 1, static_cast<long>(levels.size())};
+  const StreamSpec after{48000, to, 1, before.frame};
+  Graph graph;
+  vorn::Block* source = graph.Add("testsource");
+  vorn::Block* convert = graph.Add("convert", args);
+  vorn::Block* sink = graph.Add("testsink");
+  EXPECT_TRUE(graph.Link(source, 0, convert, 0, before) && graph.Link(convert, 0, sink, 0, after));
+  Graph::Play(source, Encoded(from, levels), before);
+  EXPECT_TRUE(graph.Run());
+  return Decoded(to, Graph::Recorded(sink));
+}
+
+double Rms(const Levels& x) {
+  return std::sqrt(std::inner_product(x.begin(), x.end(), x.begin(), 0.0) / static_cast<double>(x.size()));
+}
+
+// In dB, over the means of so many samples each.
+double Loudness(const Levels& x, std::size_t together = 1) {
+  Levels means;
+  for (auto at = x.begin(); x.end() - at >= static_cast<long>(together); at += static_cast<long>(together)) {
+    means.push_back(std::accumulate(at, at + static_cast<long>(together), 0.0) / static_cast<double>(together));
+  }
+  return 20 * std::log10(Rms(means));
+}
+
+long Crossings(const Levels& x, std::size_t until) {
+  long crossings = 0;
+  for (std::size_t k = 1; k < until; ++k) crossings += (x[k] < 0) != (x[k - 1] < 0);
+  return crossings;
+}
+
+// Red if frequency, level, length or phase are off, or the frame size shows.
+TEST(Tone, PlaysSineAndSquareByTheFormula) {
+  const Levels sine = Tone({"sine", "997", "-6", "samples=4801"}, 2, 7);
+  ASSERT_EQ(sine.size(), 2 * 4801U);
+  for (std::size_t k = 0; k < sine.size(); ++k) {
+    const double expected = std::pow(10, -0.3) * std::sin(TURN * 997 * static_cast<double>(k / 2) / 48000);
+    ASSERT_NEAR(sine[k], expected, 1e-7) << k;
+  }
+  EXPECT_EQ(Tone({"square", "12000", "0", "length=0.000125"}), (Levels{1, 1, -1, -1, 1, 1}));
+}
+
+// Red if the sweep is not logarithmic, misses its ends, or clicks where it starts over.
+TEST(Tone, SweepsEvenlyOnAMusicalScale) {
+  const Levels sweep = Tone({"sweep", "from=20", "to=2000", "time=1", "level=0", "length=2"});
+  const double turns = (2000 - 20) / std::log(100);
+  EXPECT_NEAR(Crossings(sweep, 24000), 2 * turns / 11, 1);  // halfway it has come to 200 Hz
+  EXPECT_NEAR(Crossings(sweep, 48000), 2 * turns, 1);
+  EXPECT_NEAR(Crossings(sweep, 96000), 4 * turns, 2);
+  for (std::size_t k = 1; k < sweep.size(); ++k) ASSERT_LE(std::abs(sweep[k] - sweep[k - 1]), TURN * 2000 / 48000);
+}
+
+// Red if a level is not the RMS, a colour another one, a seed without effect, or if channels play the same.
+TEST(Tone, PlaysNoiseOfItsLevelColourAndSeed) {
+  // Means of 64 samples leave 1/64 of the power of white noise, and of pink the octaves below, about half of all.
+  for (const auto& [wave, below] : {std::pair{"white", -18.06}, {"pink", -2.9}}) {
+    const std::vector<std::string> args{wave, "level=-20", "samples=300001"};
+    const Levels noise = Tone(args);
+    EXPECT_NEAR(Loudness(noise), -20, 0.3) << wave;
+    EXPECT_NEAR(Loudness(noise, 64) - Loudness(noise), below, 0.5) << wave;
+    EXPECT_NE(noise, Tone({wave, "level=-20", "samples=300001", "seed=2"})) << wave;
+    const Levels stereo = Tone(args, 2, 111);
+    Levels sum;
+    for (std::size_t k = 0; k < noise.size(); ++k) {
+      ASSERT_EQ(stereo[2 * k], noise[k]);
+      sum.push_back(stereo[2 * k] + stereo[2 * k + 1]);
+    }
+    EXPECT_NEAR(Loudness(sum), -17, 0.3) << wave;
+  }
+}
+
+// Red if a change is heard as a click, or does not arrive at what was set.
+TEST(Changes, TakeOneFrame) {
+  for (const auto& [changed, id] : {std::pair{0, 2U}, {1, 0U}}) {
+    Graph graph;
+    const std::vector<vorn::Block*> blocks{graph.Add("tone", {"square", "0", "0", "samples=1000"}), graph.Add("mix"),
+                                           graph.Add("testsink")};
+    ASSERT_TRUE(graph.Chain(blocks, {48000, SampleFormat::FLOAT_LE, 1, 480}));
+    // In one batch, so that no frame comes between.
+    const std::vector<std::string> params{"-40"};
+    vorn::Route::Action actions[2]{};
+    actions[0].type = vorn::Route::Action::Type::START;
+    actions[1].type = vorn::Route::Action::Type::SET_PARAMETER;
+    actions[1].setParameter = {blocks[changed], id, &params, -20};
+    graph->ExecuteActions(actions, 2);
+    ASSERT_TRUE(graph.Wait());
+    const Levels x = Decoded(SampleFormat::FLOAT_LE, Graph::Recorded(blocks[2]));
+    ASSERT_EQ(x.size(), 1000U);
+    for (std::size_t k = 0; k < x.size(); ++k) {
+      ASSERT_NEAR(x[k], k < 480 ? 1 - 0.99 * static_cast<double>(k + 1) / 480 : 0.01, 1e-6) << changed << ' ' << k;
+    }
+  }
+}
+
+// Red if any way between two formats changes what both can hold, or if saturation and rounding are others.
+TEST(Convert, KeepsWhatFitsAndRoundsWhatDoesNot) {
+  Levels grid(256);
+  for (int value = -128; value < 128; ++value) grid[static_cast<std::size_t>(value + 128)] = value / 128.0;
+  for (const SampleFormat from : testkit::FORMATS) {
+    for (const SampleFormat to : testkit::FORMATS) EXPECT_EQ(Converted({}, from, to, grid), grid);
+  }
+  const double bit = 1 / testkit::FullScale(SampleFormat::S16_BE);
+  EXPECT_EQ(Converted({"S16_BE"}, SampleFormat::FLOAT_BE, SampleFormat::S16_BE,
+                      {1.5, -1.5, 1 - bit / 2, 0.5 * bit, 1.5 * bit, -2.5 * bit, 0.51 * bit}),
+            (Levels{1 - bit, -1, 1 - bit, 0, 2 * bit, -2 * bit, bit}));
+}
+
+// Red if the noise is not triangular (its error then depends on the signal), biased, or added where no bit is lost.
+TEST(Convert, DithersWhereBitsAreLost) {
+  const double bit = 1 / testkit::FullScale(SampleFormat::S16_LE);
+  const std::vector<std::string> args{"dither=tpdf"};
+  for (const double part : {0.0, 0.25, 0.5}) {
+    for (const auto from : {SampleFormat::FLOAT_LE, SampleFormat::S32_BE}) {
+      Levels errors = Converted(args, from, SampleFormat::S16_LE, Levels(100001, part * bit));
+      for (double& error : errors) error = error / bit - part;
+      EXPECT_NEAR(std::accumulate(errors.begin(), errors.end(), 0.0) / 100001, 0, 0.01) << part;
+      EXPECT_NEAR(Rms(errors), 0.5, 0.01) << part;
+    }
+  }
+  EXPECT_EQ(Converted(args, SampleFormat::S16_LE, SampleFormat::S24_3BE, Levels(3, bit)), Levels(3, bit));
+}
+
+}  // namespace

@@ -1,0 +1,17 @@
+// What a plug-in says of its block before there is one.
+#pragma once
+
+#include <dlfcn.h>
+
+#include <string>
+
+#include <vorn/kit/Description.h>
+
+namespace testkit {
+
+inline const vorn::BlockInfo& InfoOf(const std::string& block) {
+  void* plugin = dlopen(("lib" + block + ".so").c_str(), RTLD_NOW);
+  return *reinterpret_cast<vorn::DescribeBlockFunction>(dlsym(plugin, "DescribeBlock"))();
+}
+
+}  // namespace testkit
