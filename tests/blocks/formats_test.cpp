@@ -13,55 +13,95 @@ using testkit::Decoded, testkit::Encoded, testkit::Graph, testkit::StreamSpec;
 using vorn::SampleFormat;
 using Levels = std::vector<double>;  // full scale is -1 to 1
 
+Levels Together(const std::vector<Levels>& parts) {
+  Levels all;
+  for (const Levels& part : parts) all.insert(all.end(), part.begin(), part.end());
+  return all;
+}
+
+// What float samples become, from those of each input, where that is a formula.
+using Formula = Levels (*)(const std::vector<Levels>& in);
+
+Levels Same(const std::vector<Levels>& in) { return in[0]; }
+
+Levels Late(const std::vector<Levels>& in) {
+  Levels late(2 * 77);
+  late.insert(late.end(), in[0].begin(), in[0].end());
+  return late;
+}
+
+Levels Mixed(const std::vector<Levels>& in) {
+  Levels sum(in[0].size());
+  for (const auto& [input, dB] : {std::pair{0, 0.0}, {1, -3.0}, {3, 2.0}}) {
+    for (std::size_t k = 0; k < sum.size(); ++k)
+      sum[k] += std::pow(10, dB / 20) * in[static_cast<std::size_t>(input)][k];
+  }
+  return sum;
+}
+
+constexpr StreamSpec STEREO{48000, {}, 2, 480};
+constexpr std::size_t SAMPLES = 1001;
+
 struct Case {
   const char* block;
   std::vector<std::string> args;
   std::size_t inputs = 1;
   std::size_t outputs = 1;
-  StreamSpec in{48000, {}, 2, 480};
-  StreamSpec out = in;
+  Formula formula = nullptr;
+  StreamSpec out = STEREO;
+  std::size_t samples = SAMPLES;  // that leave each output
 };
 
 void PrintTo(const Case& c, std::ostream* os) { *os << c.block; }
 
-// A new block comes in here with one line.
+// A new block comes in here with one line. A block without its library is left out.
 const Case CASES[] = {
-    {"convert", {}},
-    {"delay", {"samples=77"}},
-    {"mix", {"0", "-3", "-inf", "2"}, 4},
-    {"reframe", {}, 1, 1, {48000, {}, 2, 480}, {48000, {}, 2, 100}},
+    {"convert", {}, 1, 1, Same},
+    {"delay", {"samples=77"}, 1, 1, Late, STEREO, SAMPLES + 77},
+    {"gain", {"7"}},
+    {"level", {}, 1, 1, Same},
+    {"mix", {"0", "-3", "-inf", "2"}, 4, 1, Mixed},
+    {"reframe", {}, 1, 1, Same, {48000, {}, 2, 100}},
     {"remap", {"1:1,0:0/1:0,0:1"}, 2, 2},
     {"remap", {"0:0+1:1,0:1*-6dB/-0:0,_"}, 2, 2},
-    {"tee", {}, 1, 3},
+    {"resample", {}, 1, 1, nullptr, {44100, {}, 2, 441}, 920},
+    {"tee",
+     {},
+     1,
+     2,
+     [](const std::vector<Levels>& in) {
+       return Together({in[0], in[0]});
+     }},
     {"tone", {"sine", "997", "-1", "samples=1001"}, 0},
     {"tone", {"white", "level=-3", "samples=1001"}, 0},
+    {"voice", {}, 2},
 };
 
-vorn::FormatSet Claimed(const Case& c) {
-  const vorn::BlockInfo& info = testkit::InfoOf(c.block);
-  return c.inputs > 0 ? info.inputs[0].formats : info.outputs[0].formats;
+vorn::FormatSet Claimed(const vorn::BlockInfo& info) {
+  return (info.maxInputs > 0 ? info.inputs : info.outputs)->formats;
 }
 
-// Full scale, and on the grid of the coarsest format, so that all formats are told the same.
-Levels Signal(std::size_t input, std::size_t count) {
-  Levels levels(count);
-  std::uint32_t random = 1 + static_cast<std::uint32_t>(input);
-  for (double& level : levels) {
-    random = random * 1664525 + 1013904223;
-    level = static_cast<std::int8_t>(random >> 24) / 128.0;
+// All over the range, on the grid of a format and of floats.
+std::vector<Levels> Signals(std::size_t count, SampleFormat grid) {
+  std::vector<Levels> signals(count, Levels(2 * SAMPLES));
+  std::mt19937 random;
+  for (Levels& signal : signals) {
+    for (double& level : signal) level = std::ldexp(static_cast<double>(random() >> 8), -23) - 1;
+    signal = Decoded(grid, Encoded(grid, signal));
   }
-  return levels;
+  return signals;
 }
 
 // What leaves the outputs, one after the other.
-Levels Output(Case c, SampleFormat format) {
+Levels Output(Case c, SampleFormat format, const std::vector<Levels>& signals) {
   Graph graph;
-  c.in.format = c.out.format = format;
+  StreamSpec in = STEREO;
+  in.format = c.out.format = format;
   vorn::Block* block = graph.Add(c.block, c.args);
   for (std::size_t i = 0; i < c.inputs; ++i) {
     vorn::Block* source = graph.Add("testsource");
-    EXPECT_TRUE(graph.Link(source, 0, block, i, c.in));
-    Graph::Play(source, Encoded(format, Signal(i, 1001 * c.in.channels)), c.in);
+    EXPECT_TRUE(graph.Link(source, 0, block, i, in));
+    Graph::Play(source, Encoded(format, signals[i]), in);
   }
   std::vector<vorn::Block*> sinks;
   for (std::size_t i = 0; i < c.outputs; ++i) {
@@ -69,30 +109,32 @@ Levels Output(Case c, SampleFormat format) {
     EXPECT_TRUE(graph.Link(block, i, sinks.back(), 0, c.out));
   }
   EXPECT_EQ(graph.Run(), vorn::Route::StopReason::STOP_END_OF_FILE);
-  Levels levels;
-  for (vorn::Block* sink : sinks) {
-    const Levels one = Decoded(format, Graph::Recorded(sink));
-    levels.insert(levels.end(), one.begin(), one.end());
-  }
-  return levels;
+  Levels all;
+  for (vorn::Block* sink : sinks) all = Together({all, Decoded(format, Graph::Recorded(sink))});
+  return all;
 }
 
 class Formats : public testing::TestWithParam<Case> {};
 INSTANTIATE_TEST_SUITE_P(, Formats, testing::ValuesIn(CASES));
 
-// Red if a format is decoded or encoded wrongly, if a sum wraps in place of stopping at full scale, or if a format
-// leaves a block with less precision than it has.
+// Red if a format is decoded or encoded wrongly, if a sum wraps in place of stopping at full scale, if a format leaves
+// a block with less precision than it has, or if a sample is lost or changes its channel.
 TEST_P(Formats, SoundAlike) {
-  const Levels floats = Output(GetParam(), SampleFormat::FLOAT_LE);
-  EXPECT_GE(floats.size(), 1001U * GetParam().outputs);
+  const vorn::BlockInfo* info = testkit::InfoOf(GetParam().block);
+  if (info == nullptr) GTEST_SKIP();
   for (const SampleFormat format : testkit::FORMATS) {
-    if ((Claimed(GetParam()) & vorn::FormatBit(format)) == 0) continue;
-    const Levels levels = Output(GetParam(), format);
+    if ((Claimed(*info) & vorn::FormatBit(format)) == 0) continue;
+    const auto signals = Signals(GetParam().inputs, format);
+    const Levels floats = Output(GetParam(), SampleFormat::FLOAT_LE, signals);
+    const Levels formula = GetParam().formula ? GetParam().formula(signals) : floats;
+    const Levels levels = Output(GetParam(), format, signals);
+    ASSERT_EQ(floats.size(), GetParam().samples * GetParam().out.channels * GetParam().outputs);
     ASSERT_EQ(levels.size(), floats.size()) << vorn::FormatName(format);
     const double bit = testkit::IsFloat(format) ? 0 : 1 / testkit::FullScale(format);
     for (std::size_t k = 0; k < floats.size(); ++k) {
       const double expected = bit == 0 ? floats[k] : std::clamp(floats[k], -1.0, 1 - bit);
       ASSERT_NEAR(levels[k], expected, bit / 2 + 2e-7) << vorn::FormatName(format) << ", sample " << k;
+      ASSERT_NEAR(floats[k], formula[k], 2e-7) << k;
     }
   }
 }

@@ -78,8 +78,8 @@ TEST_P(Plans, AreStreamsOrOneLineThatSaysWhatIsWrong) {
   for (const std::string& arg : c.args) args.push_back(arg.c_str());
   Streams out = c.out;
   char error[1000] = "";
-  const int ret = testkit::InfoOf(c.block).planStreams(args.data(), args.size(), c.in.data(), c.in.size(), out.data(),
-                                                       out.size(), error, sizeof error);
+  const int ret = testkit::InfoOf(c.block)->planStreams(args.data(), args.size(), c.in.data(), c.in.size(), out.data(),
+                                                        out.size(), error, sizeof error);
   std::string planned = error;
   for (const vorn::Stream& stream : out) {
     if (ret == 0) planned += (planned.empty() ? "" : "; ") + StreamText(stream);
