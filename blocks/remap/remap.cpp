@@ -57,7 +57,8 @@ vorn::Refusal CheckChannels(const ChannelMap& map, bool input, const std::vector
     if (streams[i].linked == 0 || (input && streams[i].channels == 0)) continue;
     const vorn::Refusal taken = Taken(map, input, i, streams[i].channels);
     if (taken.empty()) continue;
-    return vorn::Misfit::Label(input, i) + ": got " + vorn::ChannelText(streams[i].channels) + ", takes " + taken;
+    const std::string came = streams[i].channels != 0 ? "got " + vorn::ChannelText(streams[i].channels) + ", " : "";
+    return vorn::Misfit::Label(input, i) + ": " + came + "takes " + taken;
   }
   return {};
 }

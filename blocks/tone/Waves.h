@@ -38,7 +38,8 @@ class Sweep {
 
   /** Turns of the wave since sample 0, whole ones left out where there are many. */
   double TurnsAt(long sample) const {
-    return std::fmod(static_cast<double>(sample / period) * Turns(period), 1) + Turns(sample % period);
+    const long sweeps = sample / period;
+    return std::fmod(static_cast<double>(sweeps) * Turns(period), 1) + Turns(sample % period);
   }
 
  private:

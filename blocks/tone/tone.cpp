@@ -45,9 +45,11 @@ class Tone : public vorn::PluginBlock {
         .Takes(
             Parameter::Integer(SAMPLES, "samples", "samples", 0, INF).Help("the same in samples, in place of length"))
         .Takes(Parameter::Integer(RATE, "rate", "Hz", 1, MAX_HZ).Help("of the stream; left out: as the graph says"))
-        .Takes(Parameter::Word(FORMAT, "format", vorn::FormatNames(vorn::ALL_FORMATS)).Default("").Help("likewise"))
-        .Takes(Parameter::Integer(CHANNELS, "channels", "", 1, 4096).Help("likewise"))
-        .Takes(Parameter::Integer(FRAME, "frame", "samples", 1, 1 << 24).Help("likewise"))
+        .Takes(Parameter::Word(FORMAT, "format", vorn::FormatNames(vorn::ALL_FORMATS))
+                   .Default("")
+                   .Help("sample format, likewise"))
+        .Takes(Parameter::Integer(CHANNELS, "channels", "", 1, 4096).Help("of the stream, likewise"))
+        .Takes(Parameter::Integer(FRAME, "frame", "samples", 1, 1 << 24).Help("samples in a frame, likewise"))
         .Example("tone sine 440 -12 length=2");
   }
 

@@ -55,7 +55,7 @@ const Case CASES[] = {
     {"remap", {"1:0"}, {MONO}, {LINK}, "input 1: is not linked, and the map takes channels of it"},
     {"remap", {"3"}, {STEREO}, {LINK}, "input 0: got 2 channels, takes 4 channels or more for this map"},
     {"remap", {"0"}, {STEREO}, {STEREO}, "output 0: got 2 channels, takes 1 channel for this map"},
-    {"remap", {"0"}, {STEREO}, {LINK, MONO}, "output 1: got 1 channel, takes no link, as the map ends with output 0"},
+    {"remap", {"0"}, {STEREO}, {LINK, LINK}, "output 1: takes no link, as the map ends with output 0"},
     {"remap",
      {"0,1"},
      {STEREO, SLOW},
