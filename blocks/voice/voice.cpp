@@ -164,7 +164,7 @@ class Voice : public vorn::PluginBlock {
   }
 
  private:
-  bool HasReference() const { return ActiveInEps().count(REFERENCE) != 0; }
+  bool HasReference() const { return ActiveInEps().contains(REFERENCE); }
 
   VoiceSettings Settings() const {
     VoiceSettings settings;

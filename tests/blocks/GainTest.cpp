@@ -25,19 +25,7 @@ class Gain : public testing::TestWithParam<SampleFormat> {
     vorn::Block* block = graph.Add("gain", {gain});
     Graph::Play(source, bytes, spec);
     EXPECT_TRUE(graph.Chain({source, block, sink}, spec));
-    if (now.empty()) {
-      EXPECT_TRUE(graph.Run());
-      return Graph::Recorded(sink);
-    }
-    // In one batch, so that no frame comes between.
-    const std::vector<std::string> params{now};
-    vorn::Route::Action actions[2]{};
-    actions[0].type = vorn::Route::Action::Type::START;
-    actions[1].type = vorn::Route::Action::Type::SET_PARAMETER;
-    actions[1].setParameter = {block, 0, &params, -20};
-    graph->ExecuteActions(actions, 2);
-    EXPECT_EQ(actions[1].setParameter.ret, 0);
-    EXPECT_TRUE(graph.Wait());
+    EXPECT_TRUE(now.empty() ? graph.Run() : graph.RunAfterSetting(block, 0, now));
     return Graph::Recorded(sink);
   }
 };

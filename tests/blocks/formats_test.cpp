@@ -60,6 +60,7 @@ const Case CASES[] = {
     {"delay", {"samples=77"}, 1, 1, Late, STEREO, SAMPLES + 77},
     {"gain", {"7"}},
     {"level", {}, 1, 1, Same},
+    {"lv2", {"http://plugin.org.uk/swh-plugins/amp", "gain=3"}},
     {"mix", {"0", "-3", "-inf", "2"}, 4, 1, Mixed},
     {"reframe", {}, 1, 1, Same, {48000, {}, 2, 100}},
     {"remap", {"1:1,0:0/1:0,0:1"}, 2, 2},

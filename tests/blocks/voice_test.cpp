@@ -7,7 +7,6 @@
 
 #include "../../blocks/voice/VoiceProcessor.h"
 #include "testkit/Graph.h"
-#include "testkit/LogFile.h"
 
 namespace {
 
@@ -70,7 +69,6 @@ class VoiceTest : public testing::Test {
   static StreamSpec Floats(unsigned rate, unsigned channels, long frame) {
     return {rate, vorn::SampleFormat::FLOAT_LE, channels, frame};
   }
-  testkit::LogFile log;
   Graph graph;
   vorn::Block* voice = nullptr;  // of the last run
 };
@@ -129,13 +127,6 @@ TEST_F(VoiceTest, CancelsTheEchoOfARecordingAndLeavesTheVoice) {
     EXPECT_EQ(numbers["voice"], 1);
     EXPECT_NEAR(numbers["input-level"], numbers["output-level"], 1);
   }
-}
-
-// Red if a rate that the library does not know reaches it.
-TEST_F(VoiceTest, NamesTheBlockThatMendsTheRate) {
-  EXPECT_FALSE(graph.Chain({graph.Add("testsource"), graph.Add("voice")}, Floats(44100, 1, 441)));
-  EXPECT_TRUE(log.Has("got rate=44100")) << log.Text();
-  EXPECT_TRUE(log.Has("takes 8000, 16000, 32000 or 48000 Hz; put 'resample' before it")) << log.Text();
 }
 
 // Red if anything that is switched or set starts or stops at once, or leaves a gap.

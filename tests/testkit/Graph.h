@@ -67,6 +67,18 @@ class Graph : private vorn::Route::Callbacks {
     reason.reset();
     return route->Start() == 0 ? Wait(deadline) : std::nullopt;
   }
+  // The same, with a parameter that is set between the start and the first frame: in one batch, so that none comes
+  // before.
+  std::optional<vorn::Route::StopReason> RunAfterSetting(vorn::Block* block, unsigned id, const std::string& value) {
+    const std::vector<std::string> params{value};
+    vorn::Route::Action actions[2]{};
+    actions[0].type = vorn::Route::Action::Type::START;
+    actions[1].type = vorn::Route::Action::Type::SET_PARAMETER;
+    actions[1].setParameter = {block, id, &params, -20};
+    reason.reset();
+    route->ExecuteActions(actions, 2);
+    return actions[1].setParameter.ret == 0 ? Wait() : std::nullopt;
+  }
   std::optional<vorn::Route::StopReason> Wait(std::chrono::seconds deadline = std::chrono::seconds(60)) {
     std::unique_lock<std::mutex> lock(mutex);
     stopped.wait_for(lock, deadline, [this] { return reason.has_value(); });
