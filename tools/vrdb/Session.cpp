@@ -134,6 +134,7 @@ class Session {
   }
 
   unsigned char CompleteWord() {
+    interrupted = 0;
     const LineInfo* line = el_line(editor);
     const std::string typed(line->buffer, line->cursor);
     const Patience patience = shell.patience;

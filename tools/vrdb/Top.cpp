@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 #include <iostream>
@@ -65,15 +66,23 @@ void Print(const Sample& sample, const Rates& rates, bool json) {
   std::fflush(stdout);
 }
 
+// Also in a session, where Ctrl-C ends the command and not vrdb.
+void WaitUntil(std::chrono::steady_clock::time_point end, const Patience& patience) {
+  constexpr std::chrono::milliseconds STEP{50};
+  while (std::chrono::steady_clock::now() < end && !(patience.cancelled && patience.cancelled())) {
+    std::this_thread::sleep_until(std::min(end, std::chrono::steady_clock::now() + STEP));
+  }
+}
+
 // The process may come and go meanwhile; the last sample decides how the command ended.
 Result PrintSamples(Shell& shell, const TopOptions& options) {
   Rates rates;
   for (long taken = 1;; ++taken) {
     const Sample sample = TakeSample(shell);
     rates.Add(sample);
-    Print(sample, rates, options.json);
-    if (taken == options.count) return {sample.result.code, ""};
-    std::this_thread::sleep_until(sample.when + std::chrono::duration<double>(options.interval));
+    if (sample.result.code != CANCELLED) Print(sample, rates, options.json);
+    if (taken == options.count || sample.result.code == CANCELLED) return {sample.result.code, ""};
+    WaitUntil(sample.when + ToDuration(options.interval), shell.patience);
   }
 }
 

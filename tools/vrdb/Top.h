@@ -61,6 +61,10 @@ struct TopOptions {
   double interval = 1;
 };
 
+inline std::chrono::steady_clock::duration ToDuration(double seconds) {
+  return std::chrono::duration_cast<std::chrono::steady_clock::duration>(std::chrono::duration<double>(seconds));
+}
+
 /** The view on a terminal, until its user ends it. In TopScreen.cpp. */
 Result WatchOnScreen(Shell& shell, TopOptions options);
 

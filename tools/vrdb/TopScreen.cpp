@@ -212,7 +212,7 @@ class Watch {
     if (latest.result.code == CANCELLED) return;
     sample = std::move(latest);
     rates.Add(sample);
-    next = sample.when + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.interval));
+    next = sample.when + ToDuration(options.interval);
     over = ++taken == options.count;
   }
 
