@@ -9,8 +9,13 @@ constexpr int REFUSED = -20;
 
 }  // namespace
 
-FifoBridge::FifoBridge(FIFO& newFifo, std::size_t bytesOfSample, long newCapacity, long prefill)
-    : fifo(newFifo), sampleSize(bytesOfSample), capacity(newCapacity), fill(prefill) {}
+FifoBridge::FifoBridge(FIFO& newFifo, std::uint32_t newRate, std::size_t newSampleSize, long newCapacity, long prefill)
+    : fifo(newFifo),
+      rate(newRate),
+      sampleSize(newSampleSize),
+      capacity(newCapacity),
+      piece(std::max(1L, capacity / 2)),
+      fill(prefill) {}
 
 int FifoBridge::Produce(void* dst, long count, bool blocking, long* stamp) {
   std::unique_lock lock(mutex);
@@ -26,11 +31,10 @@ int FifoBridge::Produce(void* dst, long count, bool blocking, long* stamp) {
   return taken == count ? 0 : static_cast<int>(taken);
 }
 
-/** In pieces that fit the FIFO: the writer gets on while a long read waits. */
 long FifoBridge::TakeWaiting_l(std::unique_lock<std::mutex>& lock, std::uint8_t* dst, long count, long* stamp) {
   long taken = 0;
   while (taken < count) {
-    const long wanted = std::min(count - taken, capacity);
+    const long wanted = std::min(count - taken, piece);
     dataCond.wait(lock, [&] { return fill >= wanted || writerEnded || isShutdown; });
     const long got = isShutdown ? 0 : std::min(fill, wanted);
     Take_l(dst + taken * sampleSize, got, taken == 0 ? stamp : nullptr);
@@ -49,17 +53,16 @@ void FifoBridge::Take_l(std::uint8_t* dst, long count, long* stamp) {
 
 int FifoBridge::Consume(const void* src, long count, bool blocking, long stamp) {
   std::unique_lock lock(mutex);
-  const auto* from = static_cast<const std::uint8_t*>(src);
-  while (count > 0 && !isShutdown && !readerEnded) {
-    const long piece = blocking ? std::min(count, capacity) : count;
-    if (blocking) spaceCond.wait(lock, [&] { return capacity - fill >= piece || readerEnded || isShutdown; });
+  const auto* const from = static_cast<const std::uint8_t*>(src);
+  for (long done = 0; done < count;) {
+    const long put = blocking ? std::min(count - done, piece) : count;
+    if (blocking) spaceCond.wait(lock, [&] { return capacity - fill >= put || readerEnded || isShutdown; });
     if (isShutdown || readerEnded) break;
-    fifo.Consume(from, piece, false, stamp);
+    fifo.Consume(from + done * sampleSize, put, false, rate > 0 ? stamp + done * 1'000'000 / rate : stamp);
     // An overflow leaves the newer half.
-    fill = fill + piece <= capacity ? fill + piece : capacity - capacity / 2;
+    fill = fill + put <= capacity ? fill + put : capacity - capacity / 2;
     dataCond.notify_one();
-    from += piece * sampleSize;
-    count -= piece;
+    done += put;
   }
   return isShutdown ? REFUSED : 0;
 }

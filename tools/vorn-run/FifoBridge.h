@@ -9,6 +9,7 @@
 
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <mutex>
 
 namespace vorn::run {
@@ -19,8 +20,8 @@ namespace vorn::run {
  */
 class FifoBridge final : public DataProducer, public DataConsumer {
  public:
-  /** The FIFO, which is not owned, is new: it holds `prefill` samples, and nobody else uses it. */
-  FifoBridge(FIFO& newFifo, std::size_t bytesOfSample, long newCapacity, long prefill);
+  /** The FIFO, which is not owned, was just made with these values, and nobody else uses it. */
+  FifoBridge(FIFO& newFifo, std::uint32_t newRate, std::size_t newSampleSize, long newCapacity, long prefill);
 
   /**
    * As for any FIFO until the writer has ended. Then takes what is left: a result of 1 to count-1 is how many samples
@@ -47,8 +48,10 @@ class FifoBridge final : public DataProducer, public DataConsumer {
   void Take_l(std::uint8_t* dst, long count, long* stamp);
 
   FIFO& fifo;
+  const std::uint32_t rate;
   const std::size_t sampleSize;
   const long capacity;
+  const long piece;  // what is waited for at a time: both sides cannot wait for half of the FIFO at once
 
   std::mutex mutex;  // guards what follows
   std::condition_variable dataCond;

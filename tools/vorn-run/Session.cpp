@@ -107,7 +107,7 @@ std::optional<Error> Session::MakeFifo(const FifoPlan& fifo) {
                  "FIFO '" + node.name + "' of " + std::to_string(fifo.capacity) + " samples: " + problem.what()};
   }
   if (!made) return Reason({node.at, "FIFO '" + node.name + "' could not be made"});
-  fifos.push_back({made, std::make_unique<FifoBridge>(*made, bytes, fifo.capacity, fifo.prefill)});
+  fifos.push_back({made, std::make_unique<FifoBridge>(*made, fifo.stream.rate, bytes, fifo.capacity, fifo.prefill)});
 
   FifoBridge& bridge = *fifos.back().bridge;
   for (const auto& [user, result] : {std::pair{fifo.writer, AttachConsumer(blocks[fifo.writer].block, &bridge)},

@@ -1,0 +1,243 @@
+// vorn-run as its users run it: a child process, its exit status, what it prints, and the files that it leaves.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+
+std::string Contents(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+struct Ended {
+  int status = -1;  ///< Exit status, or less the signal that it died of.
+  std::string out;
+  std::string err;
+};
+
+class VornRun : public testing::Test {
+ protected:
+  void SetUp() override {
+    fs::create_directories(folder);
+    fs::current_path(folder);
+  }
+  void TearDown() override {
+    fs::current_path("/");
+    fs::remove_all(folder);
+  }
+
+  /** @param meanwhile gets the process while it runs. */
+  static Ended Run(std::vector<std::string> args, const std::function<void(pid_t)>& meanwhile = {}) {
+    args.insert(args.begin(), VORN_RUN);
+    std::vector<char*> argv;
+    for (std::string& arg : args) argv.push_back(arg.data());
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_addopen(&files, 1, "stdout", O_CREAT | O_TRUNC | O_WRONLY, 0600);
+    posix_spawn_file_actions_addopen(&files, 2, "stderr", O_CREAT | O_TRUNC | O_WRONLY, 0600);
+    pid_t child = 0;
+    EXPECT_EQ(posix_spawn(&child, VORN_RUN, &files, nullptr, argv.data(), environ), 0);
+    posix_spawn_file_actions_destroy(&files);
+    if (meanwhile) meanwhile(child);
+    int status = 0;
+    waitpid(child, &status, 0);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), Contents("stdout"), Contents("stderr")};
+  }
+
+  static void WaitForBytes(const fs::path& path) {
+    const auto deadline = std::chrono::steady_clock::now() + 60s;
+    while (Contents(path).empty() && std::chrono::steady_clock::now() < deadline) std::this_thread::sleep_for(1ms);
+  }
+
+  /** The file holds 0, 1, 2 ... and its end. @return how many; -1 for anything else. */
+  static long SamplesIn(const fs::path& path) {
+    const std::string bytes = Contents(path);
+    if (bytes.size() % 4 != 0 || !bytes.ends_with("END.")) return -1;
+    const long count = static_cast<long>(bytes.size()) / 4 - 1;
+    for (std::int32_t i = 0; i < count; ++i) {
+      if (std::memcmp(&bytes[i * 4], &i, 4) != 0) return -1;
+    }
+    return count;
+  }
+
+  static void Write(const fs::path& path, const std::string& text) { std::ofstream(path) << text; }
+
+  const fs::path folder = fs::path(testing::TempDir()) / ("vorn-run-" + std::to_string(getpid()));
+};
+
+/** RouteA's `src` through a FIFO into RouteB's `out`, with frames that do not fit each other. */
+constexpr const char* TWO_ROUTES = R"(digraph two {
+  node [shape=box, block=moody]
+  subgraph cluster_RouteA { put [block=fifosink] src [samples="$n", file=given] src -> put [frame=7] }
+  subgraph cluster_RouteB { get [block=fifosource] out [file=taken] get -> out [frame=11] }
+  fifo [shape=ellipse, capacity=23]
+  put -> fifo -> get
+})";
+
+TEST_F(VornRun, RunsAPipelineToItsEnd) {
+  const Ended ended = Run({"-e", "moody 12345 ! moody file='a b'"});
+  EXPECT_EQ(ended.status, 0) << ended.err;
+  EXPECT_EQ(SamplesIn("a b"), 12345);
+  EXPECT_TRUE(ended.err.starts_with("vorn-run: end of stream: 1235 frames, 12.345 s of audio in ")) << ended.err;
+  EXPECT_TRUE(ended.err.ends_with(" times real time), 0 error frames\n")) << ended.err;
+  EXPECT_EQ(ended.err.find('\r'), std::string::npos);
+  EXPECT_EQ(ended.out, "");
+  EXPECT_EQ(Run({"-q", "-e", "moody 5 ! moody"}).err, "");
+}
+
+TEST_F(VornRun, SaysInOneLineWhatIsWrong) {
+  Write("f.dot", "digraph {\n  a [block=moody]\n  a -> b\n}\n");
+  const struct {
+    std::vector<std::string> args;
+    int status;
+    const char* line;
+  } cases[] = {
+      {{"-e", "nosuch ! moody"}, 2, "-e:1:1: no block 'nosuch': libnosuch.so: "},
+      {{"-e", "moody !"}, 2, "-e:1:7: expected a block behind"},
+      {{"-e", "moody 1 2 ! moody"}, 2, "-e:1:1: block 'moody_0': argument '2': too many"},
+      {{"-e", "moody 1 ! moody", "--set", "moody_1.sleep=-1"},
+       2,
+       "--set moody_1.sleep=-1: block 'moody_1': argument 'sleep'"},
+      {{"-e", "moody", "1"}, 2, "-e takes one text"},
+      {{"-e", "moody 5 ! moody refuse=yes"}, 1, "-e:1:11: block 'moody_1': out of sorts"},
+      {{"f.dot"}, 2, "f.dot:3:8: no block 'b': "},
+      {{"f.dot", "x=1"}, 2, "f.dot: 'x=1' fills nothing; the file has no $name"},
+      {{"f.dot", "x"}, 2, "expected name=value behind the graph file, got 'x'"},
+      {{"none.dot"}, 2, "none.dot: cannot be read"},
+      {{"."}, 2, ".: cannot be read"},
+      {{}, 2, "expected a graph file"},
+      {{"--realtime", "100", "f.dot"}, 2, "--realtime: Value 100 not in range"},
+      {{"--duration", "5x", "f.dot"}, 2, "--duration: expected a time such as"},
+      {{"-e", "moody 1 ! moody", "--dump", "f.dot/x"}, 2, "--dump: 'f.dot/x' cannot be made: Not a directory"},
+  };
+  for (const auto& [args, status, line] : cases) {
+    const Ended ended = Run(args);
+    EXPECT_EQ(ended.status, status) << line;
+    EXPECT_TRUE(ended.err.starts_with(std::string("vorn-run: ") + line)) << ended.err << "instead of\n" << line;
+    EXPECT_EQ(std::ranges::count(ended.err, '\n'), 1) << ended.err;
+  }
+}
+
+TEST_F(VornRun, ARouteThatFailsStopsTheOthersWithTheirFilesFinished) {
+  Write("two.dot", TWO_ROUTES);
+  for (const char* who : {"src", "out"}) {
+    const Ended ended = Run({"two.dot", "n=1000000000", "--set", std::string(who) + ".fail=5000"});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_NE(ended.err.find(": block '" + std::string(who) + "': a bad day\n"), std::string::npos) << ended.err;
+    EXPECT_EQ(std::ranges::count(ended.err, '\n'), 2) << ended.err;
+    EXPECT_GE(SamplesIn("taken"), 0) << "not finished, or wrong";
+    EXPECT_NE(Contents("given"), "");
+  }
+}
+
+TEST_F(VornRun, CountsErrorFramesAndGoesOn) {
+  const Ended ended = Run({"--json", "-e", "moody 1000 timeout=500 ! moody file=out"});
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(SamplesIn("out"), 1000);
+  const auto json = nlohmann::json::parse(ended.out);
+  EXPECT_EQ(json["end"], "end of stream");
+  EXPECT_EQ(json["frames"], 100);
+  EXPECT_EQ(json["errorFrames"], 1);
+  EXPECT_EQ(json["audioSeconds"], 1.0);
+}
+
+// Red if the short last frame is lost in the FIFO, or filled up, for any remainder.
+TEST_F(VornRun, RoutesJoinedByAFifoPassOnEverySample) {
+  Write("two.dot", TWO_ROUTES);
+  for (const int samples : {0, 1, 6, 7, 10, 11, 12, 77, 1000, 1001, 1002, 1003}) {
+    const Ended ended = Run({"two.dot", "n=" + std::to_string(samples)});
+    EXPECT_EQ(ended.status, 0) << ended.err;
+    EXPECT_EQ(SamplesIn("taken"), samples);
+  }
+}
+
+TEST_F(VornRun, AStopLosesNothingBetweenSourceAndFile) {
+  Write("two.dot", TWO_ROUTES);
+  const std::vector<std::string> args = {"two.dot", "n=1000000000"};
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    fs::remove("taken");
+    const Ended ended = Run(args, [&](pid_t child) { WaitForBytes("taken"), kill(child, signal); });
+    EXPECT_EQ(ended.status, -signal) << ended.err;
+    EXPECT_EQ(std::to_string(SamplesIn("taken")), Contents("given"));
+  }
+  const Ended ended = Run({"two.dot", "n=1000000000", "--duration", "50ms"});
+  EXPECT_EQ(ended.status, 0) << ended.err;
+  EXPECT_EQ(std::to_string(SamplesIn("taken")), Contents("given"));
+}
+
+TEST_F(VornRun, ASecondSignalEndsAStopThatHangs) {
+  const Ended ended = Run({"-e", "moody sleep=1000000 file=given ! moody"}, [&](pid_t child) {
+    while (!fs::exists("given")) std::this_thread::sleep_for(1ms);
+    kill(child, SIGTERM);
+    kill(child, SIGINT);
+  });
+  EXPECT_LT(ended.status, 0);
+}
+
+// Their sources would go on for ever.
+TEST_F(VornRun, RoutesEndWhenNobodyReadsThemAndCyclesWhenTold) {
+  Write("two.dot", TWO_ROUTES);
+  const Ended ended = Run({"two.dot", "n=1000000000", "--set", "out.samples=110"});
+  EXPECT_EQ(ended.status, 0) << ended.err;
+  EXPECT_EQ(SamplesIn("taken"), 110);
+
+  const std::string ends = "get [block=fifosource] put [block=fifosink] f [shape=ellipse prefill=480]";
+  Write("one.dot", "digraph { " + ends + " get -> put -> f -> get }");
+  Write("loop.dot",
+        "digraph { " + ends +
+            "get2 [block=fifosource] put2 [block=fifosink] g [shape=ellipse] put -> f -> get2 put2 -> g -> get "
+            "subgraph cluster_RouteA { get -> put } subgraph cluster_RouteB { get2 -> put2 } }");
+  for (const char* file : {"one.dot", "loop.dot"}) {
+    const Ended cycle = Run({file, "--duration", "20ms"});
+    EXPECT_EQ(cycle.status, 0) << cycle.err;
+    EXPECT_TRUE(cycle.err.starts_with("vorn-run: end of duration: ")) << cycle.err;
+  }
+}
+
+TEST_F(VornRun, ChecksShowsAndDumpsAGraph) {
+  Write("two.dot", TWO_ROUTES);
+  const Ended table = Run({"two.dot", "n=5", "--check"});
+  EXPECT_EQ(table.status, 0) << table.err;
+  EXPECT_EQ(table.out,
+            "ROUTE   FROM   TO     RATE     FORMAT  CHANNELS  FRAME\n"
+            "RouteA  src:0  put:0  1000 Hz  S32_LE  1 ch      7 samples (7 ms)\n"
+            "RouteB  get:0  out:0  1000 Hz  S32_LE  1 ch      11 samples (11 ms)\n"
+            "FIFO    WRITER READER RATE     FORMAT  CHANNELS  CAPACITY\n"
+            "fifo    put    get    1000 Hz  S32_LE  1 ch      23 samples (23 ms)\n");
+  EXPECT_FALSE(fs::exists("taken")) << "it was started";
+  const auto json = nlohmann::json::parse(Run({"two.dot", "n=5", "--check", "--json"}).out);
+  EXPECT_EQ(json["links"][1]["frame"], 11);
+  EXPECT_EQ(json["fifos"][0]["capacity"], 23);
+
+  const Ended dot = Run({"two.dot", "n=5", "--dot", "--set", "src.samples=8"});
+  Write("again.dot", dot.out);
+  EXPECT_EQ(Run({"again.dot", "--dot"}).out, dot.out);
+  EXPECT_EQ(Run({"again.dot", "--dump", "x/y"}).status, 0);
+  EXPECT_EQ(SamplesIn("taken"), 8);
+  EXPECT_EQ(Contents("x/y/RouteA-moody_0-O00-1000Hz-S32_LE-1ch.pcm").size(), 32U);
+}
+
+TEST_F(VornRun, SaysWhetherRealTimeWasGrantedAndShowsTheLogWhenAsked) {
+  const Ended ended = Run({"--realtime", "1", "--log-level", "4", "-e", "moody 5 ! moody"});
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_NE(ended.err.find("vorn-run: RouteA: real-time priority 1 "), std::string::npos) << ended.err;
+  EXPECT_NE(ended.err.find(" I RouteA: Started\n"), std::string::npos) << ended.err;
+}
+
+}  // namespace

@@ -1,0 +1,85 @@
+// A block for every mood: without an input it makes samples that carry their index, with one it keeps what comes in a
+// file, which it finishes with a line of its own. It refuses, fails or sleeps where it is told to.
+#include <vorn/Plugin.h>
+
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+class Moody : public vorn::PluginBlock {
+ public:
+  using PluginBlock::PluginBlock;
+  enum : unsigned { SAMPLES, RATE, FILE_NAME, REFUSE, FAIL, TIMEOUT, SLEEP };
+
+  static vorn::Description Describe() {
+    using vorn::Parameter;
+    return vorn::Description("moody", "does what a test wants")
+        .Inputs(0, 1, vorn::Port("in").Takes(vorn::Formats({vorn::SampleFormat::S32_LE})))
+        .Outputs(0, 1, vorn::Port("out"))
+        .Takes(Parameter::Integer(SAMPLES, "samples", "samples", 0, 1e12).Default(1e12).Positional())
+        .Takes(Parameter::Integer(RATE, "rate", "Hz", 1, 1e6).Default(1000))
+        .Takes(Parameter::Text(FILE_NAME, "file"))
+        .Takes(Parameter::Flag(REFUSE, "refuse"))
+        .Takes(Parameter::Integer(FAIL, "fail", "samples", 0, 1e12).Default(1e12))
+        .Takes(Parameter::Integer(TIMEOUT, "timeout", "samples", 0, 1e12).Default(1e12))
+        .Takes(Parameter::Integer(SLEEP, "sleep", "ms", 0, 1e6).Default(0.0));
+  }
+
+  static vorn::Refusal PlanStreams(const vorn::Parameters& parameters, const std::vector<vorn::Stream>& in,
+                                   std::vector<vorn::Stream>& out) {
+    for (vorn::Stream& stream : out) {
+      if (!in.empty()) stream.Complete(in[0]);
+      stream.rate = static_cast<std::uint32_t>(parameters.Integer(RATE));
+      stream.SetFormat(vorn::SampleFormat::S32_LE);
+      stream.channels = 1;
+      stream.length = parameters.Integer(SAMPLES);
+    }
+    return {};
+  }
+
+ protected:
+  int Prepare() override {
+    if (Flag(REFUSE)) return Refuse("out of sorts");
+    done = 0;
+    if (!Text(FILE_NAME).empty()) file = std::fopen(Text(FILE_NAME).c_str(), "w");
+    return 0;
+  }
+
+  long Process() override {
+    const timespec nap{Integer(SLEEP) / 1000, Integer(SLEEP) % 1000 * 1'000'000};
+    nanosleep(&nap, nullptr);
+    if (done >= Integer(FAIL)) return Refuse("a bad day");
+    if (done >= Integer(TIMEOUT) && !std::exchange(timedOut, true)) return vorn::FRAME_TIMEOUT;
+    const bool isSource = ActiveInEps().empty();
+    const long count = isSource ? std::min(Out().samplesPerFrame, Integer(SAMPLES) - done) : In().samples;
+    if (count <= 0 || done >= Integer(SAMPLES)) return vorn::FRAME_END_OF_FILE;
+    for (long i = 0; isSource && i < count; ++i) {
+      const auto index = static_cast<std::int32_t>(done + i);
+      std::memcpy(Out().data + i * 4, &index, 4);
+    }
+    if (!isSource && file) std::fwrite(In().data, 4, static_cast<std::size_t>(count), file);
+    if (!isSource && !ActiveOutEps().empty()) std::memcpy(Out().data, In().data, static_cast<std::size_t>(count) * 4);
+    if (!ActiveOutEps().empty()) Out().samples = count;
+    done += count;
+    return vorn::FRAME_DONE;
+  }
+
+  /** What a source writes here is how much it has given. */
+  int Release() override {
+    if (!file) return 0;
+    if (ActiveInEps().empty()) {
+      std::fprintf(file, "%ld", done);
+    } else {
+      std::fputs("END.", file);
+    }
+    std::fclose(std::exchange(file, nullptr));
+    return 0;
+  }
+
+ private:
+  std::FILE* file = nullptr;
+  long done = 0;
+  bool timedOut = false;
+};
+
+VORN_PLUGIN(Moody)
