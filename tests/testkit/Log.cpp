@@ -4,8 +4,10 @@
 #include <tlogging.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdarg>
+#include <filesystem>
 #include <mutex>
 #include <thread>
 
@@ -29,8 +31,11 @@ void Log::Keep(const std::string& levels) {
 }
 
 void Log::Add(const std::string& line) {
-  const std::lock_guard<std::mutex> lock(mutex);
-  if (line.find("Status is STOPPED") == line.npos) lines += line + "\n";
+  {
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (line.find("Status is STOPPED") == line.npos) lines += line + "\n";
+  }
+  if (const auto see = watch.load()) see(line);
 }
 
 std::string Log::Take() {
@@ -63,17 +68,21 @@ bool WaitUntil(const std::function<bool()>& condition) {
 
 }  // namespace testkit
 
-int _tlogging_print(char level, const char*, int, const char*, const char* format, ...) {
+int _tlogging_print(char level, const char*, int, const char* function, const char* format, ...) {
   if (!testkit::IsKept(level)) return 0;
   char text[1024];
   va_list args;
   va_start(args, format);
   const int length = std::vsnprintf(text, sizeof text, format, args);
   va_end(args);
-  testkit::Log::Add(std::string(1, level) + " " + text);
+  const std::string name = testkit::IsKept('N') ? std::string(function) + ": " : "";
+  testkit::Log::Add(std::string(1, level) + " " + name + text);
   return length;
 }
 int _tlogging_set_level(int level) { return testkit::Setting("level " + std::to_string(level)); }
-int _tlogging_set_file(const char* path) { return testkit::Setting("file " + std::string(path ? path : "none")); }
+int _tlogging_set_file(const char* path) {
+  testkit::Setting("file " + std::string(path ? path : "none"));
+  return path && !std::filesystem::exists(std::filesystem::path(path).parent_path()) ? -ENOENT : 0;
+}
 int _tlogging_enable_options(unsigned bits) { return testkit::Setting("enable " + std::to_string(bits)); }
 int _tlogging_disable_options(unsigned bits) { return testkit::Setting("disable " + std::to_string(bits)); }
