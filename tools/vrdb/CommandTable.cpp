@@ -48,7 +48,7 @@ bool IsCheckedByItself(const Command& command) {
 
 // What the arguments in the table's usages are.
 Takes KindOf(std::string_view name) {
-  static const std::map<std::string_view, Takes> kinds = {
+  static const std::map<std::string_view, Takes> KINDS = {
       {"ROUTE", Takes::ROUTE},       {"NAME", Takes::FREE_ROUTE}, {"BLOCK", Takes::BLOCK},
       {"SRC", Takes::BLOCK},         {"SINK", Takes::BLOCK},      {"INSTANCE", Takes::INSTANCE},
       {"SOFILE", Takes::PLUGIN},     {"ISFIRST", Takes::BOOLEAN}, {"ISLAST", Takes::BOOLEAN},
@@ -58,7 +58,7 @@ Takes KindOf(std::string_view name) {
       {"PATH", Takes::DUMP_FOLDER},  {"LEVEL", Takes::INTEGER},   {"FILE", Takes::OWN_FILE},
       {"COMMAND", Takes::COMMAND},
   };
-  return name.substr(0, 1) == "-" ? Takes::OPTION : kinds.at(name);
+  return name.substr(0, 1) == "-" ? Takes::OPTION : KINDS.at(name);
 }
 
 // "newblock ROUTE ... [ARG ...]": one argument a word, or a pair of brackets.
@@ -131,8 +131,8 @@ std::vector<Command> MakeCommands() {
 }  // namespace
 
 const std::vector<Command>& Commands() {
-  static const std::vector<Command> commands = MakeCommands();
-  return commands;
+  static const std::vector<Command> COMMANDS = MakeCommands();
+  return COMMANDS;
 }
 
 const Command* FindCommand(std::string_view word) {
@@ -143,9 +143,9 @@ const Command* FindCommand(std::string_view word) {
 }
 
 const std::vector<std::string>& LinkFormats() {
-  static const std::vector<std::string> formats = {"BYTE",   "S16_LE",   "S16_BE",  "S32_LE",
+  static const std::vector<std::string> FORMATS = {"BYTE",   "S16_LE",   "S16_BE",  "S32_LE",
                                                    "S32_BE", "FLOAT_LE", "FLOAT_BE"};
-  return formats;
+  return FORMATS;
 }
 
 std::string ListCommands(const Style& style) {

@@ -46,7 +46,7 @@ std::string Dress(std::string_view report, const Style& style) {
 
 Result PrintReport(Shell& shell, std::string (*form)(std::string_view, const Style&)) {
   std::string reply;
-  const Result result = shell.Ask({"status"}, reply);
+  Result result = shell.Ask({"status"}, reply);
   if (result.code == DONE) std::fputs(form(reply, shell.style).c_str(), stdout);
   return result;
 }

@@ -6,7 +6,8 @@ namespace vrdb {
 
 using Json = nlohmann::ordered_json;
 
-// Found by the JSON library, which builds lists of them by itself.
+// The JSON library finds these by their name, and builds lists of them by itself.
+// NOLINTBEGIN(readability-identifier-naming)
 
 static void to_json(Json& json, const EndpointStatus& endpoint) {
   json = {{"index", endpoint.index},
@@ -35,6 +36,8 @@ static void to_json(Json& json, const FifoStatus& fifo) {
 }
 
 static void to_json(Json& json, const Report& report) { json = {{"routes", report.routes}, {"fifos", report.fifos}}; }
+
+// NOLINTEND(readability-identifier-naming)
 
 // Names come from file names, which need not be UTF-8.
 static std::string Print(const Json& json, int indent) {

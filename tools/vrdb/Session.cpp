@@ -1,10 +1,10 @@
 #include "Session.h"
 
 #include <histedit.h>
-#include <signal.h>
 #include <sys/ioctl.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <string>
 

@@ -11,11 +11,11 @@ constexpr std::string_view BLANKS = " \t\n\v\f\r";
 
 SplitLine Split(std::string_view line) {
   SplitLine split;
-  for (std::size_t begin = 0, end = 0;; begin = end) {
-    begin = line.find_first_not_of(BLANKS, end);
-    if (begin == std::string_view::npos || line[begin] == '#') break;
-    end = std::min(line.find_first_of(BLANKS, begin), line.size());
+  auto begin = line.find_first_not_of(BLANKS);
+  while (begin != std::string_view::npos && line[begin] != '#') {
+    const auto end = std::min(line.find_first_of(BLANKS, begin), line.size());
     split.words.emplace_back(line.substr(begin, end - begin));
+    begin = line.find_first_not_of(BLANKS, end);
   }
   for (const std::string& word : split.words) {
     const bool quoted = word.front() == '"' || word.front() == '\'';

@@ -11,7 +11,7 @@ for name in tone gain null; do cp "$block" lib$name.so; done
 pids=()
 trap 'exec 3>&-; [ ${#pids[@]} -eq 0 ] || { kill -CONT "${pids[@]}"; kill "${pids[@]}"; } 2>/dev/null; rm -rf "$dir"' EXIT
 failures=0
-fail() { echo "line ${BASH_LINENO[1]}: $*: $(cat out err)" >&2; failures=$((failures + 1)); }
+fail() { echo "line ${BASH_LINENO[-2]}: $*: $(cat out err)" >&2; failures=$((failures + 1)); }
 
 # expect CODE TEXT COMMAND...: how the command ends, and what it says on either output
 expect() {
@@ -21,6 +21,7 @@ expect() {
   [ -z "$text" ] || grep -qF -- "$text" out err || fail "$* did not say '$text'"
 }
 await() { for _ in $(seq 500); do "$@" >/dev/null 2>&1 && return; sleep 0.02; done; fail "never came: $*"; }
+is_stopped() { ! grep -h ^State "/proc/${pids[0]}/task/"*/status | grep -qv stopped; }
 start_host() {
   rm -f feed; mkfifo feed
   "$host" <feed >ready & pids=($!); exec 3>feed
@@ -61,6 +62,7 @@ expect 2 "cannot read" vrdb -f nowhere
 expect 0 "newlink ROUTE RATE" vrdb newlink --help
 grep -q $'\e' out && fail "colours in a pipe"
 kill -STOP "${pids[0]}"
+await is_stopped
 expect 3 "busy with another client, or stopped" vrdb --timeout 0.1 newroute RouteZ
 kill -CONT "${pids[0]}"
 
