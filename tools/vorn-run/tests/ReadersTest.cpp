@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <fstream>
+#include <iomanip>
 #include <set>
 #include <sstream>
 
@@ -213,6 +215,19 @@ TEST(GraphFile, BuildsWhatGraphvizDraws) {
     }
     EXPECT_EQ(built, Drawn(graph.text)) << graph.text;
   }
+}
+
+TEST(GraphFile, TakesTheListingsOfItsManual) {
+  std::ifstream file(GRAPH_FILES_MANUAL);
+  const std::string manual(std::istreambuf_iterator<char>(file), {});
+  int listings = 0;
+  for (std::size_t at = 0; (at = manual.find("```dot\n", at)) != manual.npos; ++listings) {
+    at += 7;
+    const std::string text = manual.substr(at, manual.find("```", at) - at);
+    const auto result = ReadWhatItUses(text, {{"in", "x"}, {"out", "y"}, {"near", "n"}, {"far", "f"}});
+    EXPECT_TRUE(std::holds_alternative<GraphDescription>(result)) << Show(result) << "\n" << text;
+  }
+  EXPECT_GE(listings, 4);
 }
 
 }  // namespace

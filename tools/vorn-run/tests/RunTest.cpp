@@ -12,6 +12,7 @@
 #include <fstream>
 #include <functional>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <thread>
 
 namespace {
@@ -231,6 +232,20 @@ TEST_F(VornRun, ChecksShowsAndDumpsAGraph) {
   EXPECT_EQ(Run({"again.dot", "--dump", "x/y"}).status, 0);
   EXPECT_EQ(SamplesIn("taken"), 8);
   EXPECT_EQ(Contents("x/y/RouteA-moody_0-O00-1000Hz-S32_LE-1ch.pcm").size(), 32U);
+}
+
+TEST_F(VornRun, ItsManualKnowsEveryOptionOfItsHelp) {
+  std::istringstream help(Run({"--help"}).out);
+  std::string manual = Contents(VORN_RUN_MANUAL);
+  std::erase(manual, '\\');
+  int options = 0;
+  for (std::string word; help >> word;) {
+    if (!word.starts_with("--") || word.size() < 4) continue;
+    ++options;
+    std::erase(word, '.');
+    EXPECT_NE(manual.find(word), std::string::npos) << word;
+  }
+  EXPECT_GE(options, 10);
 }
 
 TEST_F(VornRun, SaysWhetherRealTimeWasGrantedAndShowsTheLogWhenAsked) {
