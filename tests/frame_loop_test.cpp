@@ -67,14 +67,17 @@ TEST_F(RouteTest, FollowsTheResultsOfBlocks) {
   }
 }
 
-// Red if blocks later in the same wave are called after a stop, or are not called after any other result.
+// Red if what a stop leaves of a wave, or what that wave would have led to, is called; or is not after another result.
 TEST_F(RouteTest, VisitsAWaveInPointerOrderUntilABlockEndsIt) {
-  for (auto [result, calls] : {std::pair{-10, 0}, {-21, 0}, {-22, 0}, {-5, 0}, {-1, 1}, {-3, 1}, {7, 1}}) {
-    Renew();
-    Probe *a = Add(*route, ALONE, "a"), *b = Add(*route, ALONE, "b");
-    std::min(a, b)->script = {result, -21};
-    RunToEnd();
-    EXPECT_EQ(std::max(a, b)->calls, calls) << result;
+  for (auto [result, calls] : {std::pair{-10, 0}, {-21, 0}, {-22, 0}, {-5, 0}, {-3, 1}, {7, 1}}) {
+    for (bool early : {true, false}) {
+      Renew();
+      Probe *a = Add(*route, FIRST, "a"), *b = Add(*route, FIRST, "b"), *out = Add(*route, LAST, "out");
+      Join(*route, a, out, 0, 0), Join(*route, b, out, 0, 1);
+      (early ? std::min(a, b) : std::max(a, b))->script = {result, -21};
+      RunToEnd();
+      EXPECT_EQ((early ? std::max(a, b) : out)->calls, calls) << result;
+    }
   }
 }
 
