@@ -62,8 +62,11 @@ std::string Lines(const std::string& text) {
 
 bool WaitUntil(const std::function<bool()>& condition) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
-  while (!condition() && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
-  return condition();
+  while (!condition()) {  // asked once where it holds: it may be an action that succeeds
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::microseconds(50));  // leaves the core to what is waited for
+  }
+  return true;
 }
 
 }  // namespace testkit
