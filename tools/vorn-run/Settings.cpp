@@ -68,8 +68,8 @@ std::optional<Error> ApplySetting(GraphDescription& graph, PlugIns& plugIns, con
   if (const auto* error = std::get_if<Error>(&plugIn)) return *error;
 
   if (const BlockInfo* info = std::get<PlugIn>(plugIn).info) NameArguments(*node, *info);
-  std::erase_if(node->args, [&](const Word& arg) { return arg.text.starts_with(parameter + '='); });
-  std::erase_if(node->parameters, [&](const Attribute& attribute) { return attribute.name == parameter; });
+  std::erase_if(node->args, [prefix = parameter + '='](const Word& arg) { return arg.text.starts_with(prefix); });
+  std::erase_if(node->parameters, [&name = parameter](const Attribute& attribute) { return attribute.name == name; });
   node->parameters.push_back({parameter, value, at, at});
   return std::nullopt;
 }

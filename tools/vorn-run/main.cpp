@@ -1,4 +1,5 @@
 // vorn-run: options, description, plan, session, run.
+#include <array>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -23,9 +24,12 @@ enum ExitStatus { ENDED = 0, FAILED = 1, NOT_BUILT = 2 };
 Result<std::string> ReadText(const std::string& file) {
   if (file == "-") return std::string(std::istreambuf_iterator<char>(std::cin), {});
   std::ifstream stream(file, std::ios::binary);
-  std::string text(std::istreambuf_iterator<char>(stream), {});
-  if (!stream.is_open() || stream.bad() || std::filesystem::is_directory(file))
-    return Error{{file, 0, 0}, "cannot be read; expected a graph file"};
+  std::string text;
+  std::array<char, 4096> part;  // read(), unlike an iterator, tells of a failure by the stream's state: a folder is one
+  while (stream.read(part.data(), part.size()) || stream.gcount() > 0) {
+    text.append(part.data(), static_cast<std::size_t>(stream.gcount()));
+  }
+  if (!stream.is_open() || stream.bad()) return Error{{file, 0, 0}, "cannot be read; expected a graph file"};
   return text;
 }
 

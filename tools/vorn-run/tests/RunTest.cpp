@@ -84,9 +84,8 @@ class VornRun : public testing::Test {
 
 /** RouteA's `src` through a FIFO into RouteB's `out`, with frames that do not fit each other. */
 constexpr const char* TWO_ROUTES = R"(digraph two {
-  node [shape=box, block=moody]
-  subgraph cluster_RouteA { put [block=fifosink] src [samples="$n", file=given] src -> put [frame=7] }
-  subgraph cluster_RouteB { get [block=fifosource] out [file=taken] get -> out [frame=11] }
+  subgraph cluster_RouteA { put [block=fifosink] src [block=moody, samples="$n", file=given] src -> put [frame=7] }
+  subgraph cluster_RouteB { get [block=fifosource] out [block=moody, file=taken] get -> out [frame=11] }
   fifo [shape=ellipse, capacity=23]
   put -> fifo -> get
 })";
@@ -216,11 +215,11 @@ TEST_F(VornRun, ChecksShowsAndDumpsAGraph) {
   const Ended table = Run({"two.dot", "n=5", "--check"});
   EXPECT_EQ(table.status, 0) << table.err;
   EXPECT_EQ(table.out,
-            "ROUTE   FROM   TO     RATE     FORMAT  CHANNELS  FRAME\n"
-            "RouteA  src:0  put:0  1000 Hz  S32_LE  1 ch      7 samples (7 ms)\n"
-            "RouteB  get:0  out:0  1000 Hz  S32_LE  1 ch      11 samples (11 ms)\n"
-            "FIFO    WRITER READER RATE     FORMAT  CHANNELS  CAPACITY\n"
-            "fifo    put    get    1000 Hz  S32_LE  1 ch      23 samples (23 ms)\n");
+            "ROUTE   FROM    TO      RATE     FORMAT  CHANNELS  FRAME\n"
+            "RouteA  src:0   put:0   1000 Hz  S32_LE  1 ch      7 samples (7 ms)\n"
+            "RouteB  get:0   out:0   1000 Hz  S32_LE  1 ch      11 samples (11 ms)\n"
+            "FIFO    WRITER  READER  RATE     FORMAT  CHANNELS  CAPACITY\n"
+            "fifo    put     get     1000 Hz  S32_LE  1 ch      23 samples (23 ms)\n");
   EXPECT_FALSE(fs::exists("taken")) << "it was started";
   const auto json = nlohmann::json::parse(Run({"two.dot", "n=5", "--check", "--json"}).out);
   EXPECT_EQ(json["links"][1]["frame"], 11);
@@ -242,7 +241,7 @@ TEST_F(VornRun, ItsManualKnowsEveryOptionOfItsHelp) {
   for (std::string word; help >> word;) {
     if (!word.starts_with("--") || word.size() < 4) continue;
     ++options;
-    std::erase(word, '.');
+    word.resize(word.find_last_not_of(".,:;") + 1);
     EXPECT_NE(manual.find(word), std::string::npos) << word;
   }
   EXPECT_GE(options, 10);
