@@ -1,5 +1,5 @@
-// Graph files and pipelines. What is read, and can be worked out, is written as a graph file: reading that must give the same
-// graph, and so the same text.
+// Graph files and pipelines. What is read, and can be worked out, is written as a graph file: reading that must give
+// the same graph, and so the same text.
 #include <cstdint>
 #include <cstdlib>
 
