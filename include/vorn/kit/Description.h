@@ -15,6 +15,7 @@
 #define VORN_KIT_DESCRIPTION_H
 
 #include <charconv>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -119,10 +120,12 @@ struct BlockInfo {
 /** The exported symbol "DescribeBlock". */
 using DescribeBlockFunction = const BlockInfo* (*)();
 
-/** A number as one would write it: the shortest text that reads back as the same. */
+/** A number as one would write it: the shortest text that reads back as the same; whole ones without an exponent. */
 inline std::string NumberText(double value) {
   char text[32];
-  return {text, std::to_chars(text, text + sizeof text, value).ptr};
+  const bool isWhole = std::fabs(value) < 1e15 && value == std::trunc(value);
+  const auto form = isWhole ? std::chars_format::fixed : std::chars_format::general;
+  return {text, std::to_chars(text, text + sizeof text, value, form).ptr};
 }
 
 /** One parameter, for Description::Takes. The id is unique in the block, below RESERVED_PARAMETERS. */
@@ -157,8 +160,6 @@ class Parameter {
   template <class N, std::enable_if_t<std::is_arithmetic_v<N>, int> = 0>
   Parameter&& Default(N value) && {
     if constexpr (std::is_same_v<N, bool>) return std::move(*this).Default(value ? "true" : "false");
-    if (type == ParameterType::INTEGER)
-      return std::move(*this).Default(std::to_string(static_cast<std::int64_t>(value)));
     return std::move(*this).Default(NumberText(static_cast<double>(value)));
   }
   Parameter&& Default(std::string text) && { return defaultValue = std::move(text), std::move(*this); }
