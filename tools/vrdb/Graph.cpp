@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <vector>
 
 #include "LocalCommands.h"
 
@@ -19,6 +20,10 @@ namespace vrdb {
 namespace {
 
 constexpr std::array FORMS = {"dot", "svg", "png", "pdf"};
+
+// What the console's text leaves open. A route reads from left to right.
+constexpr std::array LOOK = {"-Grankdir=LR",  "-Gfontname=Helvetica", "-Gfontsize=11", "-Nfontname=Helvetica",
+                             "-Nfontsize=12", "-Efontname=Helvetica", "-Efontsize=9",  "-Earrowsize=0.7"};
 
 std::string FormOf(const std::string& file) {
   const auto dot = file.rfind('.');
@@ -71,8 +76,11 @@ class NewFile {
 
 // Runs "dot -Tform" from one file to another. 0, or an error number, or minus the exit status.
 int RunDot(const std::string& form, int from, int to) {
-  std::string option = "-T" + form, program = "dot";
-  std::array<char*, 3> arguments = {program.data(), option.data(), nullptr};
+  std::vector<std::string> words = {"dot", "-T" + form};
+  words.insert(words.end(), LOOK.begin(), LOOK.end());
+  std::vector<char*> arguments;
+  for (std::string& word : words) arguments.push_back(word.data());
+  arguments.push_back(nullptr);
   posix_spawn_file_actions_t files;
   posix_spawn_file_actions_init(&files);
   posix_spawn_file_actions_adddup2(&files, from, STDIN_FILENO);
