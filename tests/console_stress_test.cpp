@@ -18,9 +18,8 @@ constexpr int GRAPHS_OF_A_ROUTE = 25;
 
 std::string RouteOf(std::size_t client) { return {'R', 'o', 'u', 't', 'e', static_cast<char>('A' + client)}; }
 
-const std::function<Block*(bool, bool)> MAKE = [](bool first, bool last) {
-  return new Probe(first, last, first ? "src" : "snk");
-};
+// The console makes and deletes blocks of its own name: one that a client made is that client's to use until it goes.
+const std::function<Block*(bool, bool)> MAKE = [](bool first, bool last) { return new Probe(first, last, "own"); };
 
 /** Blocks, a link and a FIFO come and go on a route that runs whenever its graph allows. */
 void EditGraph(VornImpl& vorn, Route& route) {
@@ -55,7 +54,7 @@ TEST(ConsoleStress, EditsWhatClientsMakeAndDelete) {
   std::istringstream commands(
       "status|status --dot|newroute RouteZ|newblock RouteZ" + probe + "|status|start RouteZ|newblock %" + probe +
       "|newlink % 8000 BYTE 1 8 probe_src_0 1 probe_snk_0 1|status --dot|setparam % probe_src_0 1 x|status|stop %|"
-      "getparam % probe_snk_0 1|setdump --|delete % lnk_0|delete RouteZ !|delete % probe_src_1|status --dot");
+      "getparam % probe_snk_0 1|setdump --|delete % lnk_0|delete RouteZ !|delete % probe_own_0|status --dot");
   std::vector<std::string> list;
   for (std::string command; std::getline(commands, command, '|');) list.push_back(command);
   ConsoleClient console;
