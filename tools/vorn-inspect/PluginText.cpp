@@ -83,8 +83,19 @@ std::string ParameterLines(const Json& parameters) {
   return text;
 }
 
+using Arguments = std::vector<std::pair<int, std::string>>;  // by position
+
+/** One of several that differ by a number alone, and neither the first nor the last of them. */
+bool IsWithinSeries(const Arguments& arguments, std::size_t i) {
+  const auto stemOf = [&](std::size_t at) {
+    const std::string& word = arguments[at].second;
+    return word.substr(0, word.find_last_not_of("0123456789]") + 1);
+  };
+  return i > 0 && i + 1 < arguments.size() && stemOf(i - 1) == stemOf(i) && stemOf(i) == stemOf(i + 1);
+}
+
 std::string ArgumentsOf(const Json& parameters) {
-  std::vector<std::pair<int, std::string>> positional;
+  Arguments positional;
   std::string named;
   for (const Json& p : parameters) {
     if (p["access"] == "read") continue;
@@ -97,7 +108,13 @@ std::string ArgumentsOf(const Json& parameters) {
   }
   std::sort(positional.begin(), positional.end());
   std::string text;
-  for (const auto& [position, word] : positional) text += " " + word;
+  for (std::size_t i = 0; i < positional.size(); ++i) {
+    if (!IsWithinSeries(positional, i)) {
+      text += " " + positional[i].second;
+    } else if (!IsWithinSeries(positional, i - 1)) {
+      text += " ...";
+    }
+  }
   return text + named;
 }
 
