@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "Readings.h"
+
 namespace vorn::run {
 namespace {
 
@@ -49,6 +51,17 @@ ordered_json FifoJson(const GraphPlan& plan, const FifoPlan& fifo) {
   return json;
 }
 
+// A number that is none, or infinite, becomes null.
+ordered_json ReadingsJson(const GraphPlan& plan, const Session& session) {
+  ordered_json json = ordered_json::object();
+  for (std::size_t i = 0; i < plan.blocks.size(); ++i) {
+    for (const Reading& reading : ReadingsOf(plan, session, i)) {
+      json[plan.graph.nodes[i].name][reading.name] = reading.value;
+    }
+  }
+  return json;
+}
+
 void AddFigures(ordered_json& json, const Figures& figures) {
   if (!figures.areKnown) return;
   json["frames"] = figures.frames;
@@ -81,6 +94,7 @@ std::string JsonOf(const GraphPlan& plan, const Session& session, const RunResul
     AddFigures(route, FiguresOf(plan, session, i));
     json["routes"].push_back(route);
   }
+  json["readings"] = ReadingsJson(plan, session);
   return Text(json);
 }
 

@@ -139,6 +139,12 @@ void Session::SetDump(const std::string& folder) {
 
 const BlockCounters* Session::Counters(std::size_t node) const { return blocks[node].counters.get(); }
 
+std::vector<std::string> Session::ParameterTable(std::size_t node) const {
+  std::vector<std::string> lines;
+  routes[graph.nodes[node].route]->GetParameter(blocks[node].block, PARAMETER_TABLE, lines);
+  return lines;
+}
+
 // Lines of blocks begin with "RouteA: gain_0: ", those of routes with "RouteA: ".
 Session::Said Session::Parse(const std::string& line) const {
   for (std::size_t i = 0; i < blocks.size(); ++i) {

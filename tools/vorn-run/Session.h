@@ -37,6 +37,8 @@ class Session {
 
   /** What a block counted; null for one that does not count. */
   const BlockCounters* Counters(std::size_t node) const;
+  /** The parameters of a block that is made with the kit, one a line: see Parameters::Line. */
+  std::vector<std::string> ParameterTable(std::size_t node) const;
 
   /** The reason in what was logged: the first error of a block, said of its node. @param otherwise where none names one. */
   Error Explain(const std::vector<LogLine>& lines, const Error& otherwise) const;

@@ -13,6 +13,7 @@
 #include "OneLiner.h"
 #include "Options.h"
 #include "PlanText.h"
+#include "Readings.h"
 #include "Resolver.h"
 #include "Settings.h"
 
@@ -91,6 +92,9 @@ class Program {
     const Figures figures = FiguresOf(plan, session);
     const std::string how = result.signal ? strsignal(result.signal) : NameOf(result.end);
     if (!result.error || figures.frames > 0) display.Say(how + ": " + SummaryText(figures, result.elapsedSeconds));
+    for (std::size_t i = 0; i < plan.blocks.size() && !result.error; ++i) {
+      if (const std::string text = ReadingsText(plan, session, i); !text.empty()) display.Say(text);
+    }
     if (options.writesJson) Print(JsonOf(plan, session, result));
     if (result.end == RunResult::End::FAILURE) return FAILED;
     return result.signal ? -result.signal : ENDED;

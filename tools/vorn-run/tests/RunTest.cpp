@@ -157,6 +157,15 @@ TEST_F(VornRun, CountsErrorFramesAndGoesOn) {
   EXPECT_EQ(json["audioSeconds"], 1.0);
 }
 
+TEST_F(VornRun, SaysWhatItsBlocksMeasured) {
+  const std::vector<std::string> args = {"--json", "-e", "moody 1000 ! moody measure=yes"};
+  const Ended ended = Run(args);
+  EXPECT_TRUE(ended.err.ends_with(" error frames\nvorn-run: block 'moody_1': last 999.2 steps\n")) << ended.err;
+  const auto readings = nlohmann::json::parse(ended.out)["readings"];
+  EXPECT_EQ(readings["moody_1"]["last"], 999.25);
+  EXPECT_TRUE(readings["moody_0"]["last"].is_null());
+}
+
 // Red if the short last frame is lost in the FIFO, or filled up, for any remainder.
 TEST_F(VornRun, RoutesJoinedByAFifoPassOnEverySample) {
   Write("two.dot", TWO_ROUTES);

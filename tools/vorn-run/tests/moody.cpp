@@ -9,7 +9,7 @@
 class Moody : public vorn::PluginBlock {
  public:
   using PluginBlock::PluginBlock;
-  enum : unsigned { SAMPLES, RATE, FILE_NAME, REFUSE, FAIL, TIMEOUT, SLEEP };
+  enum : unsigned { SAMPLES, RATE, FILE_NAME, REFUSE, FAIL, TIMEOUT, SLEEP, MEASURE, LAST };
 
   static vorn::Description Describe() {
     using vorn::Parameter;
@@ -22,7 +22,9 @@ class Moody : public vorn::PluginBlock {
         .Takes(Parameter::Flag(REFUSE, "refuse"))
         .Takes(Parameter::Integer(FAIL, "fail", "samples", 0, 1e12).Default(1e12))
         .Takes(Parameter::Integer(TIMEOUT, "timeout", "samples", 0, 1e12).Default(1e12))
-        .Takes(Parameter::Integer(SLEEP, "sleep", "ms", 0, 1e6).Default(0.0));
+        .Takes(Parameter::Integer(SLEEP, "sleep", "ms", 0, 1e6).Default(0.0))
+        .Takes(Parameter::Flag(MEASURE, "measure"))
+        .Takes(Parameter::Reading(LAST, "last", "steps"));
   }
 
   static vorn::Refusal PlanStreams(const vorn::Parameters& parameters, const std::vector<vorn::Stream>& in,
@@ -61,6 +63,7 @@ class Moody : public vorn::PluginBlock {
     if (!isSource && !ActiveOutEps().empty()) std::memcpy(Out().data, In().data, static_cast<std::size_t>(count) * 4);
     if (!ActiveOutEps().empty()) Out().samples = count;
     done += count;
+    if (Flag(MEASURE)) Store(LAST, static_cast<double>(done) - 0.75);
     return vorn::FRAME_DONE;
   }
 

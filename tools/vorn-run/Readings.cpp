@@ -1,0 +1,36 @@
+#include "Readings.h"
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <sstream>
+
+namespace vorn::run {
+
+std::vector<Reading> ReadingsOf(const GraphPlan& plan, const Session& session, std::size_t node) {
+  std::vector<Reading> readings;
+  if (!plan.blocks[node].plugIn.info) return readings;
+  for (const std::string& line : session.ParameterTable(node)) {
+    std::istringstream words(line);
+    std::string id, name, unit, range, value, access;
+    words >> id >> name >> unit >> range >> value >> access;
+    if (access != "read") continue;
+    readings.push_back(
+        {name, unit == "-" ? "" : unit, value == "-" ? std::nan("") : std::strtod(value.c_str(), nullptr)});
+  }
+  return readings;
+}
+
+std::string ReadingsText(const GraphPlan& plan, const Session& session, std::size_t node) {
+  std::string text;
+  for (const Reading& reading : ReadingsOf(plan, session, node)) {
+    if (std::isnan(reading.value) || reading.unit == "s" || reading.unit == "samples") continue;
+    char number[32];
+    std::snprintf(number, sizeof number, " %.4g", reading.value);
+    text += (text.empty() ? "block '" + plan.graph.nodes[node].name + "': " : ", ") + reading.name + number;
+    if (!reading.unit.empty()) text += ' ' + reading.unit;
+  }
+  return text;
+}
+
+}  // namespace vorn::run
