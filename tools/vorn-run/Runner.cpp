@@ -55,8 +55,9 @@ RunResult Runner::Run(std::optional<Clock::duration> duration) {
 void Runner::StartAll() {
   std::vector<std::size_t> order(states.size());
   for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
-  std::ranges::stable_partition(
-      order, [&](std::size_t route) { return std::ranges::find(joints, route, &Joint::to) != joints.end(); });
+  std::stable_partition(order.begin(), order.end(), [&](std::size_t route) {
+    return std::ranges::find(joints, route, &Joint::to) != joints.end();
+  });
   for (const std::size_t route : order) {
     if (auto error = session.Start(route)) return Fail(*error);
     states[route] = State::RUNNING;

@@ -61,7 +61,7 @@ class Session {
 
   Said Parse(const std::string& line) const;
   Result<Route*> RouteAt(std::size_t index);
-  std::optional<Error> MakeBlock(std::size_t node, const BlockPlan& plan);
+  std::optional<Error> MakeBlock(std::size_t index, const BlockPlan& plan);
   std::optional<Error> MakeLink(const LinkPlan& link);
   std::optional<Error> MakeFifo(const FifoPlan& fifo);
   Error Reason(const Error& otherwise) { return Explain(log.Drain(), otherwise); }

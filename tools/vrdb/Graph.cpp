@@ -78,9 +78,8 @@ class NewFile {
 int RunDot(const std::string& form, int from, int to) {
   std::vector<std::string> words = {"dot", "-T" + form};
   words.insert(words.end(), LOOK.begin(), LOOK.end());
-  std::vector<char*> arguments;
-  for (std::string& word : words) arguments.push_back(word.data());
-  arguments.push_back(nullptr);
+  std::vector<char*> arguments(words.size() + 1);  // ends with a null
+  std::transform(words.begin(), words.end(), arguments.begin(), [](std::string& word) { return word.data(); });
   posix_spawn_file_actions_t files;
   posix_spawn_file_actions_init(&files);
   posix_spawn_file_actions_adddup2(&files, from, STDIN_FILENO);
