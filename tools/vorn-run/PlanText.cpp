@@ -81,7 +81,9 @@ class DotWriter {
   explicit DotWriter(const GraphPlan& newPlan) : plan(newPlan), nodes(plan.graph.nodes) {}
 
   std::string Write() {
-    dot = "digraph vorn {\n  node [shape=box]\n";
+    dot =
+        "digraph vorn {\n  rankdir=LR\n  fontname=Helvetica\n  node [shape=box, fontname=Helvetica]\n"
+        "  edge [fontname=Helvetica, fontsize=9]\n";
     for (std::size_t i = 0; i < plan.graph.routes.size(); ++i) Route(i);
     for (const FifoPlan& fifo : plan.fifos) Fifo(fifo);
     return dot + "}\n";
@@ -113,7 +115,14 @@ class DotWriter {
       }
     }
     if (!args.empty()) dot += ", args=" + DotText(args.substr(1));
-    dot += parameters + Flag("first", node.first) + Flag("last", node.last) + "]\n";
+    dot += parameters + Flag("first", node.first) + Flag("last", node.last) + Label(node) + "]\n";
+  }
+
+  /** Names the plug-in, where the node has another name and both need no quotes. */
+  static std::string Label(const Node& node) {
+    const std::string& plugIn = node.plugIn.text;
+    const bool isPlain = DotId(node.name) == node.name && DotId(plugIn) == plugIn;
+    return isPlain && node.name != plugIn ? ", label=\"" + node.name + "\\n" + plugIn + '"' : "";
   }
 
   static std::string Flag(const std::string& name, std::optional<bool> flag) {
