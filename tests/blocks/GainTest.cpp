@@ -78,7 +78,7 @@ TEST(GainArguments, WhatDoesNotFitIsRefusedInWords) {
   EXPECT_EQ(graph->SetParameter(block, 1, {"0"}), -20);
   std::vector<std::string> texts;
   EXPECT_EQ(graph->GetParameter(block, vorn::PARAMETER_TABLE, texts), 0);
-  EXPECT_EQ(texts, std::vector<std::string>{"0 gain dB -inf..60 3 live"});
+  EXPECT_EQ(texts, std::vector<std::string>{"0 gain dB -inf..60 3 live how%20much%20louder;%20-inf%20is%20silence"});
   StreamSpec other;
   other.rate = 44100;
   ASSERT_TRUE(graph.Link(graph.Add("testsource"), 0, block, 0, StreamSpec{}) &&

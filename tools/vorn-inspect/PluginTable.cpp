@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <sstream>
 
 namespace vorn_inspect {
@@ -67,6 +68,18 @@ Json Endpoints(std::uint32_t least, std::uint32_t most, const vorn::EndpointInfo
   return {{"least", least}, {"most", most}, {"each", std::move(each)}};
 }
 
+// What Parameters::Line made of a field.
+std::string Plain(const std::string& field) {
+  if (field == "-") return {};
+  std::string text;
+  for (std::size_t i = 0; i < field.size(); ++i) {
+    const bool isCode = field[i] == '%' && i + 2 < field.size();
+    text += isCode ? static_cast<char>(std::strtol(field.substr(i + 1, 2).c_str(), nullptr, 16)) : field[i];
+    if (isCode) i += 2;
+  }
+  return text;
+}
+
 }  // namespace
 
 Json TableOf(const vorn::BlockInfo& info) {
@@ -87,16 +100,20 @@ void AddValues(Json& parameters, const std::vector<std::string>& lines) {
   for (const std::string& line : lines) {
     std::istringstream words(line);
     std::uint32_t id = 0;
-    std::string name, unit, range, value, access;
+    std::string name, unit, range, value, access, help;
     if (!(words >> id >> name >> unit >> range >> value >> access)) continue;
+    words >> help;
     auto known = std::find_if(parameters.begin(), parameters.end(), [id](const Json& p) { return p["id"] == id; });
     if (known == parameters.end()) {
-      const auto plain = [](const std::string& word) { return word == "-" ? std::string() : word; };
-      parameters.push_back(
-          {{"id", id}, {"name", name}, {"unit", plain(unit)}, {"range", plain(range)}, {"access", access}});
+      parameters.push_back({{"id", id},
+                            {"name", name},
+                            {"unit", Plain(unit)},
+                            {"range", Plain(range)},
+                            {"access", access},
+                            {"help", Plain(help)}});
       known = parameters.end() - 1;
     }
-    (*known)["value"] = value == "-" ? "" : value;
+    (*known)["value"] = Plain(value);
   }
 }
 

@@ -61,10 +61,12 @@ std::string ValueOf(const Json& parameter) {
   return parameter.value("required", false) ? "(required)" : parameter.value("default", "");
 }
 
+// Rather than what the plug-in says of every block.
+bool IsOfBlock(const Json& parameters) { return !parameters.empty() && parameters[0].contains("value"); }
+
 std::string ParameterLines(const Json& parameters) {
-  const bool ofBlock = !parameters.empty() && parameters[0].contains("value");
   std::vector<std::vector<std::string>> rows = {
-      {"id", "name", "unit", "range", ofBlock ? "value" : "default", "set", ""}};
+      {"id", "name", "unit", "range", IsOfBlock(parameters) ? "value" : "default", "set", ""}};
   for (const Json& p : parameters) {
     rows.push_back({std::to_string(p["id"].get<unsigned>()), p["name"], p["unit"], p["range"], ValueOf(p), WhenOf(p),
                     p.value("help", "")});
@@ -149,7 +151,7 @@ std::string PageOf(const std::string& name, const Json& table) {
   if (table["readsFifo"].get<bool>()) text += "Takes its samples from a FIFO.\n";
   if (table["writesFifo"].get<bool>()) text += "Puts its samples into a FIFO.\n";
   text += "\n" + ParameterLines(parameters);
-  if (table["ownParameters"].get<bool>()) {
+  if (table["ownParameters"].get<bool>() && !IsOfBlock(parameters)) {
     text += "A block has further parameters of its own: give its arguments here to see them.\n";
   }
   return text;

@@ -126,18 +126,19 @@ class Parameters {
   /**
    * One parameter a line, fields separated by one blank, none of them empty or with a blank inside:
    *
-   *     id name unit range value access
-   *     0 gain dB -120..60 -6 live
+   *     id name unit range value access help
+   *     0 gain dB -120..60 -6 live how%20much
    *
    * `-` stands for no unit, no range, an empty value. A range is `low..high` with -inf and inf for no limit, or words
-   * joined by `|`. Blanks and '%' inside a value are written %20 and %25, and a value that is just `-` is written %2D.
-   * Access is `live` (set at any time), `stopped` (set while the route is stopped) or `read` (a measurement).
+   * joined by `|`. Blanks and '%' inside a field are written %20 and %25, and a value that is just `-` is written %2D.
+   * Access is `live` (set at any time), `stopped` (set while the route is stopped) or `read` (a measurement). The help
+   * is left out where there is none.
    */
   std::string Line(std::size_t i) const {
     const Parameter& p = table[i];
     const char* access = p.IsReading() ? "read" : p.IsLive() ? "live" : "stopped";
     return std::to_string(p.id) + ' ' + p.name + ' ' + Escaped(p.unit) + ' ' + RangeOf(p) + ' ' + Escaped(TextOf(i)) +
-           ' ' + access;
+           ' ' + access + (p.help.empty() ? "" : ' ' + Escaped(p.help));
   }
 
   /** What a parameter takes, in words: "a number from -120 to 60 dB". */

@@ -48,6 +48,12 @@ expect 0 '^This plug-in says nothing of itself' plugins/libforeign.so
 expect 0 '^ +0 +gain +dB +-inf\.\.60 +0 +any time ' gain
 expect 0 '^Example: +gain -6$' gain
 expect 0 '"unit": "dB"' gain --json
+if [ -e "$folder/liblv2.so" ]; then
+  expect 0 'further parameters of its own: give its arguments' lv2
+  expect 0 '^ +3 +release +0\.01\.\.2 +0\.5 +any time +Release time \(s\)$' lv2 \
+    http://plugin.org.uk/swh-plugins/fastLookaheadLimiter release=0.5
+  grep -q further out && fail "asks for arguments that were given"
+fi
 expect 0 '^    "error": ".*Aborted"' plugins --json
 
 # Every block shows what it takes, and gives an example of itself.
