@@ -196,7 +196,8 @@ class Watch {
       if (over) break;
       Draw();
       screen.Wait(paused ? -1 : MillisecondsToNext());
-      while (const char key = screen.TakeKey()) Obey(key);
+      // A terminal that is gone gives the key that ends it for ever.
+      for (char key = 0; !over && (key = screen.TakeKey()) != 0;) Obey(key);
     }
     return {};
   }
