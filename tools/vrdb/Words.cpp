@@ -7,6 +7,13 @@ namespace {
 
 constexpr std::string_view BLANKS = " \t\n\v\f\r";
 
+bool BeginsWithQuote(std::string_view text) { return text.substr(0, 1) == "\"" || text.substr(0, 1) == "'"; }
+
+// "my file" and path="my file"
+bool LooksQuoted(std::string_view word) {
+  return BeginsWithQuote(word) || BeginsWithQuote(word.substr(word.find('=') + 1));
+}
+
 }  // namespace
 
 SplitLine Split(std::string_view line) {
@@ -18,7 +25,7 @@ SplitLine Split(std::string_view line) {
     begin = line.find_first_not_of(BLANKS, end);
   }
   for (const std::string& word : split.words) {
-    const bool quoted = word.front() == '"' || word.front() == '\'';
+    const bool quoted = LooksQuoted(word);
     const bool escaped = word.back() == '\\' && &word != &split.words.back();
     if (quoted || escaped) {
       split.error = word + ": " + (quoted ? "quotes keep" : "a backslash keeps") +

@@ -135,8 +135,8 @@ TEST(Words, AreSplitAsTheConsoleSplitsThem) {
   EXPECT_EQ(Split(" delete\tRouteA  !\r # all").words, (Words{"delete", "RouteA", "!"}));
   EXPECT_EQ(Split("setparam a#b # c").words, (Words{"setparam", "a#b"}));
   EXPECT_TRUE(Split("# nothing").words.empty());
-  for (const char* line : {"x \"a b\"", "x 'a'", "x a\\ b"}) EXPECT_NE(Split(line).error, "") << line;
-  for (const char* line : {"x it's", "x C:\\", "x \\d+"}) EXPECT_EQ(Split(line).error, "") << line;
+  for (const char* line : {"x \"a b\"", "x 'a'", "x path=\"a b\"", "x a\\ b"}) EXPECT_NE(Split(line).error, "") << line;
+  for (const char* line : {"x it's", "x a=it's", "x C:\\", "x \\d+"}) EXPECT_EQ(Split(line).error, "") << line;
 }
 
 // The manual page has every command of the table, as the table spells it.
