@@ -138,10 +138,14 @@ class Screen {
     return size;
   }
 
+  // What stood there is erased before a line is written: behind a full one the cursor is still on its last character.
   void Show(const std::vector<std::string>& lines) {
     std::string all = "\x1b[H";
-    for (const std::string& line : lines) all += (&line == &lines.front() ? "" : "\r\n") + line + "\x1b[K";
-    Put(all + "\x1b[J");
+    for (const std::string& line : lines) {
+      all += &line == &lines.front() ? "" : "\r\n";
+      all += (&line == &lines.back() ? "\x1b[J" : "\x1b[K") + line;
+    }
+    Put(all);
   }
 
  private:
