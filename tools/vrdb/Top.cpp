@@ -81,7 +81,8 @@ Result PrintSamples(Shell& shell, const TopOptions& options) {
     const Sample sample = TakeSample(shell);
     rates.Add(sample);
     if (sample.result.code != CANCELLED) Print(sample, rates, options.json);
-    if (taken == options.count || sample.result.code == CANCELLED) return {sample.result.code, ""};
+    const bool over = taken == options.count || sample.result.code == CANCELLED || std::ferror(stdout) != 0;
+    if (over) return {sample.result.code, ""};
     WaitUntil(sample.when + ToDuration(options.interval), shell.patience);
   }
 }

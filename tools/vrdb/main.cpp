@@ -4,9 +4,11 @@
 #include <CLI/CLI.hpp>
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <optional>
 
 #include "CommandTable.h"
 #include "Shell.h"
@@ -19,7 +21,7 @@ namespace {
 using namespace vrdb;
 
 struct Options {
-  std::string script;
+  std::optional<std::string> script;
   bool keepGoing = false;
   double timeout = 10;
   Words words;
@@ -62,6 +64,12 @@ int RunFile(Shell& shell, const std::string& name, bool keepGoing) {
   return shell.RunScript(file, name, keepGoing);
 }
 
+// A reply that was lost on its way to a file is no success.
+int Finish(int code) {
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return code;
+  return Complain(code == DONE ? FAILED : code, "standard output did not take everything");
+}
+
 int RunInteractively([[maybe_unused]] Shell& shell) {
 #ifdef VRDB_WITH_SESSION
   return RunSession(shell);
@@ -77,11 +85,11 @@ int Run(Shell& shell, const Options& options) {
     if (options.words.front().substr(0, 1) == "-") {
       return Complain(WRONG_USAGE, "'" + options.words.front() + "' is no option; --help lists them");
     }
-    if (!options.script.empty()) return Complain(WRONG_USAGE, "either -f FILE or a command, not both");
+    if (options.script) return Complain(WRONG_USAGE, "either -f FILE or a command, not both");
     const Result result = shell.Run(options.words);
     return Complain(result.code, result.message);
   }
-  if (!options.script.empty()) return RunFile(shell, options.script, options.keepGoing);
+  if (options.script) return RunFile(shell, *options.script, options.keepGoing);
   if (isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1) return RunInteractively(shell);
   return RunFile(shell, "-", options.keepGoing);
 }
@@ -95,13 +103,14 @@ int main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    if (error.get_exit_code() == 0) return app.exit(error);
+    if (error.get_exit_code() == 0) return Finish(app.exit(error));
     return Complain(WRONG_USAGE, std::string(error.what()) + "; --help lists the options");
   }
   options.words = app.remaining();
+  if (!options.words.empty() && options.words.front() == "--") options.words.erase(options.words.begin());
   Patience patience;
   patience.limit = std::chrono::milliseconds(std::lround(std::ceil(options.timeout * 1000)));
   if (isatty(STDERR_FILENO) == 1) patience.busy = [](const std::string& notice) { Complain(DONE, notice); };
   Shell shell(patience);
-  return Run(shell, options);
+  return Finish(Run(shell, options));
 }

@@ -59,6 +59,9 @@ expect 2 "cannot be sent" vrdb newroute "$(printf 'x%.0s' $(seq 1015))"
 expect 2 "is no option" vrdb --nonsense status
 expect 2 "not both" vrdb -f x status
 expect 2 "cannot read" vrdb -f nowhere
+expect 2 "cannot read" vrdb -f ""
+expect 0 "No route" vrdb -- status
+expect 1 "did not take everything" bash -c 'vrdb top --batch -i 0.01 >/dev/full'
 expect 0 "newlink ROUTE RATE" vrdb newlink --help
 grep -q $'\e' out && fail "colours in a pipe"
 kill -STOP "${pids[0]}"
