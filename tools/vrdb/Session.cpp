@@ -80,6 +80,7 @@ class Session {
       history.Add(Join(split.words));
       const Result result = split.error.empty() ? RunCommand(split.words) : Result{WRONG_USAGE, split.error};
       std::fflush(stdout);
+      if (result.code == CANCELLED) std::puts("");  // the terminal has echoed ^C
       if (result.code != DONE) Complain(result.message);
       if (result.quit) return;
     }
