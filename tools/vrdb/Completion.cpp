@@ -13,6 +13,11 @@ namespace fs = std::filesystem;
 
 enum class Files { ALL, FOLDERS, PLUGINS };
 
+Words operator+(Words some, const Words& more) {
+  some.insert(some.end(), more.begin(), more.end());
+  return some;
+}
+
 bool Suits(const fs::directory_entry& entry, Files files) {
   std::error_code error;
   if (files == Files::ALL || entry.is_directory(error)) return true;
@@ -52,6 +57,12 @@ Words InstalledPlugins(const std::string& process) {
     return List(Proc(process, "root") + line.substr(path, name - path) + "/vorn", "", false, Files::PLUGINS);
   }
   return {};
+}
+
+// A bare name is not looked for in the process's own folder.
+Words Plugins(const std::string& start, const std::string& process) {
+  if (start.find('/') != std::string::npos) return FileNames(start, process, Files::PLUGINS);
+  return FileNames(start, process, Files::FOLDERS) + InstalledPlugins(process);
 }
 
 Words RouteNames(const Report& report) {
@@ -121,11 +132,6 @@ Words Options(const Command& command) {
   return options;
 }
 
-Words operator+(Words some, const Words& more) {
-  some.insert(some.end(), more.begin(), more.end());
-  return some;
-}
-
 // The argument that the word at `position` is; the last one when it may be repeated.
 const Argument* ArgumentAt(const Command& command, std::size_t position) {
   if (command.arguments.empty()) return nullptr;
@@ -145,8 +151,7 @@ Words Candidates(const Words& before, const std::string& start, const Live& live
     case Takes::FREE_ROUTE: return FreeRouteNames(live.report());
     case Takes::BLOCK: return BlockNames(live.report(), route);
     case Takes::INSTANCE: return InstanceNames(live.report(), route);
-    case Takes::PLUGIN:
-      return FileNames(start, OtherProcess(live), Files::PLUGINS) + InstalledPlugins(OtherProcess(live));
+    case Takes::PLUGIN: return Plugins(start, OtherProcess(live));
     case Takes::BOOLEAN: return {"true", "false"};
     case Takes::FORMAT: return LinkFormats();
     case Takes::PARAMETER: return ParameterNames(live.parameters(route, before[2]));

@@ -175,6 +175,10 @@ TEST(Completion, KnowsWhatTheProcessHas) {
   for (const auto& [line, words] : lines) EXPECT_EQ(Complete(line, live), words) << line;
   EXPECT_EQ(Complete("newblock RouteA /proc/self/ex", live), Words{}) << "neither a plug-in nor a folder";
   EXPECT_EQ(Complete("newblock RouteA x.so true false /proc/self/ex", live), Words{"/proc/self/exe"});
+  const std::ofstream here("libhere.so");
+  EXPECT_EQ(Complete("newblock RouteA libhere", live), Words{}) << "would not be found";
+  EXPECT_EQ(Complete("newblock RouteA ./libhere", live), Words{"./libhere.so"});
+  unlink("libhere.so");
   EXPECT_EQ(CommonBeginning({"RouteA", "RouteB"}), "Route");
 }
 
