@@ -13,6 +13,8 @@ namespace {
 // PARAMETER_TABLE of <vorn/Plugin.h>: where blocks made with the kit answer their table.
 constexpr const char* TABLE = "4294967040";
 
+constexpr std::size_t LONGEST_ALIGNED = 24;
+
 using Row = std::array<std::string, 6>;
 
 bool IsNumber(const std::string& word) { return word.find_first_not_of("0123456789") == std::string::npos; }
@@ -38,14 +40,23 @@ std::string WhatItTakes(const Parameter& one) {
   return one.name + " takes " + (one.range == "-" ? "any value" : one.range) + unit + when;
 }
 
+// A long value, a path most likely, makes its own line longer and not the column wider.
+std::size_t WidthOf(std::size_t column, const std::vector<Row>& rows) {
+  std::size_t width = 0;
+  for (const Row& row : rows) {
+    if (row[column].size() <= LONGEST_ALIGNED) width = std::max(width, row[column].size());
+  }
+  return width;
+}
+
 void Print(const std::vector<Row>& rows, const Style& style) {
   for (const Row& row : rows) {
     std::string line;
-    for (std::size_t column = 0; column < row.size(); ++column) {
-      std::size_t width = 0;
-      for (const Row& other : rows) width = std::max(width, other[column].size());
-      line += row[column] + std::string(column + 1 < row.size() ? width + 2 - row[column].size() : 0, ' ');
+    for (std::size_t column = 0; column + 1 < row.size(); ++column) {
+      const std::string& cell = row[column];
+      line += cell + std::string(std::max(WidthOf(column, rows), cell.size()) - cell.size() + 2, ' ');
     }
+    line += row.back();
     std::puts(style(&row == &rows.front() ? Look::DIM : Look::PLAIN, line).c_str());
   }
 }
@@ -77,8 +88,8 @@ Result ReadParameters(Shell& shell, const std::string& route, const std::string&
 Result RunParams(Shell& shell, const Words& words) {
   std::vector<Parameter> table;
   if (Result result = ReadParameters(shell, words[1], words[2], table); result.code != DONE) return result;
-  std::vector<Row> rows = {{"KEY", "NAME", "UNIT", "RANGE", "ACCESS", "VALUE"}};
-  for (const Parameter& one : table) rows.push_back({one.id, one.name, one.unit, one.range, one.access, one.value});
+  std::vector<Row> rows = {{"KEY", "NAME", "UNIT", "ACCESS", "VALUE", "RANGE"}};
+  for (const Parameter& one : table) rows.push_back({one.id, one.name, one.unit, one.access, one.value, one.range});
   Print(rows, shell.style);
   return {};
 }

@@ -88,7 +88,7 @@ TEST(Shell, SetsParametersByName) {
             std::string::npos);
   testing::internal::CaptureStdout();
   EXPECT_EQ(shell.Run({"params", "RouteA", "gain_0"}).code, DONE);
-  EXPECT_NE(testing::internal::GetCapturedStdout().find("9    file  -     -         read    a b"), std::string::npos);
+  EXPECT_NE(testing::internal::GetCapturedStdout().find("9    file  -     read    a b    -"), std::string::npos);
 }
 
 // Red if a command that does not fit into one read of the console is sent, or one that does is refused.
