@@ -1,9 +1,11 @@
 #include "Shell.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <iostream>
 
 #include "CommandTable.h"
+#include "StatusParser.h"
 
 namespace vrdb {
 namespace {
@@ -18,13 +20,16 @@ int ToExitCode(Outcome outcome) {
   return NO_CONSOLE;
 }
 
-// The console says that something failed; why, only the log of its process knows.
-std::string Explain(std::string reply, const Peer& peer) {
-  while (!reply.empty() && reply.back() == '\n') reply.pop_back();
-  for (auto at = reply.find('\n'); at != std::string::npos; at = reply.find('\n')) reply.replace(at, 1, "; ");
-  if (reply.rfind("Failed to ", 0) == 0) return reply + "; the log of " + Describe(peer) + " says why";
-  if (reply.rfind("Unknown command ", 0) == 0) return reply + "; 'help' lists the commands";
-  return reply;
+// The first route or block among the arguments that is not there, in words; empty: all are.
+std::string UnknownName(const Command& command, const Words& words, const Report& report) {
+  const RouteStatus* route = nullptr;
+  const std::size_t given = std::min(command.arguments.size(), words.size() - 1);
+  for (std::size_t i = 0; i < given; ++i) {
+    const std::string& name = words[i + 1];
+    if (command.arguments[i].takes == Takes::ROUTE && !(route = report.Route(name))) return "there is no " + name;
+    if (command.arguments[i].takes == Takes::BLOCK && !route->Block(name)) return route->name + " has no " + name;
+  }
+  return {};
 }
 
 }  // namespace
@@ -47,9 +52,22 @@ Result Shell::Ask(const Words& words, std::string& reply) {
   Answer answer = vrdb::Ask(command, patience);
   if (answer.outcome != Outcome::ANSWERED) return {ToExitCode(answer.outcome), answer.text};
   process = answer.peer;
-  if (SaysFailure(words, answer.text)) return {FAILED, Explain(answer.text, process)};
+  if (SaysFailure(words, answer.text)) return {FAILED, Explain(words, answer.text)};
   reply = std::move(answer.text);
   return {};
+}
+
+// The console says that something failed. Why, its process logs, but not that a name leads nowhere.
+std::string Shell::Explain(const Words& words, std::string reply) {
+  while (!reply.empty() && reply.back() == '\n') reply.pop_back();
+  for (auto at = reply.find('\n'); at != std::string::npos; at = reply.find('\n')) reply.replace(at, 1, "; ");
+  if (reply.rfind("Unknown command ", 0) == 0) return reply + "; 'help' lists the commands";
+  if (reply.rfind("Failed to ", 0) != 0) return reply;
+  std::string report;
+  const Command* command = FindCommand(words.front());
+  const bool known = command && Ask({"status"}, report).code == DONE;
+  const std::string unknown = known ? UnknownName(*command, words, ParseStatus(report)) : "";
+  return reply + "; " + (unknown.empty() ? "the log of " + Describe(process) + " says why" : unknown);
 }
 
 Result Shell::Knock() {

@@ -49,6 +49,9 @@ class Shell {
   Patience patience;
 
  private:
+  /** A failure in one line, with its reason or where to look for it. */
+  std::string Explain(const Words& words, std::string reply);
+
   Peer process;
 };
 

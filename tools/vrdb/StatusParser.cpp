@@ -97,12 +97,16 @@ bool ReadFifo(std::string_view line, FifoStatus& fifo) {
   return static_cast<bool>(scanner.Text(" (").Number(fifo.percent).Text("%)"));
 }
 
+template <typename One>
+const One* FindByName(const std::vector<One>& all, std::string_view wanted) {
+  const auto found = std::find_if(all.begin(), all.end(), [&](const One& one) { return one.name == wanted; });
+  return found == all.end() ? nullptr : &*found;
+}
+
 }  // namespace
 
-const RouteStatus* Report::Route(std::string_view name) const {
-  const auto found = std::find_if(routes.begin(), routes.end(), [&](const auto& route) { return route.name == name; });
-  return found == routes.end() ? nullptr : &*found;
-}
+const BlockStatus* RouteStatus::Block(std::string_view wanted) const { return FindByName(blocks, wanted); }
+const RouteStatus* Report::Route(std::string_view name) const { return FindByName(routes, name); }
 
 std::string_view TakeReportLine(std::string_view& text) {
   const auto end = text.substr(0, LONGEST_LINE).find('\n');

@@ -33,6 +33,8 @@ struct RouteStatus {
   std::uint64_t frames = 0;
   std::uint64_t errors = 0;
   std::vector<BlockStatus> blocks;
+
+  const BlockStatus* Block(std::string_view wanted) const;
 };
 
 struct FifoStatus {

@@ -49,7 +49,8 @@ ls dump/*.pcm >out 2>err || fail "examples: no dump"
 expect 0 "No route" vrdb status
 
 # How a command ends.
-expect 1 "Failed to start route; the log of process ${pids[0]}" vrdb start RouteQ
+expect 1 "Failed to create route; the log of process ${pids[0]}" vrdb newroute Routea
+expect 1 "Failed to start route; there is no RouteQ" vrdb start RouteQ
 expect 1 "Unknown command 'Status'" vrdb Status
 expect 1 "Can't find RouteQ" vrdb delete RouteQ '!'
 expect 1 "Failed to set dump log file; Done" vrdb setdump /nowhere
@@ -61,7 +62,7 @@ expect 2 "not both" vrdb -f x status
 expect 2 "cannot read" vrdb -f nowhere
 expect 2 "cannot read" vrdb -f ""
 expect 0 "No route" vrdb -- status
-expect 1 "did not take everything" bash -c 'vrdb top --batch -i 0.01 >/dev/full'
+expect 1 "did not take everything" timeout 20 bash -c 'vrdb top --batch -i 0.01 >/dev/full'
 expect 0 "newlink ROUTE RATE" vrdb newlink --help
 grep -q $'\e' out && fail "colours in a pipe"
 kill -STOP "${pids[0]}"
@@ -76,6 +77,7 @@ expect 0 "RouteB" vrdb status
 grep -q "Route[CZ]" out && fail "went on after the failure, or did what was given up on"
 expect 1 "script:1: Failed to create route" vrdb -k -f script
 expect 0 "RouteC" vrdb status
+expect 1 "Failed to set parameter; RouteC has no x" vrdb setparam RouteC x 1 2
 printf 'quit\nnewroute RouteD\n' | vrdb >out 2>err || fail "quit"
 printf 'stop "Route B"\n' | vrdb >out 2>err; grep -q "standard input:1: \"Route: quotes keep no blank" err || fail "quotes"
 
