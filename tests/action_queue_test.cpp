@@ -38,6 +38,32 @@ TEST_F(RouteTest, CarriesOutBatchesInOrderAndWhole) {
   EXPECT_EQ(teller->told, 2 * 4 * 50 * 30);
 }
 
+struct Interceptor : RouteImpl {
+  using RouteImpl::RouteImpl;
+  void ExecuteActions(Action* actions, std::size_t) override {
+    seen += std::to_string(static_cast<int>(actions->type));
+  }
+  std::string seen;
+};
+
+// Red if an operation goes another way than through ExecuteActions, or answers what no handler wrote.
+TEST_F(RouteTest, SendsAllItAsksForThroughExecuteActions) {
+  Interceptor derived("RouteI", nullptr, "");
+  Block* block = Add(*route, ALONE, "a");
+  std::vector<std::string> texts;
+  EXPECT_FALSE(derived.NewBlock("libprobe.so", true, true, {}) || Join(derived, block, block));
+  const std::vector<int> answers{derived.Start(),
+                                 derived.SetParameter(block, 1, {}),
+                                 derived.GetParameter(block, 1, texts),
+                                 derived.Reset(block),
+                                 derived.Stop(),
+                                 derived.Delete(block),
+                                 derived.DeleteAll()};
+  EXPECT_EQ(answers, std::vector<int>(7, -20));
+  derived.SetDump("");
+  EXPECT_EQ(derived.seen, "01234567810");
+}
+
 // Red if a bad argument reaches the queue, or a good one does not.
 TEST_F(RouteTest, RefusesBadArgumentsBeforeTheQueue) {
   Probe *a = Add(*route, ALONE, "a"), *none = nullptr;

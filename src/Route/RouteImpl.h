@@ -23,7 +23,7 @@
 
 namespace vorn {
 
-class RouteImpl final : public Route {
+class RouteImpl : public Route {
  public:
   enum Status : std::int32_t { STOPPED = 0, RUNNING = 1, BROKEN_RUNNING = 2, EXIT = 3 };
 
