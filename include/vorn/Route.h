@@ -159,8 +159,8 @@ class VORN_API Route {
    * STOP_ERROR and waits; once an action mends the graph it runs on its own.
    *
    * A block that is added while the route runs is started before the next frame cycle. If that fails, the route's
-   * thread ends: there is nobody to tell, and every later operation of this route waits for ever. Add such a block
-   * while the route is stopped.
+   * thread ends: there is nobody to tell, and whatever waits for this route from then on waits for ever, DeleteRoute
+   * and the end of the process included. Add such a block while the route is stopped.
    *
    * @return 0, also when it runs already, or the first negative result of a block's Start().
    */

@@ -1,18 +1,25 @@
 /**
  * Vorn runs audio graphs inside your process.
  *
+ *     #include <future>
  *     #include <vorn/Vorn.h>
  *
+ *     struct Ending : vorn::Route::Callbacks {
+ *       std::promise<void> stopped;
+ *       void OnStopped(vorn::Route::StopReason) override { stopped.set_value(); }
+ *     } ending;
+ *
  *     int main() {
- *       vorn::Route* route = vorn::Vorn::Instance()->NewRoute("RouteA", nullptr);
+ *       vorn::Route* route = vorn::Vorn::Instance()->NewRoute("RouteA", &ending);
  *       vorn::Block* in = route->NewBlock("libfilesource.so", true, false, {"in.wav"});
  *       vorn::Block* out = route->NewBlock("libfilesink.so", false, true, {"out.wav"});
  *       if (!route->NewLink(48000, vorn::SampleFormat::S16_LE, 2, 480, in, 0, out, 0)) return 1;
- *       return route->Start();
+ *       if (route->Start() != 0) return 1;
+ *       ending.stopped.get_future().wait();  // the route runs on a thread of its own, and ends with the process
  *     }
  *
  * Creations return nullptr and other calls a negative number on failure; the log says why. Nothing is thrown across
- * this interface but the standard library's own failures to allocate.
+ * this interface but what the standard library throws where memory or threads run out.
  *
  * The first call of Instance() reads /etc/vorn.conf:
  *
@@ -60,7 +67,8 @@ class VORN_API Vorn {
    * Makes a FIFO, named fifo_ and the lowest free number.
    *
    * @param rate Hz, for the time stamps; 0: the FIFO keeps none. @param sampleSize bytes of one sample, all channels.
-   * @param capacity samples that fit. @param prefill samples of silence it starts with, at most the capacity.
+   * @param capacity samples that fit. @param prefill samples of silence it starts with; what is beyond the
+   *        capacity, or below 0, does not count.
    * @return the FIFO, valid until DeleteFIFO.
    * Throws std::length_error for sizes that no memory holds, a negative capacity among them.
    * Thread: as NewRoute.
