@@ -25,8 +25,9 @@ std::string ReadingsText(const GraphPlan& plan, const Session& session, std::siz
   std::string text;
   for (const Reading& reading : ReadingsOf(plan, session, node)) {
     if (std::isnan(reading.value) || reading.unit == "s" || reading.unit == "samples") continue;
-    char number[32];
-    std::snprintf(number, sizeof number, " %.4g", reading.value);
+    const bool isLarge = std::fabs(reading.value) >= 1000;  // counts above all: no exponents, please
+    char number[320];
+    std::snprintf(number, sizeof number, isLarge ? " %.0f" : " %.4g", reading.value);
     text += (text.empty() ? "block '" + plan.graph.nodes[node].name + "': " : ", ") + reading.name + number;
     if (!reading.unit.empty()) text += ' ' + reading.unit;
   }

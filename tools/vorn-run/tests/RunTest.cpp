@@ -158,11 +158,11 @@ TEST_F(VornRun, CountsErrorFramesAndGoesOn) {
 }
 
 TEST_F(VornRun, SaysWhatItsBlocksMeasured) {
-  const std::vector<std::string> args = {"--json", "-e", "moody 1000 ! moody measure=yes"};
+  const std::vector<std::string> args = {"--json", "-e", "moody 20000 ! moody measure=yes"};
   const Ended ended = Run(args);
-  EXPECT_TRUE(ended.err.ends_with(" error frames\nvorn-run: block 'moody_1': last 999.2 steps\n")) << ended.err;
+  EXPECT_TRUE(ended.err.ends_with(" error frames\nvorn-run: block 'moody_1': last 19999 steps\n")) << ended.err;
   const auto readings = nlohmann::json::parse(ended.out)["readings"];
-  EXPECT_EQ(readings["moody_1"]["last"], 999.25);
+  EXPECT_EQ(readings["moody_1"]["last"], 19999.25);
   EXPECT_TRUE(readings["moody_0"]["last"].is_null());
 }
 
