@@ -1,12 +1,8 @@
 // What filesource and filesink share: a file of libsndfile, and which sample format carries its samples without loss.
 #pragma once
 
-#include <fcntl.h>
 #include <sndfile.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -17,9 +13,9 @@
 #include <vorn/SampleCodec.h>
 #include <vorn/kit/Streams.h>
 
-namespace soundfile {
+#include "FileBytes.h"
 
-constexpr long BATCH_BYTES = 65536;  // read or written at a time, at least
+namespace soundfile {
 
 constexpr bool IS_BIG_ENDIAN_HOST = __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__;
 constexpr vorn::SampleFormat NATIVE_S16 = IS_BIG_ENDIAN_HOST ? vorn::SampleFormat::S16_BE : vorn::SampleFormat::S16_LE;
@@ -108,30 +104,26 @@ class SoundFile {
   // Opens for reading or for writing anew. @return empty, or what went wrong, without the path.
   std::string Open(const std::string& path, int mode) {
     Close();
-    const int flags = mode == SFM_READ ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC;
-    fd = open(path.c_str(), flags | O_CLOEXEC, 0666);
-    if (fd < 0) return std::strerror(errno);
-    if (struct stat status{}; fstat(fd, &status) == 0 && S_ISDIR(status.st_mode)) return std::strerror(EISDIR);
-    systemError = 0;
-    const bool isPipe = lseek(fd, 0, SEEK_CUR) < 0;
+    if (const int error = bytes.Open(path, mode)) return std::strerror(error);
     static SF_VIRTUAL_IO io{&Length, &Seek, &ReadBytes, &WriteBytes, &Tell};
-    file.reset(isPipe ? sf_open_fd(fd, mode, &info, SF_FALSE) : sf_open_virtual(&io, mode, &info, this));
-    return file && systemError == 0 ? std::string() : Error();
+    file.reset(bytes.IsPipe() ? sf_open_fd(bytes.Descriptor(), mode, &info, SF_FALSE)
+                              : sf_open_virtual(&io, mode, &info, this));
+    return file && bytes.SystemError() == 0 ? std::string() : Error();
   }
 
   // Finishes the file, header and all. @return as Open.
   std::string Close() {
     file.reset();
-    const std::string error = systemError != 0 ? Error() : std::string();
-    if (fd >= 0) close(fd);
-    fd = -1;
-    return error;
+    bytes.Close();
+    return bytes.SystemError() != 0 ? Error() : std::string();
   }
 
   bool IsOpen() const { return file != nullptr; }
   SNDFILE* Handle() { return file.get(); }
-  bool HasFailed() { return systemError != 0 || (file && sf_error(file.get()) != SF_ERR_NO_ERROR); }
-  std::string Error() { return systemError != 0 ? std::strerror(systemError) : sf_strerror(file.get()); }
+  bool HasFailed() { return bytes.SystemError() != 0 || (file && sf_error(file.get()) != SF_ERR_NO_ERROR); }
+  std::string Error() {
+    return bytes.SystemError() != 0 ? std::strerror(bytes.SystemError()) : sf_strerror(file.get());
+  }
 
   // Says in which format Read and Write see the samples, and makes room for `samples` at a time.
   void Carry(vorn::SampleFormat format, long samples) {
@@ -225,44 +217,16 @@ class SoundFile {
   }
 
   // What libsndfile calls.
-  static SoundFile& Self(void* self) { return *static_cast<SoundFile*>(self); }
-  static sf_count_t Length(void* self) {
-    struct stat status {};
-    return Self(self).Noting(fstat(Self(self).fd, &status)) < 0 ? -1 : status.st_size;
-  }
-  static sf_count_t Seek(sf_count_t offset, int whence, void* self) {
-    return Self(self).Noting(lseek(Self(self).fd, offset, whence));
-  }
-  static sf_count_t Tell(void* self) { return Self(self).Noting(lseek(Self(self).fd, 0, SEEK_CUR)); }
-  static sf_count_t ReadBytes(void* to, sf_count_t count, void* self) {
-    return Self(self).Transfer(count, [&](sf_count_t done) {
-      return read(Self(self).fd, static_cast<char*>(to) + done, static_cast<std::size_t>(count - done));
-    });
-  }
+  static FileBytes& BytesOf(void* self) { return static_cast<SoundFile*>(self)->bytes; }
+  static sf_count_t Length(void* self) { return BytesOf(self).Length(); }
+  static sf_count_t Seek(sf_count_t offset, int whence, void* self) { return BytesOf(self).Seek(offset, whence); }
+  static sf_count_t Tell(void* self) { return BytesOf(self).Tell(); }
+  static sf_count_t ReadBytes(void* to, sf_count_t count, void* self) { return BytesOf(self).Read(to, count); }
   static sf_count_t WriteBytes(const void* from, sf_count_t count, void* self) {
-    return Self(self).Transfer(count, [&](sf_count_t done) {
-      return write(Self(self).fd, static_cast<const char*>(from) + done, static_cast<std::size_t>(count - done));
-    });
+    return BytesOf(self).Write(from, count);
   }
 
-  template <class Call>
-  sf_count_t Transfer(sf_count_t count, const Call& call) {
-    sf_count_t done = 0;
-    while (done < count) {
-      const ssize_t moved = call(done);
-      if (moved < 0 && errno == EINTR) continue;
-      if (Noting(moved) <= 0) break;
-      done += moved;
-    }
-    return done;
-  }
-  long Noting(long result) {
-    if (result < 0 && systemError == 0) systemError = errno;
-    return result;
-  }
-
-  int fd = -1;
-  int systemError = 0;  // the first since Open
+  FileBytes bytes;
   std::unique_ptr<SNDFILE, Closer> file;
   vorn::SampleFormat wanted = vorn::SampleFormat::S16_LE;
   vorn::SampleFormat carrier = NATIVE_S16;

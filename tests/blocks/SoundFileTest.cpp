@@ -198,6 +198,31 @@ TEST_F(SoundFiles, OggPassesAsFloat) {
   for (std::size_t i = 1000; i < 49000; ++i) ASSERT_NEAR(coded.values[i], sine[i], 0.05);
 }
 
+long ReadsAndWritesMade() {
+  std::ifstream io("/proc/self/io");  // "syscr: 123"
+  long reads = 0, writes = 0;
+  for (std::string word; io >> word;) {
+    if (word == "syscr:") io >> reads;
+    if (word == "syscw:") io >> writes;
+  }
+  return reads + writes;
+}
+
+// Red if small frames, or the small pieces of a codec, go to the system one by one.
+TEST_F(SoundFiles, FilesAreReadAndWrittenInBatches) {
+  const std::vector<double> noise = Scaled(testkit::RandomNumbers(SampleFormat::S16_LE, 2000000), 1 / 65536.0);
+  for (const auto& [ending, format] : {std::pair{"wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16},
+                                       {"flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16},
+                                       {"ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS}}) {
+    const std::string in = scratch / "in." + ending;
+    WriteSound(in, format, 1, noise);
+    const auto batches = static_cast<long>(std::filesystem::file_size(in) / 65536);
+    const long before = ReadsAndWritesMade();
+    ASSERT_EQ(Copy({in}, {scratch / "out." + ending}, StreamSpec{48000, SampleFormat::S16_LE, 1, 16}), END_OF_FILE);
+    EXPECT_LT(ReadsAndWritesMade() - before, 2 * batches + 60) << ending;  // the log has its lines
+  }
+}
+
 // Red if a part is off by one, a loop has a gap, or a stop or a new start leaves a file unfinished or mixed with what
 // was there.
 TEST_F(SoundFiles, PartsLoopsStopsAndStartsAreExact) {
