@@ -19,15 +19,15 @@ using Row = std::array<std::string, 6>;
 
 bool IsNumber(const std::string& word) { return word.find_first_not_of("0123456789") == std::string::npos; }
 
-// Blanks in a value come as %20; the value "-" is an empty one.
-std::string Unescape(const std::string& value) {
+// Blanks in a field come as %20, a percent sign as %25.
+std::string Unescape(const std::string& field) {
   std::string text;
-  for (std::size_t i = 0; i < value.size() && value != "-"; ++i) {
-    if (value[i] == '%' && i + 2 < value.size()) {
-      text += static_cast<char>(std::strtol(value.substr(i + 1, 2).c_str(), nullptr, 16));
+  for (std::size_t i = 0; i < field.size(); ++i) {
+    if (field[i] == '%' && i + 2 < field.size()) {
+      text += static_cast<char>(std::strtol(field.substr(i + 1, 2).c_str(), nullptr, 16));
       i += 2;
     } else {
-      text += value[i];
+      text += field[i];
     }
   }
   return text;
@@ -70,7 +70,8 @@ std::vector<Parameter> ParseParameters(std::string_view text) {
     const Words words = Split(text.substr(0, end)).words;
     text.remove_prefix(std::min(end + 1, text.size()));
     if (words.size() < 6 || !IsNumber(words[0])) continue;
-    table.push_back({words[0], words[1], words[2], words[3], Unescape(words[4]), words[5]});
+    const std::string value = words[4] == "-" ? "" : Unescape(words[4]);
+    table.push_back({words[0], words[1], Unescape(words[2]), Unescape(words[3]), value, words[5]});
   }
   return table;
 }
