@@ -2,6 +2,7 @@
 
 #include <histedit.h>
 #include <sys/ioctl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
@@ -157,10 +158,18 @@ class Session {
   LineHistory history;
 };
 
+// Somebody else's console is not known to turn us away before it is asked something.
+Result Greet(Shell& shell) {
+  const Result knocked = shell.Knock();
+  if (knocked.code != DONE || geteuid() == 0 || geteuid() == shell.Process().uid) return knocked;
+  std::string report;
+  return shell.Ask({"status"}, report);
+}
+
 }  // namespace
 
 int RunSession(Shell& shell) {
-  if (const Result result = shell.Knock(); result.code != DONE) {
+  if (const Result result = Greet(shell); result.code != DONE) {
     std::fprintf(stderr, "vrdb: %s\n", result.message.c_str());
     return result.code;
   }
