@@ -160,6 +160,15 @@ class Interpreter {
       if (!(Shape(from, node) && (node.isFifo ? Fifo(from, node) : BlockNode(dot, from, node)))) return false;
       graph.nodes.push_back(std::move(node));
     }
+    return dot.clusters.empty() || NoRouteIsEmpty();
+  }
+
+  bool NoRouteIsEmpty() {
+    for (std::size_t i = 0; i < graph.routes.size(); ++i) {
+      const RouteDescription& route = graph.routes[i];
+      const auto isIn = [i](const Node& node) { return !node.isFifo && node.route == i; };
+      if (std::ranges::none_of(graph.nodes, isIn)) return Fail(route.at, route.name + " is empty; expected blocks");
+    }
     return true;
   }
 

@@ -13,6 +13,8 @@ class Reader {
  public:
   std::optional<Error> Add(const SplitWord& word) {
     if (IsJoint(word)) return Join(word.at);
+    if (!word.isQuoted && word.text.find('!') != word.text.npos)
+      return Error{word.at, "'" + word.text + "' has a '!' in it; put blanks around it, or quotes"};
     if (blockIsOpen) {
       graph.nodes.back().args.push_back(word);
     } else {

@@ -1,6 +1,7 @@
 #include "Topology.h"
 
 #include <algorithm>
+#include <bit>
 
 #include "StreamText.h"
 
@@ -133,6 +134,16 @@ class Connector {
   std::vector<std::uint32_t> usedIns;
 };
 
+/** Those that a block cannot do without are its first ones, whatever else is linked. */
+std::optional<Error> CheckFirstInputs(const GraphPlan& plan, std::size_t node, std::uint32_t least,
+                                      std::uint32_t linked) {
+  const auto missing = static_cast<std::uint32_t>(std::countr_one(linked));
+  if (missing >= least) return std::nullopt;
+  const Node& which = plan.graph.nodes[node];
+  return Error{which.at, "block " + Quoted(which.name) + " needs input " + std::to_string(missing) +
+                             ", but only others are linked"};
+}
+
 /** The ports of one side of a block against what its plug-in says of them. */
 std::optional<Error> CheckSide(const GraphPlan& plan, std::size_t node, bool input) {
   const BlockInfo* info = plan.blocks[node].plugIn.info;
@@ -142,16 +153,18 @@ std::optional<Error> CheckSide(const GraphPlan& plan, std::size_t node, bool inp
   const std::uint32_t least = input ? info->minInputs : info->minOutputs;
   const std::uint32_t most = input ? info->maxInputs : info->maxOutputs;
   std::uint32_t linked = 0;
+  std::uint32_t ports = 0;  // one bit each
   for (const LinkPlan& link : plan.links) {
     if ((input ? link.to : link.from) != node) continue;
     ++linked;
     const std::size_t port = input ? link.in : link.out;
+    ports |= 1U << port;
     if (port < most) continue;
     return Error{link.at,
                  who + " has no " + kind + ' ' + std::to_string(port) + "; it has " +
                      (most == 0 ? "none" : std::to_string(most) + (most == 1 ? ", number 0" : ", from number 0"))};
   }
-  if (linked >= least) return std::nullopt;
+  if (linked >= least) return input ? CheckFirstInputs(plan, node, least, ports) : std::nullopt;
   return Error{plan.graph.nodes[node].at,
                who + " needs " + std::to_string(least) + ' ' + kind + (least == 1 ? "" : "s") +
                    (linked == 0 ? std::string(", but nothing ") + (input ? "leads to it" : "takes from it")
@@ -171,6 +184,21 @@ std::optional<Error> CheckFifoUse(const GraphPlan& plan, std::size_t node) {
   return Error{plan.graph.nodes[node].at, "block " + Quoted(name) +
                                               " has no FIFO; add 'f [shape=ellipse]' and an edge " +
                                               (reads ? "'f -> " + name + "'" : "'" + name + " -> f'")};
+}
+
+/** What the file says of first or last, against the links and the plug-in. @param open nothing: it follows from them. */
+std::optional<Error> CheckOpenEnd(const GraphPlan& plan, std::size_t node, bool input, std::optional<bool> open) {
+  const std::size_t LinkPlan::*const end = input ? &LinkPlan::to : &LinkPlan::from;
+  const BlockInfo* info = plan.blocks[node].plugIn.info;
+  const bool isOpen = std::ranges::find(plan.links, node, end) == plan.links.end();
+  const bool mustBeClosed = info && (input ? info->minInputs : info->minOutputs) > 0;
+  if (!open || (*open ? !mustBeClosed : !isOpen)) return std::nullopt;
+  const std::string which = input ? "first" : "last";
+  const std::string kind = input ? "input" : "output";
+  const Node& block = plan.graph.nodes[node];
+  return Error{block.at, "block " + Quoted(block.name) + ": " + which +
+                             (*open ? "=true, but it needs an " + kind : "=false, but no " + kind + " is linked") +
+                             "; leave '" + which + "' out"};
 }
 
 class Order {
@@ -271,6 +299,8 @@ std::optional<Error> CheckEnds(GraphPlan& plan) {
     if (auto error = CheckFifoUse(plan, i)) return error;
     if (auto error = CheckSide(plan, i, true)) return error;
     if (auto error = CheckSide(plan, i, false)) return error;
+    if (auto error = CheckOpenEnd(plan, i, true, node.first)) return error;
+    if (auto error = CheckOpenEnd(plan, i, false, node.last)) return error;
     plan.blocks[i].first = node.first.value_or(std::ranges::find(plan.links, i, &LinkPlan::to) == plan.links.end());
     plan.blocks[i].last = node.last.value_or(std::ranges::find(plan.links, i, &LinkPlan::from) == plan.links.end());
   }

@@ -61,6 +61,7 @@ TEST(OneLiner, Reads) {
       {"a !\n ! b", "-e:2:2: expected a block in front"},
       {"a ! b x !", "-e:1:9: expected a block behind"},
       {"a\n  b 'c", "-e:2:5: this ' is never closed"},
+      {"a b! c", "-e:1:3: 'b!' has a '!' in it; put blanks around it, or quotes"},
       {"a b\\", "-e:1:4: a backslash ends the text"},
   };
   for (const auto& [text, shown] : cases)
@@ -132,6 +133,8 @@ const Case MISTAKES[] = {
      "f:1:41: 'RouteA' stands here a second"},
     {"digraph { subgraph cluster_RouteA { a } subgraph cluster_RouteB { b -> a } }",
      "f:1:72: node 'a' stands in RouteA and"},
+    {"digraph { subgraph cluster_RouteA { a } subgraph cluster_RouteB { f [shape=ellipse] } }",
+     "f:1:41: RouteB is empty; expected blocks"},
     {"digraph { subgraph cluster_RouteA { a } -> b }", "f:1:41: expected no edge from a route"},
     {"digraph { subgraph cluster_RouteA { a } a -> b }", "f:1:46: block 'b' is in none of the routes"},
     {"digraph { size=3 a }", "f:1:11: a graph has no attribute 'size'"},
