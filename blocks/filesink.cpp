@@ -121,24 +121,19 @@ class FileSink : public vorn::PluginBlock {
         .Example("filesink out.flac");
   }
 
+  static Refusal PlanStreams(const vorn::Parameters& parameters, const std::vector<vorn::Stream>& in,
+                             std::vector<vorn::Stream>&) {
+    SF_INFO info;
+    return in.empty() ? Refusal() : ChooseFile(parameters, in[0], info);
+  }
+
   ~FileSink() override { Finish(); }
 
  protected:
   int Prepare() override {
+    const Refusal refusal = ChooseFile(Table(), vorn::StreamOf(In()), file.info);
+    if (!refusal.empty()) return Refuse(refusal);
     const std::string& path = Text(PATH);
-    const std::string ending = Text(CONTAINER).empty() ? EndingOf(path) : Text(CONTAINER);
-    const int container = ContainerOf(ending);
-    if (container == 0) {
-      return Refuse(path + ": '" + ending +
-                    "' is no kind of sound file; takes wav, flac, ogg and others, or container=");
-    }
-    file.info = {};
-    file.info.samplerate = static_cast<int>(In().rate);
-    file.info.channels = static_cast<int>(In().channels);
-    if (!ChooseEncoding(file.info, container, ending, In().format)) {
-      return Refuse(vorn::Misfit::Label(true, 0) + ": got " + vorn::StreamText(vorn::StreamOf(In())) + ", " + path +
-                    " takes " + Takes(file.info, container, ending, In().format));
-    }
     const std::string error = file.Open(path, SFM_WRITE);
     if (!error.empty()) return Refuse(path + ": " + error);
     return Configure(), 0;
@@ -169,6 +164,25 @@ class FileSink : public vorn::PluginBlock {
   }
 
  private:
+  // Completes `info` with the kind of file for a stream. @return what is wrong with it, or empty.
+  static Refusal ChooseFile(const vorn::Parameters& parameters, vorn::Stream in, SF_INFO& info) {
+    const std::string& path = parameters.Text(PATH);
+    const std::string& named = parameters.Text(CONTAINER);
+    const std::string ending = named.empty() ? EndingOf(path) : named;
+    const int container = ContainerOf(ending);
+    if (container == 0) {
+      return path + ": '" + ending + "' is no kind of sound file; takes wav, flac, ogg and others, or container=";
+    }
+    info = {};
+    info.samplerate = static_cast<int>(in.rate);
+    info.channels = static_cast<int>(in.channels);
+    const auto format = static_cast<SampleFormat>(in.format);
+    if (in.rate == 0 || in.channels == 0 || in.format < 0 || ChooseEncoding(info, container, ending, format)) return {};
+    in.length = -1;
+    return vorn::Misfit::Label(true, 0) + ": got " + vorn::StreamText(in) + ", " + path + " takes " +
+           Takes(info, container, ending, format);
+  }
+
   void Configure() {
     SNDFILE* handle = file.Handle();
     // A chunk with the peak and the time would make files of the same samples differ.

@@ -92,6 +92,17 @@ const Case CASES[] = {
      {STEREO},
      {MONO},
      "output 0: got 1 channel, takes 2 channels as " + SWH + "sc3 does; put 'remap' after it"},
+    {"filesink",
+     {"x.txt"},
+     {LINK},
+     {},
+     "x.txt: 'txt' is no kind of sound file; takes wav, flac, ogg and others, or container="},
+    {"filesink",
+     {"x", "container=flac"},
+     {{1, 48000, 1, 9, 480, -1}},
+     {},
+     "input 0: got rate=48000 format=S16_LE channels=9 frame=480, x takes up to 8 channels; put a 'remap' before it"},
+    {"filesink", {"x.wav"}, {MONO}, {}, ""},
     {"remap", {"0 1"}, {MONO}, {LINK}, "map '0 1': expected one of , / + - * .. or the end at '1'"},
 };
 
