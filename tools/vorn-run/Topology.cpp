@@ -256,11 +256,11 @@ class Order {
           waitsFor[path.back()], [&](std::size_t from) { return std::ranges::find(rest, from) != rest.end(); }));
     }
     path.erase(path.begin(), std::ranges::find(path, path.back()));
-    std::string text;
-    for (auto i = path.rbegin(); i != path.rend(); ++i)
-      text += (text.empty() ? "" : " -> ") + plan.graph.nodes[*i].name;
     const auto closing = std::ranges::find_if(
         plan.links, [&](const LinkPlan& link) { return link.from == path[1] && link.to == path[0]; });
+    std::ranges::reverse(path);
+    std::string text;
+    for (const std::size_t node : path) text += (text.empty() ? "" : " -> ") + plan.graph.nodes[node].name;
     return {closing->at, text + " is a cycle; close it by a FIFO with a prefill, or not at all"};
   }
 
