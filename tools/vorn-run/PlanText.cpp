@@ -49,12 +49,12 @@ Row RowOf(const GraphPlan& plan, const FifoPlan& fifo) {
           size};
 }
 
-/** As a DOT string, in which a dollar is one. Not for a text that IsHardToWrite. */
-std::string DotText(const std::string& text) {
+/** As a DOT string. Not for a text that IsHardToWrite. @param dollar how it is written: in values, not in names. */
+std::string DotText(const std::string& text, const char* dollar = "$$") {
   std::string quoted = "\"";
   for (const char c : text) {
     if (c == '"') quoted += '\\';
-    quoted.append(c == '$' ? 2 : 1, c);
+    quoted += c == '$' ? std::string(dollar) : std::string(1, c);
   }
   return quoted + '"';
 }
@@ -68,10 +68,12 @@ bool IsPlainId(const std::string& text) {
          std::ranges::find(KEYWORDS, word) == std::end(KEYWORDS);
 }
 
-std::string DotId(const std::string& text) {
+std::string DotId(const std::string& text, const char* dollar = "$$") {
   const bool isNumber = NumberIn(text, std::numeric_limits<long>::min(), std::numeric_limits<long>::max()).has_value();
-  return isNumber || IsPlainId(text) ? text : DotText(text);
+  return isNumber || IsPlainId(text) ? text : DotText(text, dollar);
 }
+
+std::string NodeId(const std::string& name) { return DotId(name, "$"); }
 
 /** DOT has no way to write a backslash at the end of a string or before a quote. Arguments have: see QuoteWord. */
 bool IsHardToWrite(const std::string& text) { return text.ends_with('\\') || text.find("\\\"") != text.npos; }
@@ -103,7 +105,7 @@ class DotWriter {
   }
 
   void Block(const Node& node) {
-    dot += "    " + DotId(node.name) + " [block=" + DotId(node.plugIn.text);
+    dot += "    " + NodeId(node.name) + " [block=" + DotId(node.plugIn.text);
     std::string args;
     for (const Word& arg : node.args) args += ' ' + QuoteWord(arg.text);
     std::string parameters;
@@ -111,7 +113,7 @@ class DotWriter {
       if (IsHardToWrite(parameter.value) || IsReservedAttribute(parameter.name)) {
         args += ' ' + QuoteWord(parameter.name + '=' + parameter.value);
       } else {
-        parameters += ", " + DotId(parameter.name) + '=' + DotId(parameter.value);
+        parameters += ", " + DotId(parameter.name, "$") + '=' + DotId(parameter.value);
       }
     }
     if (!args.empty()) dot += ", args=" + DotText(args.substr(1));
@@ -130,8 +132,8 @@ class DotWriter {
   }
 
   void Link(const LinkPlan& link) {
-    dot += "    " + DotId(nodes[link.from].name) + Port(link.from, link.out, &LinkPlan::from) + " -> " +
-           DotId(nodes[link.to].name) + Port(link.to, link.in, &LinkPlan::to) + " [" + Fields(link.stream) +
+    dot += "    " + NodeId(nodes[link.from].name) + Port(link.from, link.out, &LinkPlan::from) + " -> " +
+           NodeId(nodes[link.to].name) + Port(link.to, link.in, &LinkPlan::to) + " [" + Fields(link.stream) +
            ", frame=" + std::to_string(link.stream.frame) + ", label=\"" + Label(link.stream) + "\"]\n";
   }
 
@@ -151,10 +153,10 @@ class DotWriter {
   }
 
   void Fifo(const FifoPlan& fifo) {
-    const std::string name = DotId(nodes[fifo.node].name);
+    const std::string name = NodeId(nodes[fifo.node].name);
     dot += "  " + name + " [shape=ellipse, capacity=" + std::to_string(fifo.capacity) +
-           ", prefill=" + std::to_string(fifo.prefill) + "]\n  " + DotId(nodes[fifo.writer].name) + " -> " + name +
-           " -> " + DotId(nodes[fifo.reader].name) + " [" + Fields(fifo.stream) + "]\n";
+           ", prefill=" + std::to_string(fifo.prefill) + "]\n  " + NodeId(nodes[fifo.writer].name) + " -> " + name +
+           " -> " + NodeId(nodes[fifo.reader].name) + " [" + Fields(fifo.stream) + "]\n";
   }
 
   const GraphPlan& plan;

@@ -67,6 +67,7 @@ const Case PLANS[] = {
      "s:0>any:0 44100 BYTE 1 7; any:0>sink:0 16000 BYTE 1 9; "},
     {"rate=50 any -> sink", "any:0>sink:0 50 S16_LE 2 1; "},
     {"any -> sink", "any:0>sink:0 48000 S16_LE 2 480; "},
+    {"\"a$b\" [block=any] \"a$b\" -> sink", "a$b:0>sink:0 48000 S16_LE 2 480; "},
     {"s [block=source args=x] bare -> t; t [block=any] t -> bare2 bare2 [block=bare] s -> t:2",
      "bare:0>t:0 48000 S16_LE 6 480; t:0>bare2:0 48000 S16_LE 6 480; s:0>t:2 44100 S16_LE 1 441; "},
     // Ports: those that are said, and the lowest free ones, also under those said later.
