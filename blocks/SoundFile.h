@@ -193,8 +193,8 @@ class SoundFile {
   sf_count_t SamplesToBytes(long samples) const {
     return samples * info.channels * static_cast<long>(vorn::BytesPerSample(wanted));
   }
-  long BytesToSamples(sf_count_t bytes) const {
-    return bytes <= 0 ? 0 : bytes / (info.channels * static_cast<long>(vorn::BytesPerSample(wanted)));
+  long BytesToSamples(sf_count_t size) const {
+    return size <= 0 ? 0 : size / (info.channels * static_cast<long>(vorn::BytesPerSample(wanted)));
   }
 
   long ReadCarrier(void* to, long samples) {
