@@ -74,7 +74,8 @@ TEST(Connection, SendsNothingBeforeItsTurn) {
 
 // Red if a setting by name goes to another parameter than the named one, or the console is sent a name.
 TEST(Shell, SetsParametersByName) {
-  const std::string table = "0 mode - low|high low live\n7 gain dB -120..60 -6 live\nrubbish\n9 file %25 - a%20b read\n";
+  const std::string table =
+      "0 mode - low|high low live\n7 gain dB -120..60 -6 live\nrubbish\n9 file %25 - a%20b read\n";
   FakeConsole console([&](int client, const std::string& command) {
     if (command == "getparam RouteA gain_0 4294967040") return Put(client, table + "\0"s);
     return Put(client, (command == "setparam RouteA gain_0 7 -6" ? "Success\n" : "Failed to set parameter\n") + "\0"s);
