@@ -170,6 +170,7 @@ class FileSink : public vorn::PluginBlock {
     const std::string& named = parameters.Text(CONTAINER);
     const std::string ending = named.empty() ? EndingOf(path) : named;
     const int container = ContainerOf(ending);
+    if (ending.empty()) return path + ": has no ending such as .wav that says what kind of file it is, nor container=";
     if (container == 0) {
       return path + ": '" + ending + "' is no kind of sound file; takes wav, flac, ogg and others, or container=";
     }

@@ -46,7 +46,7 @@ class FileSource : public vorn::PluginBlock {
   static Refusal PlanStreams(const vorn::Parameters& parameters, const std::vector<vorn::Stream>&,
                              std::vector<vorn::Stream>& out) {
     Clip clip;
-    Refusal refusal = clip.Open(parameters);
+    Refusal refusal = clip.Look(parameters);
     const vorn::Stream stream = clip.Streamed(parameters);
     for (std::size_t i = 0; i < out.size() && refusal.empty(); ++i) {
       refusal = vorn::CheckSame(vorn::SAME_RATE | vorn::SAME_CHANNELS, false, i, out[i], stream, parameters.Text(PATH));
@@ -58,7 +58,7 @@ class FileSource : public vorn::PluginBlock {
  protected:
   int OutputStreams(std::vector<vorn::Stream>& streams) override {
     Clip probe;
-    const Refusal refusal = probe.Open(Table());
+    const Refusal refusal = probe.Look(Table());
     if (!refusal.empty()) return Refuse(refusal);
     streams = {probe.Streamed(Table())};
     return 0;
@@ -121,6 +121,15 @@ class FileSource : public vorn::PluginBlock {
         return path + ": " + error + (strange ? " If it has no header, say rate=, channels= and format=." : "");
       }
       return Cut(path, parameters);
+    }
+
+    // Opens what will be opened again to be played.
+    Refusal Look(const vorn::Parameters& parameters) {
+      Refusal refusal = Open(parameters);
+      if (!refusal.empty() || file.info.seekable != 0 || parameters.Choice(FORMAT) != 0) return refusal;
+      return parameters.Text(PATH) +
+             ": a pipe, whose header can be read once only; send samples without a header, and say rate=, channels= "
+             "and format=";
     }
 
     // A pipe has no length of its own.
