@@ -58,6 +58,7 @@ function(vorn_add_fuzz_target name)
   endif()
   math(EXPR timeout "${VORN_FUZZ_SECONDS} + 60")
   # libFuzzer's own exit status for a crash is the one that counts as skipped here.
-  vorn_add_command_test(${name} TIMEOUT ${timeout} COMMAND ${name} -max_total_time=${VORN_FUZZ_SECONDS} -timeout=10
+  # One seed, so that what turns the test red is a change; other seeds are for longer runs by hand.
+  vorn_add_command_test(${name} TIMEOUT ${timeout} COMMAND ${name} -seed=1 -max_total_time=${VORN_FUZZ_SECONDS} -timeout=10
                         -error_exitcode=1 -artifact_prefix=${PROJECT_BINARY_DIR}/fuzz/ ${inputs})
 endfunction()

@@ -75,8 +75,14 @@ std::string DotId(const std::string& text, const char* dollar = "$$") {
 
 std::string NodeId(const std::string& name) { return DotId(name, "$"); }
 
-/** DOT has no way to write a backslash at the end of a string or before a quote. Arguments have: see QuoteWord. */
-bool IsHardToWrite(const std::string& text) { return text.ends_with('\\') || text.find("\\\"") != text.npos; }
+/** DOT has no way to write some backslashes. Arguments have: see QuoteWord. */
+bool IsHardToWrite(const std::string& text) {
+  if (text.ends_with('\\')) return true;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (IsReadByDot(text, i)) return true;
+  }
+  return false;
+}
 
 class DotWriter {
  public:
