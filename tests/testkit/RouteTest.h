@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 #include "Route/RouteImpl.h"
 #include "testkit/Probe.h"
@@ -25,8 +26,9 @@ struct RouteTest : testing::Test {
 inline std::string Pointer(const void* address) { return (std::ostringstream() << address).str(); }
 
 inline std::string ContentOf(const std::filesystem::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
+  std::ostringstream content;
+  content << std::ifstream(path, std::ios::binary).rdbuf();  // does not throw where a thread ends that it reads about
+  return content.str();
 }
 
 /** A folder that goes with the object. */
