@@ -11,7 +11,7 @@
 
 namespace {
 
-using namespace vorn::run;
+using namespace vorn::graph;
 
 constexpr std::size_t MOST_EDGES = 200;  // the rest is more of the same, slowly
 
@@ -22,7 +22,7 @@ std::string DotOf(const Result<GraphDescription>& read) {
   const auto ask = [](std::size_t, const BlockPlan&) { return Result<std::vector<vorn::Stream>>(); };
   const auto plan = Resolve(*graph, plugIns, ask);
   if (const auto* error = std::get_if<Error>(&plan)) return ToString(*error).empty() ? std::abort(), "" : "";
-  return vorn::run::DotOf(std::get<GraphPlan>(plan));
+  return vorn::graph::DotOf(std::get<GraphPlan>(plan));
 }
 
 void Check(const Result<GraphDescription>& read) {

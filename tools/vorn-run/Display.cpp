@@ -8,6 +8,8 @@
 namespace vorn::run {
 namespace {
 
+using graph::Figures;
+
 [[gnu::format(printf, 1, 2)]] std::string Format(const char* format, ...) {
   char text[200];
   va_list args;
@@ -33,6 +35,15 @@ std::string Count(std::uint64_t count, const char* what) {
   return std::to_string(count) + ' ' + what + (count == 1 ? "" : "s");
 }
 
+/** 0:01:05.2 / 0:10:00.0, 440 times real time. */
+std::string ProgressText(const Figures& figures, double elapsedSeconds) {
+  std::string text = Clock(figures.areKnown ? figures.seconds : elapsedSeconds);
+  if (figures.length) text += " / " + Clock(*figures.length);
+  if (figures.areKnown) text += ", " + TimesRealTime(figures, elapsedSeconds);
+  if (figures.errorFrames > 0) text += ", " + Count(figures.errorFrames, "error frame");
+  return text;
+}
+
 }  // namespace
 
 Display::Display(bool quiet) : isQuiet(quiet), showsProgress(!quiet && isatty(STDERR_FILENO) == 1) {}
@@ -41,9 +52,9 @@ Display::~Display() {
   if (progressIsThere) std::fputs("\r\033[K", stderr);
 }
 
-void Display::Progress(const std::string& text) {
+void Display::Progress(const Figures& figures, double elapsedSeconds) {
   if (!showsProgress) return;
-  std::fprintf(stderr, "\r%s\033[K", text.c_str());
+  std::fprintf(stderr, "\r%s\033[K", ProgressText(figures, elapsedSeconds).c_str());
   progressIsThere = true;
 }
 
@@ -52,18 +63,10 @@ void Display::Line(const std::string& text) {
   progressIsThere = false;
 }
 
-void Display::Error(const std::string& text) { Line(text); }
+void Display::Complain(const std::string& text) { Line(text); }
 
 void Display::Say(const std::string& text) {
   if (!isQuiet) Line(text);
-}
-
-std::string ProgressText(const Figures& figures, double elapsedSeconds) {
-  std::string text = Clock(figures.areKnown ? figures.seconds : elapsedSeconds);
-  if (figures.length) text += " / " + Clock(*figures.length);
-  if (figures.areKnown) text += ", " + TimesRealTime(figures, elapsedSeconds);
-  if (figures.errorFrames > 0) text += ", " + Count(figures.errorFrames, "error frame");
-  return text;
 }
 
 std::string SummaryText(const Figures& figures, double elapsedSeconds) {

@@ -1,26 +1,25 @@
 // What the program says on standard error: lines, and below them one that moves when that is a terminal.
-#ifndef VORN_RUN_DISPLAY_H
-#define VORN_RUN_DISPLAY_H
+#pragma once
 
 #include <string>
 
-#include "Figures.h"
+#include "RunObserver.h"
 
 namespace vorn::run {
 
 /** Thread: one. */
-class Display {
+class Display final : public graph::RunObserver {
  public:
   explicit Display(bool quiet);
-  ~Display();
+  ~Display() override;
   Display(const Display&) = delete;
   Display& operator=(const Display&) = delete;
 
-  bool ShowsProgress() const { return showsProgress; }
-  void Progress(const std::string& text);
+  bool WantsProgress() const override { return showsProgress; }
+  void Progress(const graph::Figures& figures, double elapsedSeconds) override;
+  void Say(const std::string& text) override;
   /** Also when quiet. */
-  void Error(const std::string& text);
-  void Say(const std::string& text);
+  void Complain(const std::string& text) override;
 
  private:
   void Line(const std::string& text);
@@ -30,12 +29,7 @@ class Display {
   bool progressIsThere = false;
 };
 
-/** 0:01:05.2 / 0:10:00.0, 440 times real time. */
-std::string ProgressText(const Figures& figures, double elapsedSeconds);
-
 /** 6000 frames, 60 s of audio in 0.136 s (440 times real time), 0 error frames. */
-std::string SummaryText(const Figures& figures, double elapsedSeconds);
+std::string SummaryText(const graph::Figures& figures, double elapsedSeconds);
 
 }  // namespace vorn::run
-
-#endif

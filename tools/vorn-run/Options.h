@@ -1,6 +1,5 @@
 // The command line.
-#ifndef VORN_RUN_OPTIONS_H
-#define VORN_RUN_OPTIONS_H
+#pragma once
 
 #include <chrono>
 #include <optional>
@@ -15,7 +14,7 @@ namespace vorn::run {
 struct Options {
   std::optional<std::string> pipeline;
   std::string graphFile;  ///< "-" is standard input.
-  Variables variables;
+  graph::Variables variables;
   std::vector<std::string> settings;
   bool checks = false;
   bool writesDot = false;
@@ -31,5 +30,3 @@ struct Options {
 std::variant<Options, int> ReadOptions(int argc, char** argv);
 
 }  // namespace vorn::run
-
-#endif

@@ -1,4 +1,4 @@
-// vorn-run: options, description, plan, session, run.
+// vorn-run: options, description, plan, live graph, run.
 #include <array>
 #include <csignal>
 #include <cstdio>
@@ -9,6 +9,7 @@
 #include <iostream>
 #include <iterator>
 
+#include "Display.h"
 #include "Json.h"
 #include "OneLiner.h"
 #include "Options.h"
@@ -19,6 +20,8 @@
 
 namespace vorn::run {
 namespace {
+
+using namespace graph;
 
 enum ExitStatus { ENDED = 0, FAILED = 1, NOT_BUILT = 2 };
 
@@ -41,12 +44,12 @@ Result<GraphDescription> Read(const Options& options) {
   return ReadGraphFile(std::get<std::string>(text), options.graphFile, options.variables);
 }
 
-std::optional<Error> PrepareDump(const std::string& folder, Session& session) {
+std::optional<Error> PrepareDump(const std::string& folder, LiveGraph& live) {
   if (folder.empty()) return std::nullopt;
   std::error_code problem;
   std::filesystem::create_directories(folder, problem);
   if (problem) return Error{{"--dump", 0, 0}, "'" + folder + "' cannot be made: " + problem.message()};
-  session.SetDump(folder);
+  live.SetDump(folder);
   return std::nullopt;
 }
 
@@ -72,36 +75,36 @@ class Program {
     for (std::size_t i = 0; i < graph.routes.size(); ++i) {
       callbacks.push_back(&watches.emplace_back(i, options.realtimePriority, events));
     }
-    Session session(graph, callbacks, log);
+    LiveGraph live(graph, callbacks, log);
     const auto plan = Resolve(
-        graph, plugIns, [&](std::size_t node, const BlockPlan& block) { return session.AskForStreams(node, block); });
+        graph, plugIns, [&](std::size_t node, const BlockPlan& block) { return live.AskForStreams(node, block); });
     if (const auto* error = std::get_if<Error>(&plan)) return Refuse(*error);
-    return Use(std::get<GraphPlan>(plan), session, events, log);
+    return Use(std::get<GraphPlan>(plan), live, events, log);
   }
 
  private:
-  int Use(const GraphPlan& plan, Session& session, RouteEvents& events, LogTail& log) {
+  int Use(const GraphPlan& plan, LiveGraph& live, RouteEvents& events, LogTail& log) {
     if (options.writesDot) return Print(DotOf(plan));
-    if (const auto error = session.Build(plan)) return Refuse(*error);
+    if (const auto error = live.Build(plan)) return Refuse(*error);
     if (options.checks) return Print(options.writesJson ? JsonOf(plan) : TableOf(plan));
-    if (const auto error = PrepareDump(options.dumpFolder, session)) return Refuse(*error);
+    if (const auto error = PrepareDump(options.dumpFolder, live)) return Refuse(*error);
 
-    Runner runner(plan, session, events, log, display);
+    Runner runner(plan, live, events, log, display);
     const RunResult result = runner.Run(options.duration);
-    if (result.error) display.Error(ToString(*result.error));
-    const Figures figures = FiguresOf(plan, session);
+    if (result.error) display.Complain(ToString(*result.error));
+    const Figures figures = FiguresOf(plan, live);
     const std::string how = result.signal ? strsignal(result.signal) : NameOf(result.end);
     if (!result.error || figures.frames > 0) display.Say(how + ": " + SummaryText(figures, result.elapsedSeconds));
     for (std::size_t i = 0; i < plan.blocks.size() && !result.error; ++i) {
-      if (const std::string text = ReadingsText(plan, session, i); !text.empty()) display.Say(text);
+      if (const std::string text = ReadingsText(plan, live, i); !text.empty()) display.Say(text);
     }
-    if (options.writesJson) Print(JsonOf(plan, session, result));
+    if (options.writesJson) Print(JsonOf(plan, live, result));
     if (result.end == RunResult::End::FAILURE) return FAILED;
     return result.signal ? -result.signal : ENDED;
   }
 
   int Refuse(const Error& error) {
-    display.Error(ToString(error));
+    display.Complain(ToString(error));
     return NOT_BUILT;
   }
 

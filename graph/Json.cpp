@@ -1,0 +1,111 @@
+#include "Json.h"
+
+#include <nlohmann/json.hpp>
+
+#include "Readings.h"
+
+namespace vorn::graph {
+namespace {
+
+using nlohmann::ordered_json;
+
+std::string Text(const ordered_json& json) {
+  // Names of files need not be UTF-8.
+  return json.dump(2, ' ', false, ordered_json::error_handler_t::replace) + '\n';
+}
+
+void AddStream(ordered_json& json, const Stream& stream) {
+  json["rate"] = stream.rate;
+  json["format"] = FormatName(static_cast<SampleFormat>(stream.format));
+  json["channels"] = stream.channels;
+}
+
+ordered_json BlockJson(const GraphPlan& plan, std::size_t node) {
+  const BlockPlan& block = plan.blocks[node];
+  return {{"name", plan.graph.nodes[node].name},
+          {"route", plan.graph.routes[plan.graph.nodes[node].route].name},
+          {"plugIn", block.plugIn.soFileName},
+          {"args", block.args},
+          {"first", block.first},
+          {"last", block.last}};
+}
+
+ordered_json LinkJson(const GraphPlan& plan, const LinkPlan& link) {
+  ordered_json json = {{"route", plan.graph.routes[link.route].name},
+                       {"from", plan.graph.nodes[link.from].name},
+                       {"output", link.out},
+                       {"to", plan.graph.nodes[link.to].name},
+                       {"input", link.in}};
+  AddStream(json, link.stream);
+  json["frame"] = link.stream.frame;
+  return json;
+}
+
+ordered_json FifoJson(const GraphPlan& plan, const FifoPlan& fifo) {
+  ordered_json json = {{"name", plan.graph.nodes[fifo.node].name},
+                       {"writer", plan.graph.nodes[fifo.writer].name},
+                       {"reader", plan.graph.nodes[fifo.reader].name}};
+  AddStream(json, fifo.stream);
+  json["capacity"] = fifo.capacity;
+  json["prefill"] = fifo.prefill;
+  return json;
+}
+
+// A number that is none, or infinite, becomes null.
+ordered_json ReadingsJson(const GraphPlan& plan, const LiveGraph& live) {
+  ordered_json json = ordered_json::object();
+  for (std::size_t i = 0; i < plan.blocks.size(); ++i) {
+    for (const Reading& reading : ReadingsOf(plan, live, i)) {
+      json[plan.graph.nodes[i].name][reading.name] = reading.value;
+    }
+  }
+  return json;
+}
+
+void AddFigures(ordered_json& json, const Figures& figures) {
+  if (!figures.areKnown) return;
+  json["frames"] = figures.frames;
+  json["errorFrames"] = figures.errorFrames;
+  json["audioSeconds"] = figures.seconds;
+}
+
+}  // namespace
+
+std::string JsonOf(const GraphPlan& plan) {
+  ordered_json json = {
+      {"blocks", ordered_json::array()}, {"links", ordered_json::array()}, {"fifos", ordered_json::array()}};
+  for (std::size_t i = 0; i < plan.blocks.size(); ++i) {
+    if (!plan.graph.nodes[i].isFifo) json["blocks"].push_back(BlockJson(plan, i));
+  }
+  for (const LinkPlan& link : plan.links) json["links"].push_back(LinkJson(plan, link));
+  for (const FifoPlan& fifo : plan.fifos) json["fifos"].push_back(FifoJson(plan, fifo));
+  return Text(json);
+}
+
+std::string JsonOf(const GraphPlan& plan, const LiveGraph& live, const RunResult& result) {
+  ordered_json json = {{"end", NameOf(result.end)}};
+  if (result.signal != 0) json["signal"] = result.signal;
+  if (result.error) json["error"] = ToString(*result.error);
+  json["seconds"] = result.elapsedSeconds;
+  AddFigures(json, FiguresOf(plan, live));
+  json["routes"] = ordered_json::array();
+  for (std::size_t i = 0; i < plan.graph.routes.size(); ++i) {
+    ordered_json route = {{"name", plan.graph.routes[i].name}};
+    AddFigures(route, FiguresOf(plan, live, i));
+    json["routes"].push_back(route);
+  }
+  json["readings"] = ReadingsJson(plan, live);
+  return Text(json);
+}
+
+const char* NameOf(RunResult::End end) {
+  switch (end) {
+    case RunResult::End::STREAM: return "end of stream";
+    case RunResult::End::DURATION: return "end of duration";
+    case RunResult::End::SIGNAL: return "signal";
+    case RunResult::End::FAILURE: return "failure";
+  }
+  return "?";
+}
+
+}  // namespace vorn::graph

@@ -1,0 +1,76 @@
+// The graph in the library: routes, blocks, links and FIFOs, made from a plan through the public interface.
+#pragma once
+
+#include <vorn/Vorn.h>
+#include <vorn/kit/Conventions.h>
+
+#include <memory>
+
+#include "FifoBridge.h"
+#include "GraphPlan.h"
+#include "LogTail.h"
+
+namespace vorn::graph {
+
+/** Owns what it makes, and takes it down again. Thread: the controlling one. */
+class LiveGraph {
+ public:
+  /** @param callbacks one a route. They, the graph and the log outlive the live. */
+  LiveGraph(const GraphDescription& newGraph, std::vector<Route::Callbacks*> newCallbacks, LogTail& newLog);
+  ~LiveGraph();
+  LiveGraph(const LiveGraph&) = delete;
+  LiveGraph& operator=(const LiveGraph&) = delete;
+
+  /** Makes a block before its time, to ask it what streams it makes. */
+  Result<std::vector<Stream>> AskForStreams(std::size_t node, const BlockPlan& block);
+
+  /** All but the start. */
+  std::optional<Error> Build(const GraphPlan& plan);
+
+  std::optional<Error> Start(std::size_t route);
+  std::optional<Error> Stop(std::size_t route);
+  void SetDump(const std::string& folder);
+
+  /** In the order of the plan's FIFOs. */
+  FifoBridge& Bridge(std::size_t fifo) const { return *fifos[fifo].bridge; }
+
+  /** What a block counted; null for one that does not count. */
+  const BlockCounters* Counters(std::size_t node) const;
+  /** The parameters of a block that is made with the kit, one a line: see Parameters::Line. */
+  std::vector<std::string> ParameterTable(std::size_t node) const;
+
+  /** The reason in what was logged: the first error of a block, said of its node. @param otherwise where none names one. */
+  Error Explain(const std::vector<LogLine>& lines, const Error& otherwise) const;
+  /** A line of the log with the node's name for the block's. */
+  std::string Translate(const std::string& line) const;
+
+ private:
+  struct Fifo {
+    FIFO* fifo;
+    std::unique_ptr<FifoBridge> bridge;
+  };
+  struct Said {
+    std::optional<std::size_t> node;
+    std::string text;
+  };
+  struct Made {
+    Block* block = nullptr;
+    std::unique_ptr<BlockCounters> counters;
+  };
+
+  Said Parse(const std::string& line) const;
+  Result<Route*> RouteAt(std::size_t index);
+  std::optional<Error> MakeBlock(std::size_t index, const BlockPlan& plan);
+  std::optional<Error> MakeLink(const LinkPlan& link);
+  std::optional<Error> MakeFifo(const FifoPlan& fifo);
+  Error Reason(const Error& otherwise) { return Explain(log.Drain(), otherwise); }
+
+  const GraphDescription& graph;
+  const std::vector<Route::Callbacks*> callbacks;
+  LogTail& log;
+  std::vector<Route*> routes;
+  std::vector<Made> blocks;  // by node
+  std::vector<Fifo> fifos;
+};
+
+}  // namespace vorn::graph

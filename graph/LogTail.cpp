@@ -1,0 +1,59 @@
+#include "LogTail.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <sstream>
+#include <string_view>
+
+#include "tlogging.h"
+
+namespace vorn::graph {
+namespace {
+
+constexpr int WARNINGS = 3;
+constexpr int LEVEL_OF_SHORT_LINES = 4;  // the level up to which lines go without their source
+constexpr std::size_t FORGET_AT = 1 << 20;
+
+/** A line of the log is "date time thread name LEVEL text". */
+LogLine Parse(const std::string& line) {
+  for (std::size_t i = 1; i + 1 < line.size(); ++i) {
+    const bool isAlone = line[i - 1] == ' ' && line[i + 1] == ' ';
+    if (isAlone && std::string_view("FEWIDV").find(line[i]) != std::string_view::npos)
+      return {line[i], line.substr(i + 2)};
+  }
+  return {'E', line};
+}
+
+}  // namespace
+
+// A file in memory and not a pipe: a thread of a route must never wait for this program to read its log.
+LogTail::LogTail(std::optional<int> level) : isShown(level), file(memfd_create("vorn-run.log", MFD_CLOEXEC)) {
+  const bool isTaken = file >= 0 && _tlogging_set_file(("/proc/self/fd/" + std::to_string(file)).c_str()) == 0;
+  if (!isTaken && !isShown) return;
+  _tlogging_disable_options(TLOGGING_STDOUT | TLOGGING_STDERR);
+  if (isShown) _tlogging_enable_options(TLOGGING_STDERR);
+  _tlogging_set_level(level.value_or(WARNINGS));
+  if (level.value_or(WARNINGS) > LEVEL_OF_SHORT_LINES) _tlogging_disable_options(TLOGGING_NO_POSITION);
+}
+
+LogTail::~LogTail() {
+  if (file < 0) return;
+  _tlogging_set_file(nullptr);
+  close(file);
+}
+
+std::vector<LogLine> LogTail::Drain() {
+  std::string text;
+  char piece[4096];
+  for (ssize_t got = 0; (got = pread(file, piece, sizeof piece, position)) > 0; position += got)
+    text.append(piece, got);
+  if (position > FORGET_AT && ftruncate(file, 0) == 0) position = 0;
+
+  std::vector<LogLine> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) lines.push_back(Parse(line));
+  return lines;
+}
+
+}  // namespace vorn::graph

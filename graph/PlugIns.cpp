@@ -1,0 +1,32 @@
+#include "PlugIns.h"
+
+#include <dlfcn.h>
+
+namespace vorn::graph {
+namespace {
+
+const BlockInfo* DescriptionIn(void* handle) {
+  auto* const describe = reinterpret_cast<DescribeBlockFunction>(dlsym(handle, "DescribeBlock"));
+  const BlockInfo* const info = describe ? describe() : nullptr;
+  return info && info->kitVersion == KIT_VERSION ? info : nullptr;
+}
+
+}  // namespace
+
+// A bare name is looked for where the library looks: this program's run path names the same folder.
+Result<PlugIn> LoadedPlugIns::Find(const Word& name) {
+  const std::string soFileName = SoFileName(name.text);
+  void* const handle = dlopen(soFileName.c_str(), RTLD_LAZY);
+  if (!handle) {
+    return Error{name.at, "no block '" + name.text + "': " + dlerror() + "; 'vorn-inspect' lists what there is"};
+  }
+  if (!dlsym(handle, "CreateBlock")) return Error{name.at, soFileName + " is no plug-in: it has no CreateBlock"};
+  return PlugIn{soFileName, DescriptionIn(handle)};
+}
+
+std::string SoFileName(const std::string& name) {
+  const bool isFile = name.find('/') != name.npos || name.find(".so") != name.npos;
+  return isFile ? name : "lib" + name + ".so";
+}
+
+}  // namespace vorn::graph

@@ -1,0 +1,241 @@
+#include "Resolver.h"
+
+#include <algorithm>
+#include <sstream>
+
+#include "Connections.h"
+#include "StreamText.h"
+
+namespace vorn::graph {
+namespace {
+
+/** By port, as far as there are links. */
+using Streams = std::vector<Stream>;
+
+Stream& At(Streams& streams, std::size_t port) {
+  if (streams.size() <= port) streams.resize(port + 1);
+  return streams[port];
+}
+
+std::string Quoted(const std::string& name) { return "'" + name + "'"; }
+
+/** The arguments of a block: those of its own, then its parameters by name. */
+std::vector<std::string> ArgumentsOf(const Node& node) {
+  std::vector<std::string> args;
+  for (const Word& arg : node.args) args.push_back(arg.text);
+  for (const Attribute& parameter : node.parameters) args.push_back(parameter.name + '=' + parameter.value);
+  return args;
+}
+
+class Resolver {
+ public:
+  Resolver(GraphPlan& newPlan, PlugIns& newPlugIns, const AskForStreams& askForStreams)
+      : plan(newPlan), graph(plan.graph), plugIns(newPlugIns), ask(askForStreams) {}
+
+  std::optional<Error> Resolve() {
+    if (auto error = FindPlugIns()) return error;
+    if (auto error = Connect(plan)) return error;
+    if (auto error = CheckEnds(plan)) return error;
+    const auto order = OrderOfStreams(plan);
+    if (const auto* error = std::get_if<Error>(&order)) return *error;
+    for (const std::size_t node : std::get<0>(order)) {
+      if (auto error = PlanStreams(node)) return error;
+    }
+    for (FifoPlan& fifo : plan.fifos) {
+      if (auto error = SizeFifo(fifo)) return error;
+    }
+    return std::nullopt;
+  }
+
+ private:
+  const Node& NodeOf(std::size_t index) const { return graph.nodes[index]; }
+
+  std::optional<Error> FindPlugIns() {
+    plan.blocks.resize(graph.nodes.size());
+    for (std::size_t i = 0; i < graph.nodes.size(); ++i) {
+      const Node& node = NodeOf(i);
+      if (node.isFifo) continue;
+      auto found = plugIns.Find(node.plugIn);
+      if (const auto* error = std::get_if<Error>(&found)) return *error;
+      plan.blocks[i].plugIn = std::get<PlugIn>(found);
+      plan.blocks[i].args = ArgumentsOf(node);
+      if (auto error = CheckNames(node, plan.blocks[i].plugIn.info)) return error;
+    }
+    return std::nullopt;
+  }
+
+  /** Names only: values are for the plug-in to judge. */
+  static std::optional<Error> CheckNames(const Node& node, const BlockInfo* info) {
+    const std::string who = "block " + Quoted(node.name);
+    if (!info) {
+      if (node.parameters.empty()) return std::nullopt;
+      return Error{node.parameters.front().at,
+                   who + ": its plug-in does not say what parameters it has; give it args=\"...\""};
+    }
+    if (info->flags & BLOCK_OWN_PARAMETERS) return std::nullopt;
+    std::string names;
+    for (std::uint32_t i = 0; i < info->parameterCount; ++i) {
+      if (!(info->parameters[i].flags & PARAMETER_READING)) names += std::string(" ") + info->parameters[i].name;
+    }
+    for (const Attribute& parameter : node.parameters) {
+      if ((names + ' ').find(' ' + parameter.name + ' ') != names.npos) continue;
+      return Error{parameter.at, who + " has no parameter " + Quoted(parameter.name) + "; " + info->name +
+                                     (names.empty() ? " has none" : " has" + names)};
+    }
+    return std::nullopt;
+  }
+
+  std::optional<Error> PlanStreams(std::size_t node) {
+    Streams in;
+    Streams out;
+    for (const LinkPlan& link : plan.links) {
+      if (link.to == node) At(in, link.in) = link.stream;
+      if (link.from == node) At(out, link.out) = link.stream;
+    }
+    if (auto error = AskPlugIn(node, in, out)) return error;
+
+    const Stream incoming = IncomingTo(node, in);
+    for (LinkPlan& link : plan.links) {
+      if (link.from != node) continue;
+      if (auto error = SettleLink(link, out[link.out], incoming)) return error;
+    }
+    return std::nullopt;
+  }
+
+  std::optional<Error> AskPlugIn(std::size_t node, const Streams& in, Streams& out) {
+    const BlockPlan& block = plan.blocks[node];
+    if (!block.plugIn.info) return block.first ? AskBlock(node, out) : std::nullopt;
+    if (!block.plugIn.info->planStreams) return std::nullopt;
+    std::vector<const char*> args;
+    for (const std::string& arg : block.args) args.push_back(arg.c_str());
+    char text[1000] = "";
+    const int result = block.plugIn.info->planStreams(args.data(), args.size(), in.data(), in.size(), out.data(),
+                                                      out.size(), text, sizeof text);
+    if (result >= 0) return std::nullopt;
+    return Refused(node, *text ? text : "refuses its streams (" + std::to_string(result) + ")");
+  }
+
+  std::optional<Error> AskBlock(std::size_t node, Streams& out) const {
+    auto answer = ask(node, plan.blocks[node]);
+    if (auto* error = std::get_if<Error>(&answer)) return *error;
+    const auto& streams = std::get<0>(answer);
+    for (std::size_t i = 0; i < std::min(streams.size(), out.size()); ++i) out[i].Complete(streams[i]);
+    return std::nullopt;
+  }
+
+  /** A refusal begins with what it is about: "argument 'gain': ...", "input 1: ...". That is where it was written. */
+  Error Refused(std::size_t node, const std::string& text) const {
+    const std::string who = "block " + Quoted(NodeOf(node).name);
+    std::istringstream words(text);
+    std::string what;
+    std::string which;
+    words >> what >> which;
+    if (which.ends_with(':')) which.pop_back();
+    for (const Attribute& parameter : NodeOf(node).parameters) {
+      if (what == "argument" && which == Quoted(parameter.name)) return {parameter.valueAt, who + ": " + text};
+    }
+    for (const LinkPlan& link : plan.links) {
+      const std::string rest = text.substr(std::min(text.size(), text.find(':')));
+      if (what == "input" && link.to == node && which == std::to_string(link.in)) {
+        return {link.at, who + ", input " + which + " (from " + Quoted(NodeOf(link.from).name) + ')' + rest};
+      }
+      if (what == "output" && link.from == node && which == std::to_string(link.out)) {
+        return {link.at, who + ", output " + which + " (to " + Quoted(NodeOf(link.to).name) + ')' + rest};
+      }
+    }
+    return {NodeOf(node).at, who + ": " + text};
+  }
+
+  /** Of a block with several inputs, the first. Of one that reads a FIFO, what is in it. */
+  Stream IncomingTo(std::size_t node, const Streams& in) const {
+    const auto linked = std::ranges::find_if(in, [](const Stream& stream) { return stream.linked != 0; });
+    if (linked != in.end()) return *linked;
+    const auto fifo = std::ranges::find(plan.fifos, node, &FifoPlan::reader);
+    if (fifo == plan.fifos.end()) return {};
+    Stream stream = fifo->stream;
+    if (!fifo->closesCycle) stream.Complete(IntoFifo(*fifo));
+    return stream;
+  }
+
+  Stream IntoFifo(const FifoPlan& fifo) const {
+    const auto link = std::ranges::find(plan.links, fifo.writer, &LinkPlan::to);
+    return link == plan.links.end() ? Stream() : link->stream;
+  }
+
+  std::optional<Error> SettleLink(LinkPlan& link, const Stream& made, Stream incoming) const {
+    if (const auto difference = Compare(link.stream, made); difference.Any()) {
+      return Error{link.at, "block " + Quoted(NodeOf(link.from).name) + ", output " + std::to_string(link.out) +
+                                " (to " + Quoted(NodeOf(link.to).name) + "): got " + Describe(link.stream, difference) +
+                                " from the graph, makes " + Describe(made, difference) + "; put " +
+                                Menders(difference) + " after it"};
+    }
+    incoming.length = -1;
+    link.stream.Complete(made);
+    link.stream.Complete(incoming);
+    link.stream.Complete(graph.routes[link.route].defaults);
+    Settle(link.stream);
+    return std::nullopt;
+  }
+
+  std::optional<Error> SizeFifo(FifoPlan& fifo) {
+    const Node& node = NodeOf(fifo.node);
+    const std::string who = "FIFO " + Quoted(node.name);
+    Stream written = IntoFifo(fifo);
+    Stream read;
+    long readFrame = 0;
+    for (const LinkPlan& link : plan.links) {
+      if (link.from != fifo.reader) continue;
+      if (readFrame == 0) read = link.stream;
+      readFrame = std::max(readFrame, static_cast<long>(link.stream.frame));
+    }
+    const long writtenFrame = written.frame;
+    written.frame = read.frame = 0;
+    const auto difference = Compare(written, read);
+    if (difference.Any()) {
+      return Error{node.at, who + ": " + Quoted(NodeOf(fifo.writer).name) + " writes " + Describe(written, difference) +
+                                ", " + Quoted(NodeOf(fifo.reader).name) + " reads " + Describe(read, difference) +
+                                "; put " + Menders(difference) + " before " + Quoted(NodeOf(fifo.writer).name)};
+    }
+    fifo.stream = written;
+    fifo.stream.Complete(read);
+    Settle(fifo.stream);
+    return CheckCapacity(fifo, node, writtenFrame, readFrame);
+  }
+
+  std::optional<Error> CheckCapacity(FifoPlan& fifo, const Node& node, long writtenFrame, long readFrame) const {
+    const std::string who = "FIFO " + Quoted(node.name);
+    const long frame = std::max(writtenFrame, readFrame);
+    fifo.stream.frame = frame;
+    fifo.prefill = node.prefill;
+    fifo.capacity =
+        node.capacity.value_or(fifo.prefill + std::max(4 * frame, static_cast<long>(fifo.stream.rate) / 10));
+    if (fifo.capacity < 2 * frame) {
+      return Error{node.at, who + ": a capacity of " + std::to_string(fifo.capacity) +
+                                " samples is less than two frames: " + Quoted(NodeOf(fifo.writer).name) + " writes " +
+                                std::to_string(writtenFrame) + ", " + Quoted(NodeOf(fifo.reader).name) + " reads " +
+                                std::to_string(readFrame) + "; expected at least " + std::to_string(2 * frame)};
+    }
+    if (fifo.closesCycle && fifo.prefill < readFrame) {
+      return Error{node.at, who + " closes a cycle, so " + Quoted(NodeOf(fifo.reader).name) + " reads a frame of " +
+                                std::to_string(readFrame) +
+                                " samples before any is written; expected a prefill of at least that"};
+    }
+    return std::nullopt;
+  }
+
+  GraphPlan& plan;
+  const GraphDescription& graph;
+  PlugIns& plugIns;
+  const AskForStreams& ask;
+};
+
+}  // namespace
+
+Result<GraphPlan> Resolve(GraphDescription graph, PlugIns& plugIns, const AskForStreams& ask) {
+  GraphPlan plan;
+  plan.graph = std::move(graph);
+  if (auto error = Resolver(plan, plugIns, ask).Resolve()) return *error;
+  return plan;
+}
+
+}  // namespace vorn::graph

@@ -1,0 +1,192 @@
+#include "Runner.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace vorn::graph {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto TICK = 200ms;
+constexpr std::size_t MOST_LINES_A_TICK = 10;
+
+}  // namespace
+
+Runner::Runner(const GraphPlan& newPlan, LiveGraph& newLive, RouteEvents& newEvents, LogTail& newLog,
+               RunObserver& newObserver)
+    : plan(newPlan),
+      live(newLive),
+      events(newEvents),
+      log(newLog),
+      observer(newObserver),
+      states(plan.graph.routes.size(), State::IDLE) {
+  for (std::size_t i = 0; i < plan.fifos.size(); ++i) {
+    const std::size_t from = plan.graph.nodes[plan.fifos[i].writer].route;
+    const std::size_t to = plan.graph.nodes[plan.fifos[i].reader].route;
+    if (from != to) joints.push_back({i, from, to});
+  }
+}
+
+RunResult Runner::Run(std::optional<Clock::duration> duration) {
+  signals.emplace();
+  started = Clock::now();
+  StartAll();
+  while (IsAnyActive()) {
+    auto until = Clock::now() + TICK;
+    if (duration && !isStopping) until = std::min(until, started + *duration);
+    WaitFor(events, *signals, until);
+    if (const int signal = signals->Take()) {
+      if (!isStopping) result.signal = signal;
+      BeginStop(RunResult::End::SIGNAL);
+    }
+    for (const RouteEvent& event : events.Take()) Take(event);
+    if (duration && Clock::now() >= started + *duration) BeginStop(RunResult::End::DURATION);
+    if (isStopping) ContinueStop();
+    ShowLog();
+    ShowProgress();
+  }
+  result.elapsedSeconds = Elapsed();
+  signals.reset();
+  return result;
+}
+
+// Readers first: nothing that comes in at the other end is to wait for them.
+void Runner::StartAll() {
+  std::vector<std::size_t> order(states.size());
+  for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
+  std::stable_partition(order.begin(), order.end(), [&](std::size_t route) {
+    return std::ranges::find(joints, route, &Joint::to) != joints.end();
+  });
+  for (const std::size_t route : order) {
+    if (auto error = live.Start(route)) return Fail(*error);
+    states[route] = State::RUNNING;
+  }
+}
+
+bool Runner::IsAnyActive() const {
+  return std::ranges::any_of(states, [](State state) { return state == State::RUNNING || state == State::STOPPING; });
+}
+
+void Runner::Take(const RouteEvent& event) {
+  const RouteDescription& route = plan.graph.routes[event.route];
+  if (!event.stopped) return SayWhatWasGranted(event);
+  if (!IsActive(event.route)) return;
+  if (*event.stopped == Route::StopReason::STOP_ERROR && result.end != RunResult::End::FAILURE) {
+    const auto lines = log.Drain();
+    recent.insert(recent.end(), lines.begin(), lines.end());
+    Fail(live.Explain(recent, {route.at, route.name + " failed"}));
+  }
+  TakeEnd(event.route);
+}
+
+void Runner::SayWhatWasGranted(const RouteEvent& event) {
+  if (!event.asked) return;
+  const std::string what = plan.graph.routes[event.route].name + ": real-time priority " + std::to_string(event.asked);
+  if (event.error == 0) return observer.Say(what + " granted");
+  observer.Say(what + " not granted: " + std::strerror(event.error) +
+               (event.error == EPERM ? "; raise the limit 'rtprio' (ulimit -r), or give CAP_SYS_NICE" : ""));
+}
+
+/** Its readers get what is left in the FIFOs, its writers lose theirs. */
+void Runner::TakeEnd(std::size_t route) {
+  states[route] = State::ENDED;
+  for (const Joint& joint : joints) {
+    if (joint.from == route) live.Bridge(joint.fifo).EndWriter();
+    if (joint.to == route) live.Bridge(joint.fifo).EndReader();
+  }
+  for (const Joint& joint : joints) {
+    if (joint.to == route && WritesForNobody(joint.from)) Stop(joint.from);
+  }
+}
+
+/** Whether all that a route does goes into FIFOs whose readers have ended. */
+bool Runner::WritesForNobody(std::size_t route) const {
+  for (std::size_t i = 0; i < plan.blocks.size(); ++i) {
+    if (plan.graph.nodes[i].route != route || !plan.blocks[i].last) continue;
+    const auto ended = [&](const Joint& joint) {
+      return plan.fifos[joint.fifo].writer == i && states[joint.to] == State::ENDED;
+    };
+    if (std::ranges::none_of(joints, ended)) return false;
+  }
+  return true;
+}
+
+void Runner::BeginStop(RunResult::End end) {
+  if (isStopping) return;
+  isStopping = true;
+  result.end = end;
+  signals->EndProgramFromNowOn();
+}
+
+// From the sources on: a route that others write to ends when it has read all, by itself if it has no source of its
+// own.
+void Runner::ContinueStop() {
+  bool isAnyFree = false;
+  for (std::size_t i = 0; i < states.size(); ++i) {
+    if (!IsActive(i) || WaitsForOthers(i)) continue;
+    isAnyFree = true;
+    if (!EndsByItself(i) && IsDrained(i)) Stop(i);
+  }
+  if (!isAnyFree && IsAnyActive()) StopEverything();
+}
+
+bool Runner::WaitsForOthers(std::size_t route) const {
+  return std::ranges::any_of(joints, [&](const Joint& joint) { return joint.to == route && IsActive(joint.from); });
+}
+
+bool Runner::EndsByItself(std::size_t route) const {
+  bool reads = false;
+  for (std::size_t i = 0; i < plan.blocks.size(); ++i) {
+    if (plan.graph.nodes[i].route != route || !plan.blocks[i].first) continue;
+    const auto isReader = [&](const Joint& joint) { return plan.fifos[joint.fifo].reader == i; };
+    if (std::ranges::none_of(joints, isReader)) return false;
+    reads = true;
+  }
+  return reads;
+}
+
+bool Runner::IsDrained(std::size_t route) const {
+  return std::ranges::all_of(
+      joints, [&](const Joint& joint) { return joint.to != route || live.Bridge(joint.fifo).IsDrained(); });
+}
+
+/** Its end arrives as an event. */
+void Runner::Stop(std::size_t route) {
+  if (states[route] != State::RUNNING) return;
+  states[route] = State::STOPPING;
+  if (auto error = live.Stop(route)) {
+    states[route] = State::ENDED;
+    Fail(*error);
+  }
+}
+
+void Runner::StopEverything() {
+  for (std::size_t i = 0; i < plan.fifos.size(); ++i) live.Bridge(i).Shutdown();
+  for (std::size_t i = 0; i < states.size(); ++i) Stop(i);
+}
+
+void Runner::Fail(const Error& error) {
+  if (result.end == RunResult::End::FAILURE) return;
+  result.error = error;
+  BeginStop(RunResult::End::FAILURE);
+  result.end = RunResult::End::FAILURE;
+  StopEverything();
+}
+
+/** Of what other routes say after a failure, nothing: that comes from being stopped. */
+void Runner::ShowLog() {
+  recent = log.Drain();
+  if (log.IsShown() || result.end == RunResult::End::FAILURE) return;
+  std::size_t shown = 0;
+  for (const LogLine& line : recent) {
+    if (++shown <= MOST_LINES_A_TICK) observer.Complain(live.Translate(line.text));
+  }
+  if (shown > MOST_LINES_A_TICK) observer.Complain("... and " + std::to_string(shown - MOST_LINES_A_TICK) + " more");
+}
+
+void Runner::ShowProgress() {
+  if (observer.WantsProgress()) observer.Progress(FiguresOf(plan, live), Elapsed());
+}
+
+}  // namespace vorn::graph
