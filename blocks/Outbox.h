@@ -1,7 +1,6 @@
 // What a block that runs behind its input has ready to leave: full frames, with the times of the samples that came, and
 // at the end of the stream exactly as many samples as came, or as the ratio of the two rates makes of them.
-#ifndef VORN_BLOCKS_OUTBOX_H
-#define VORN_BLOCKS_OUTBOX_H
+#pragma once
 
 #include <algorithm>
 #include <cstdint>
@@ -106,5 +105,3 @@ class Outbox {
   bool isStamped = false;
   long stampOfStart = 0;  // the time of the stream's first sample
 };
-
-#endif

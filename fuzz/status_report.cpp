@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "Graph.h"
-#include "Parameters.h"
+#include "GraphPicture.h"
+#include "ParameterTable.h"
 #include "ReportJson.h"
 #include "StatusParser.h"
 

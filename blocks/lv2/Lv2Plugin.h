@@ -1,6 +1,5 @@
 // What is installed of LV2, and what a host has to know of one plug-in.
-#ifndef VORN_BLOCKS_LV2_PLUGIN_H
-#define VORN_BLOCKS_LV2_PLUGIN_H
+#pragma once
 
 #include <lilv/lilv.h>
 
@@ -70,5 +69,3 @@ class Lv2Events {
   bool isInput;
   std::vector<std::uint64_t> memory;
 };
-
-#endif

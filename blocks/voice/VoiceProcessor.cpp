@@ -34,10 +34,10 @@ VoiceChunk::VoiceChunk(std::size_t channels, std::size_t chunkSamples)
   for (std::size_t c = 0; c < channels; ++c) pointers.push_back(&samples[c * chunkSamples]);
 }
 
-DelayLine::DelayLine(std::size_t channels, std::size_t chunk, std::size_t longest)
+PastSamples::PastSamples(std::size_t channels, std::size_t chunk, std::size_t longest)
     : chunkSamples(chunk), length(longest + chunk), samples(channels * length) {}
 
-void DelayLine::Push(const VoiceChunk& chunk) {
+void PastSamples::Push(const VoiceChunk& chunk) {
   for (std::size_t c = 0; c < chunk.Count(); ++c) {
     float* line = &samples[c * length];
     std::memmove(line, line + chunkSamples, (length - chunkSamples) * sizeof(float));
@@ -45,7 +45,7 @@ void DelayLine::Push(const VoiceChunk& chunk) {
   }
 }
 
-const float* DelayLine::Behind(std::size_t channel, std::size_t delay) const {
+const float* PastSamples::Behind(std::size_t channel, std::size_t delay) const {
   return &samples[(channel + 1) * length - chunkSamples - delay];
 }
 

@@ -1,6 +1,5 @@
 // The voice processing of WebRTC, 10 ms at a time: always equally late, and without a click when it is changed.
-#ifndef VORN_BLOCKS_VOICE_PROCESSOR_H
-#define VORN_BLOCKS_VOICE_PROCESSOR_H
+#pragma once
 
 #include <memory>
 #include <vector>
@@ -40,9 +39,9 @@ class VoiceChunk {
 };
 
 // The last samples of some channels, to read them later.
-class DelayLine {
+class PastSamples {
  public:
-  DelayLine(std::size_t channels, std::size_t chunk, std::size_t longest);
+  PastSamples(std::size_t channels, std::size_t chunk, std::size_t longest);
   void Push(const VoiceChunk& chunk);
   // The chunk as it was `delay` samples ago.
   const float* Behind(std::size_t channel, std::size_t delay) const;
@@ -97,8 +96,6 @@ class VoiceProcessor {
   std::size_t pad = 0;       // what the library's delay lacks to the latency
   VoiceChunk processed;
   VoiceChunk plain;  // the microphone in the output's channels
-  DelayLine processedLine;
-  DelayLine plainLine;
+  PastSamples processedLine;
+  PastSamples plainLine;
 };
-
-#endif

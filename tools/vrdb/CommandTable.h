@@ -2,8 +2,7 @@
  * Every command of vrdb, once: what dispatch, the check of arguments, help, completion and the manual page's test go
  * by.
  */
-#ifndef VRDB_COMMAND_TABLE_H
-#define VRDB_COMMAND_TABLE_H
+#pragma once
 
 #include <string>
 #include <string_view>
@@ -77,5 +76,3 @@ std::string WrongUsage(const Command& command, const Words& words);
 bool SaysFailure(const Words& words, std::string_view reply);
 
 }  // namespace vrdb
-
-#endif

@@ -1,6 +1,5 @@
 /** What can stand next in a line that is being typed. */
-#ifndef VRDB_COMPLETION_H
-#define VRDB_COMPLETION_H
+#pragma once
 
 #include <sys/types.h>
 
@@ -9,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Parameters.h"
+#include "ParameterTable.h"
 #include "StatusParser.h"
 #include "Words.h"
 
@@ -31,5 +30,3 @@ Words Complete(std::string_view line, const Live& live);
 std::string CommonBeginning(const Words& words);
 
 }  // namespace vrdb
-
-#endif

@@ -5,8 +5,7 @@
  * command only: a session, a live view and scripts work side by side. A late reply dies with its connection and can
  * never be taken for the reply to the next command.
  */
-#ifndef VRDB_CONNECTION_H
-#define VRDB_CONNECTION_H
+#pragma once
 
 #include <sys/types.h>
 
@@ -63,5 +62,3 @@ Answer Ask(const std::string& command, const Patience& patience);
 Answer Knock(const Patience& patience);
 
 }  // namespace vrdb
-
-#endif

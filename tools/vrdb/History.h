@@ -1,5 +1,4 @@
-#ifndef VRDB_HISTORY_H
-#define VRDB_HISTORY_H
+#pragma once
 
 #include <histedit.h>
 
@@ -29,5 +28,3 @@ class LineHistory {
 std::string HistoryFile();
 
 }  // namespace vrdb
-
-#endif

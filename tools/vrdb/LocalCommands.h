@@ -1,6 +1,5 @@
 /** The commands that vrdb does itself, most of them on top of one the console has. See the table of commands. */
-#ifndef VRDB_LOCAL_COMMANDS_H
-#define VRDB_LOCAL_COMMANDS_H
+#pragma once
 
 #include "Shell.h"
 #include "Words.h"
@@ -13,8 +12,6 @@ Result RunParams(Shell& shell, const Words& words);
 Result RunHelp(Shell& shell, const Words& words);
 Result RunQuit(Shell& shell, const Words& words);
 Result RunTop(Shell& shell, const Words& words);    // Top.cpp
-Result RunGraph(Shell& shell, const Words& words);  // Graph.cpp
+Result RunGraph(Shell& shell, const Words& words);  // GraphPicture.cpp
 
 }  // namespace vrdb
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef VRDB_REPORT_JSON_H
-#define VRDB_REPORT_JSON_H
+#pragma once
 
 #include <string>
 
@@ -15,5 +14,3 @@ std::string ReportToJson(const Report& report);
 std::string SampleToJson(const Sample& sample, const Rates& rates);
 
 }  // namespace vrdb
-
-#endif

@@ -11,7 +11,7 @@
 
 #include "Completion.h"
 #include "History.h"
-#include "Parameters.h"
+#include "ParameterTable.h"
 
 namespace vrdb {
 namespace {

@@ -1,5 +1,4 @@
-#ifndef VRDB_SESSION_H
-#define VRDB_SESSION_H
+#pragma once
 
 #include "Shell.h"
 
@@ -9,5 +8,3 @@ namespace vrdb {
 int RunSession(Shell& shell);
 
 }  // namespace vrdb
-
-#endif

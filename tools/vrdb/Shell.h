@@ -1,5 +1,4 @@
-#ifndef VRDB_SHELL_H
-#define VRDB_SHELL_H
+#pragma once
 
 #include <istream>
 #include <string>
@@ -56,5 +55,3 @@ class Shell {
 };
 
 }  // namespace vrdb
-
-#endif

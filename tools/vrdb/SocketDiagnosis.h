@@ -1,5 +1,4 @@
-#ifndef VRDB_SOCKET_DIAGNOSIS_H
-#define VRDB_SOCKET_DIAGNOSIS_H
+#pragma once
 
 namespace vrdb {
 
@@ -9,5 +8,3 @@ enum class Accepted { NO, YES, UNKNOWN };
 Accepted IsAccepted(int fd);
 
 }  // namespace vrdb
-
-#endif

@@ -1,6 +1,5 @@
 /** The console's status report, read back from its text. */
-#ifndef VRDB_STATUS_PARSER_H
-#define VRDB_STATUS_PARSER_H
+#pragma once
 
 #include <cstdint>
 #include <optional>
@@ -62,5 +61,3 @@ Report ParseStatus(std::string_view text);
 std::string_view TakeReportLine(std::string_view& text);
 
 }  // namespace vrdb
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef VRDB_STYLE_H
-#define VRDB_STYLE_H
+#pragma once
 
 #include <unistd.h>
 
@@ -42,5 +41,3 @@ inline Look LookOfStatus(std::string_view status) {
 }
 
 }  // namespace vrdb
-
-#endif

@@ -1,6 +1,5 @@
 /** The live view: samples of the status report, and what the difference of two of them tells. */
-#ifndef VRDB_TOP_H
-#define VRDB_TOP_H
+#pragma once
 
 #include <chrono>
 #include <cstdint>
@@ -73,5 +72,3 @@ std::vector<std::string> DrawSample(const Sample& sample, const Rates& rates, co
                                     int rows, const Style& style);
 
 }  // namespace vrdb
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef VRDB_WORDS_H
-#define VRDB_WORDS_H
+#pragma once
 
 #include <string>
 #include <string_view>
@@ -26,5 +25,3 @@ std::string CannotCarry(const Words& words);
 std::string Join(const Words& words, std::string_view between = " ");
 
 }  // namespace vrdb
-
-#endif

@@ -1,4 +1,4 @@
-#include "Graph.h"
+#include "GraphPicture.h"
 
 #include <fcntl.h>
 #include <spawn.h>

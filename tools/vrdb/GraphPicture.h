@@ -1,5 +1,4 @@
-#ifndef VRDB_GRAPH_H
-#define VRDB_GRAPH_H
+#pragma once
 
 #include <string>
 #include <string_view>
@@ -15,5 +14,3 @@ std::string QuoteNames(std::string_view graph);
 Result WriteGraph(const std::string& graph, const std::string& file);
 
 }  // namespace vrdb
-
-#endif

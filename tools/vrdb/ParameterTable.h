@@ -1,5 +1,4 @@
-#ifndef VRDB_PARAMETERS_H
-#define VRDB_PARAMETERS_H
+#pragma once
 
 #include <string>
 #include <string_view>
@@ -26,5 +25,3 @@ std::vector<Parameter> ParseParameters(std::string_view text);
 Result ReadParameters(Shell& shell, const std::string& route, const std::string& block, std::vector<Parameter>& table);
 
 }  // namespace vrdb
-
-#endif

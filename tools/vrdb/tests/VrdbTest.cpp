@@ -8,7 +8,7 @@
 
 #include "CommandTable.h"
 #include "Completion.h"
-#include "Graph.h"
+#include "GraphPicture.h"
 #include "ReportJson.h"
 #include "StatusParser.h"
 #include "Top.h"

@@ -1,4 +1,4 @@
-#include "Parameters.h"
+#include "ParameterTable.h"
 
 #include <algorithm>
 #include <array>
