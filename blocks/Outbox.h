@@ -14,17 +14,16 @@
  *     Process(): box.Count(In()); box.Put(what became of it, samples); box.Send(Out(), false);
  *     Drain(atEnd): while (atEnd && box.Misses(Out())) { feed silence, Put what comes } box.Send(Out(), atEnd);
  *
- * Real time: only Open allocates.
+ * Real time: Open allocates; Put does only where more waits than ever before.
  */
 class Outbox {
  public:
-  /** @param atOnce the most samples in one Put. @param burst how many may wait beyond two frames, without being lost. */
+  /** @param atOnce the most samples in one Put. @param burst how many usually wait at most, beyond two frames. */
   void Open(const vorn::FrameBuffer& in, const vorn::FrameBuffer& out, long atOnce, long burst) {
     rateIn = in.rate;
     rateOut = out.rate;
-    frameIn = in.samplesPerFrame;
     encoded.resize(static_cast<std::size_t>(atOnce) * out.channels * vorn::BytesPerSample(out.format));
-    queue.Open(out, 2 * (Rescale(frameIn, rateIn, rateOut) + out.samplesPerFrame) + atOnce + burst);
+    queue.Open(out, 2 * (Rescale(in.samplesPerFrame, rateIn, rateOut) + out.samplesPerFrame) + atOnce + burst);
     Begin(0);
   }
 
@@ -47,7 +46,6 @@ class Outbox {
     if (in.timestamp >= 0) stampOfStart = in.timestamp - received * 1000000 / rateIn;
     isStamped = isStamped || in.timestamp >= 0;
     received += in.samples;
-    frameIn = std::max(frameIn, in.samplesPerFrame);
   }
 
   /** Samples that are ready, in the output's own format. Throws where more come than leave. */
@@ -57,8 +55,8 @@ class Outbox {
     ready.samples -= dropped;
     ready.data += static_cast<std::size_t>(dropped) * ready.channels * vorn::BytesPerSample(ready.format);
     if (queue.Append(ready)) return;
-    throw std::runtime_error("more samples come than frames of " + std::to_string(ready.samplesPerFrame) +
-                             " can take away; make them longer");
+    throw std::runtime_error("more samples wait for frames of " + std::to_string(ready.samplesPerFrame) +
+                             " than memory may take; make them longer");
   }
   /** Samples that are ready, interleaved. @param out describes the output. */
   template <class Real>
@@ -70,10 +68,8 @@ class Outbox {
   }
 
   bool HoldsSamples() const { return sent < Total(); }
-  /** Full frames keep the pace by themselves; only those that are too short for it need cycles of their own. */
-  bool HoldsFrame(const vorn::FrameBuffer& out) const {
-    return queue.Samples() >= out.samplesPerFrame && out.samplesPerFrame * rateIn < frameIn * rateOut;
-  }
+  /** Filters give much at once: what makes frames of its own leaves before more comes in. */
+  bool HoldsFrame(const vorn::FrameBuffer& out) const { return queue.Samples() >= out.samplesPerFrame; }
   /** True while the end of the stream needs more samples put for its next frame. */
   bool Misses(const vorn::FrameBuffer& out) const {
     return queue.Samples() < std::min(out.samplesPerFrame, Total() - sent);
@@ -98,7 +94,6 @@ class Outbox {
   std::vector<std::uint8_t> encoded;
   std::uint32_t rateIn = 1;
   std::uint32_t rateOut = 1;
-  long frameIn = 0;
   long toDrop = 0;
   long received = 0;  // samples of the stream so far
   long sent = 0;

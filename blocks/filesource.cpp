@@ -137,8 +137,8 @@ class FileSource : public vorn::PluginBlock {
       const double rate = file.info.samplerate;
       fileEnd = file.info.seekable != 0 ? file.info.frames : ENDLESS;
       start = at = static_cast<long>(std::min(std::round(parameters.Number(START) * rate), 1e15));
-      const double length = std::min(std::round(parameters.Number(LENGTH) * rate), 1e15);
-      end = length > 0 ? std::min(fileEnd, start + static_cast<long>(length)) : fileEnd;
+      const double length = parameters.Number(LENGTH) * rate;
+      end = length > 0 ? std::min(fileEnd, start + std::lround(std::min(length, 1e15))) : fileEnd;
       loop = parameters.Flag(LOOP);
       if (start == 0 && !loop) return {};
       if (file.info.seekable == 0) return path + ": a pipe is played once and from its start: no start, no loop";

@@ -51,6 +51,7 @@ namespace vorn {
 
 class Block;
 class Link;
+struct RouteBoard;
 
 /** How one sample of one channel is encoded. LE and BE are the byte orders; 24-bit samples are packed. */
 enum class SampleFormat : std::uint32_t {
@@ -272,6 +273,8 @@ class VORN_API Block {
   /** Name of the block, unique in its route, and of that route; both empty before SetName. */
   const std::string& Name() const { return name; }
   const std::string& RouteName() const { return routeName; }
+  /** What the blocks of the kit share in this route (see <vorn/kit/RouteBoard.h>); null for a block without a route. */
+  RouteBoard* Board() const { return board; }
 
   /**
    * @name For the route
@@ -324,6 +327,8 @@ class VORN_API Block {
   // The active endpoints once more, in the same order: what the frame path walks.
   std::vector<InputEndpoint*> linkedInEps;
   std::vector<OutputEndpoint*> linkedOutEps;
+
+  RouteBoard* board = nullptr;  // the route's
 };
 
 }  // namespace vorn

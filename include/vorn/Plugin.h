@@ -96,41 +96,41 @@
  *
  * A frame has 1 to samplesPerFrame samples: the last one of a file is short, and a block that buffers may send short
  * ones at any time. A block takes every frame it is given in the same call. Where a block has several inputs, the base
- * class waits for all that will come in this cycle and lines them up: in Process() all inputs have the same number of
- * samples, whatever arrived when.
+ * class lines them up: in Process() all inputs have the same number of samples, whatever arrived when; an input that
+ * ended is silent.
+ *
+ * In every cycle each block sends one thing on each output: samples, or a mark that says that nothing comes this time,
+ * or that nothing will come any more. The base class sends and reads the marks; <vorn/kit/Flow.h> draws a cycle and has
+ * the whole of it on one page. A block only says what it holds:
+ *
+ * - HoldsSamples(): samples that came in have not left yet. The route goes on until nobody says so.
+ * - HoldsFrame(): more could leave than fitted into the last frame (480 samples came, frames of 100 leave). The base
+ *   class keeps the blocks before this one from sending in the next cycle, and calls Drain(false) in it.
+ * - Drain(atEnd): gives out a frame of what is held. `atEnd` is true once the stream into the block is over.
+ * - Drives(input): false for an input that the output does not follow (the reference of an echo canceller): the stream
+ *   ends with the others.
  *
  *
  * The end of a stream
  *
- * A route stops at once when a block answers FRAME_END_OF_FILE, so nothing may be held on the way by then. A source
- * answers FRAME_END_OF_FILE from Process(); the base class then asks the blocks behind, and as long as one of them
- * still holds samples, or still has another input that runs, it sends empty frames with Mark::ENDED instead. Such a
- * frame means: the stream ended here, give out what you hold. A block that holds samples answers each with a frame of
- * them; one that does not passes the empty frame on, where it leads to somebody who does. Then the route ends, with
- * every sample out and not one more.
+ * A source answers FRAME_END_OF_FILE from Process() and is not called again. Every block behind it gives out what it
+ * holds, and says in turn that its stream is over. The route ends when all its sources have ended and no block holds
+ * anything, whether links join them or not, with every sample out and not one more. A host ends it in the same way with
+ * EndStream().
  *
- * - A block that holds nothing writes nothing for it. In an n-to-1 block an input that ended reads as silence while
- * another runs.
- * - A block that holds samples overrides HoldsSamples() and Drain().
- * - A block whose output follows some of its inputs only (the microphone, not the reference) overrides Drives().
- * - A block without the kit is never shown an empty frame and counts as holding nothing. What a kit block holds is lost
- * when one of its streams passes such a block first, or leaves a `tee` beside one: put any block of the kit (a gain,
- * say) in between.
+ * A block with inputs that takes no more answers FRAME_END_OF_FILE too. A source whose samples nobody takes any more
+ * ends.
  *
- * One block gives one frame in a cycle. One that has more (480 samples came, frames of 100 leave) says so in
- * HoldsFrame(): the base class then keeps the sources before it from sending in the next cycle (Mark::PAUSED) and calls
- * Drain instead.
+ * A block without the kit is never shown an empty frame and counts as holding nothing. What a block of the kit holds is
+ * lost, with a warning, when all that comes to it passes such a block first, or leaves a `tee` beside one: put any block
+ * of the kit (a gain, say) in between.
  *
  *
  * FIFOs
  *
  * AttachProducer and AttachConsumer hand a block its side of a FIFO. Say ReadsFifo() or WritesFifo() in the
- * description; find it with Producer() and Consumer(). The base class enters the block as the FIFO's reader or writer,
- * which the status graph shows.
- *
- * A host may hand over sides of its own making, which know when a stream is over: Produce() then answers how many
- * samples there were when these were the last and fewer than asked for, and -20 from then on. So a reader takes a
- * positive result for a short last frame, and -20 for FRAME_END_OF_FILE; a writer may take -20 for that too.
+ * description; use it with Take() and Put(). The base class enters the block as the FIFO's reader or writer, which the
+ * status graph shows, and tells the FIFO when the stream into it is over, or when the block takes no more out of it.
  *
  *
  * The log
@@ -141,229 +141,19 @@
 #ifndef VORN_PLUGIN_H
 #define VORN_PLUGIN_H
 
-#include <array>
-#include <cstddef>
-#include <cstdint>
-#include <memory>
-#include <string>
-#include <vector>
-
-#include <tlogging.h>
-
 #include <vorn/Block.h>
 #include <vorn/FIFO.h>
 #include <vorn/SampleCodec.h>
 #include <vorn/kit/Conventions.h>
 #include <vorn/kit/Description.h>
+#include <vorn/kit/Exports.h>
 #include <vorn/kit/InputQueue.h>
+#include <vorn/kit/Log.h>
 #include <vorn/kit/Parameters.h>
+#include <vorn/kit/PluginBlock.h>
 #include <vorn/kit/Ramp.h>
 #include <vorn/kit/StreamCheck.h>
 #include <vorn/kit/Streams.h>
-
-#define VORN_LOG_E(...) VORN_LOG_LINE('E', __VA_ARGS__, "")
-#define VORN_LOG_W(...) VORN_LOG_LINE('W', __VA_ARGS__, "")
-#define VORN_LOG_I(...) VORN_LOG_LINE('I', __VA_ARGS__, "")
-#define VORN_LOG_D(...) VORN_LOG_LINE('D', __VA_ARGS__, "")
-#define VORN_LOG_V(...) VORN_LOG_LINE('V', __VA_ARGS__, "")
-// The empty text after the arguments lets a format stand alone, for which C++17 has no macro.
-#define VORN_LOG_LINE(level, format, ...)                                                                 \
-  _tlogging_print(level, __FILE__, __LINE__, __func__, "%s: %s: " format "%s", this->RouteName().c_str(), \
-                  this->Name().c_str(), __VA_ARGS__)
-
-namespace vorn {
-
-/** What a constructor gets. Built by the kit; a block passes it on to PluginBlock. */
-struct Setup {
-  bool first;
-  bool last;
-  const std::vector<std::string>& arguments;
-  Description description;
-};
-
-/** The base class of a block that is made with the kit. */
-class PluginBlock : public Block {
- public:
-  /** Parses the arguments. Throws std::invalid_argument with what is wrong with them. */
-  explicit PluginBlock(Setup setup);
-  ~PluginBlock() override;
-
-  /** What no parameter was found for, once the block is made. */
-  Refusal UnknownArguments() const { return parameters.KeptArguments(); }
-
- protected:
-  /** @name What a block writes */
-  /**@{*/
-
-  /** Makes ready to run. The streams fit the description. @return 0, or -20 after an E line of your own. */
-  virtual int Prepare() { return 0; }
-
-  /**
-   * One frame: read In(i), write the data of Out(i) and set its `samples`. That is 0 before the call, and the time
-   * stamp of every output that of the first input. Inputs count as consumed afterwards.
-   *
-   * @return a FrameResult. FRAME_DONE without samples in any output becomes FRAME_DONE_WITHOUT_OUTPUT. With
-   * FRAME_PENDING nothing is consumed and the call comes again, so do not answer it without end. A source ends with
-   * FRAME_END_OF_FILE, and is not asked again.
-   */
-  virtual long Process() = 0;
-
-  /** True while samples that came in have not left yet. */
-  virtual bool HoldsSamples() const { return false; }
-  /** True while a whole frame could leave that did not fit into the last one. */
-  virtual bool HoldsFrame() const { return false; }
-  /**
-   * As Process, with nothing new in the inputs: fill the outputs from what is held.
-   *
-   * @param atEnd false: whole frames only, more is to come. True: the stream is over; give all, a frame at a time.
-   * Giving nothing then says that nothing is left.
-   */
-  virtual long Drain(bool atEnd);
-
-  /** Undoes Prepare. @return 0, or negative when something was lost by it: the route then stops with an error. */
-  virtual int Release() { return 0; }
-  /** Drop what you hold, as after an error frame. */
-  virtual void Forget() {}
-
-  /** A parameter was set. Runs between two frames: be quick. */
-  virtual void OnSet(unsigned id);
-  /** A parameter is about to be read: Store() what you measured. */
-  virtual void OnGet(unsigned id);
-
-  /**
-   * The streams that this block makes of its own, one an output; leave fields alone that it has nothing to say about.
-   * @return 0, or -20 (as here) when its streams follow its inputs.
-   */
-  virtual int OutputStreams(std::vector<Stream>& streams);
-
-  /** A further check of one endpoint, when it is linked and at the start. @return what is taken, or empty. */
-  virtual Refusal CheckStream(bool input, std::size_t index, const FrameBuffer& stream) const;
-
-  /** Whether the output goes on while this input has not ended. At least one linked input must say so. */
-  virtual bool Drives(std::size_t input) const;
-  /** False: Process() sees the inputs as they come, with 0 samples where nothing did, and takes care of their ends itself. */
-  virtual bool LinesUpInputs() const { return true; }
-  /**@}*/
-
-  /** @name What a block uses */
-  /**@{*/
-
-  /** The frame at an input. During Process, of what is processed now: use it rather than the endpoint's. */
-  const FrameBuffer& In(std::size_t index = 0) const { return *frames[index]; }
-  FrameBuffer& Out(std::size_t index = 0) { return *OutEp(index).FB(); }
-  const FrameBuffer& Out(std::size_t index = 0) const { return *OutEp(index).FB(); }
-  /** True once the stream into this input is over. */
-  bool HasEnded(std::size_t input) const { return (endedInputs >> input & 1U) != 0; }
-
-  double Number(unsigned id) const { return parameters.Number(id); }
-  long Integer(unsigned id) const { return parameters.Integer(id); }
-  bool Flag(unsigned id) const { return parameters.Flag(id); }
-  /** Place of a WORD among its words, from 0. */
-  std::size_t Choice(unsigned id) const { return parameters.Choice(id); }
-  const std::string& Text(unsigned id) const { return parameters.Text(id); }
-  /** True once an argument or SetParameter gave the value. */
-  bool IsGiven(unsigned id) const { return parameters.IsGiven(id); }
-  /** Stores a measurement. In any hook, Process() among them: no allocation. */
-  void Store(unsigned id, double value) { parameters.Store(id, value); }
-  const Parameters& Table() const { return parameters; }
-
-  /** Adds parameters that are known only in the constructor (OwnParameters() in the description). Throws as the constructor. */
-  void Extend(const std::vector<Parameter>& more);
-
-  DataProducer* Producer() const { return producer; }
-  DataConsumer* Consumer() const { return consumer; }
-
-  /** Logs what does not fit an endpoint. @return -20. */
-  int Refuse(const Refusal& refusal) const;
-  /**@}*/
-
- public:
-  /** @name vorn::Block, for the route */
-  /**@{*/
-  int ioctl(unsigned int cmd, void* arg) override;
-  int OnInEpLinked(unsigned long index) final;
-  void OnInEpUnlinked(unsigned long index) final;
-  int OnOutEpLinked(unsigned long index) final;
-  int Start() final;
-  long ProcessFrame() final;
-  int Stop() final;
-  int SetParameter(unsigned int paramId, const std::vector<std::string>& params) override;
-  int GetParameter(unsigned int paramId, std::vector<std::string>& params) override;
-  void Reset() final;
-  /**@}*/
-
- private:
-  static constexpr int MAX_HOPS = 100000;
-  static constexpr int MAX_PENDING = 4096;
-
-  Refusal CheckLink(bool input, std::size_t index);
-  Refusal CheckAllStreams();
-  Refusal CheckRelinked(bool input, std::size_t index);
-  void RememberStreams();
-  void PrepareQueue(std::size_t input);
-  bool IsUnlinked() const;
-  void ClearStreamState();
-
-  void Count(long arrived);
-  long RunSource();
-  long RunInputs();
-  bool MustWait();
-  bool IsOutputFull() const;
-  long RunDirect();
-  long RunLinedUp();
-  bool AllInputsFit() const;
-  long QueueInputs();
-  long ReadySamples() const;
-  long RunQueued(long samples);
-  long Run();
-  void ClearOutputs();
-  void FitOutputs(long samples);
-  void ConsumeInputs();
-  long Finish(long result);
-  long AtEnd();
-  long AtPause();
-
-  bool IsLive() const;
-  bool QueuesHold() const;
-  int AnswerStreamEnded(std::size_t input, int& hops);
-  int AnswerFrameComing(std::size_t output, int& hops);
-  int AnswerHoldBack(std::size_t output, int& hops);
-  std::uint32_t OutputsWithHolders(int& hops);
-  void HoldBack();
-  bool IsBesideForeignBlock(int& hops) const;
-  void WarnOnce(const char* text);
-
-  Description description;
-  Parameters parameters;
-  DataProducer* producer = nullptr;
-  DataConsumer* consumer = nullptr;
-  BlockCounters* counters = nullptr;
-  bool running = false;
-  std::array<Stream, Endpoint::COUNT> preparedIn;  // the streams that Prepare saw
-  std::array<Stream, Endpoint::COUNT> preparedOut;
-
-  // One bit an endpoint.
-  std::uint32_t endedInputs = 0;    // their streams are over
-  std::uint32_t pausedOutputs = 0;  // somebody behind has enough for the next cycle
-  bool ended = false;               // a source: Process said so
-  bool drained = false;             // Drain had nothing more
-  bool isPending = false;           // the last answer
-  bool warned = false;              // said once that samples are lost beside a block without the kit
-  int waits = 0;                    // pending answers in a row
-
-  std::array<const FrameBuffer*, Endpoint::COUNT> frames;  // what In() shows: the endpoint's, or that of a queue
-  struct Queued {
-    InputQueue queue;
-    FrameBuffer front;
-  };
-  std::array<std::unique_ptr<Queued>, Endpoint::COUNT> queues;  // of the inputs of a block with several
-};
-
-}  // namespace vorn
-
-#include <vorn/kit/BlockFrames.h>
-#include <vorn/kit/Exports.h>
-#include <vorn/kit/PluginBlock.h>
 
 /** Makes the plug-in of a class derived from PluginBlock that has a static Describe(). Once a shared object, outside a namespace. */
 #define VORN_PLUGIN(BlockClass)                                                                                    \

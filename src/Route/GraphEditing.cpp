@@ -87,6 +87,7 @@ bool RouteImpl::NameBlock_l(Block& block, const std::string& baseName) {
   for (std::uint32_t n = 0;; ++n) {
     const std::string candidate = stem + std::to_string(n);
     if (!FindByName(blocks, candidate)) {
+      block.board = &board;
       block.SetName(name, candidate, &dumpPath);
       return true;
     }

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include <vorn/Route.h>
+#include <vorn/kit/RouteBoard.h>
 
 #include "Link/Link.h"
 #include "Route/WaveSet.h"
@@ -112,6 +113,7 @@ class RouteImpl : public Route {
   // Only the route's thread touches these.
   std::string dumpPath;
   std::vector<void*> soHandles;
+  RouteBoard board;  // for the blocks
   bool everyBlockStarted = false;
 
   // The waves of a frame cycle. Only the route's thread touches these.

@@ -81,7 +81,7 @@ TEST_F(Jack, CarriesEverySampleFromSinkToSource) {
   vorn::Block* source = graph.Add("testsource", {}, true);
   vorn::Block* sink = graph.Add("jacksink", {"there", "latency=48000"});
   vorn::Block* back = graph.Add("jacksource", {"back", "latency=48000"});
-  vorn::Block* recorder = graph.Add("testsink", {}, false, true);
+  vorn::Block* recorder = graph.Add("testsink", {"200"}, false, true);  // 2 s
   ASSERT_TRUE(graph.Chain({source, sink}, stereo));
   ASSERT_TRUE(graph.Chain({back, recorder}, stereo));
   Graph::Play16(source, played, stereo);

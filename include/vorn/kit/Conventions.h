@@ -9,6 +9,7 @@
 
 #include <vorn/Block.h>
 #include <vorn/FIFO.h>
+#include <vorn/kit/Marks.h>
 
 namespace vorn {
 
@@ -28,18 +29,16 @@ enum KitCommand : unsigned {
   KIT_GET_VERSION = 0x564B0002,      ///< Answers KIT_VERSION. `arg` is not used.
   KIT_ATTACH_COUNTERS = 0x564B0003,  ///< `arg` is the BlockCounters* to count into, or null to let go of it. 0.
 
-  // Between blocks of one route, on its thread, with a KitQuery.
-  KIT_STREAM_ENDED =
-      0x564B0010,  ///< "The stream into your input `index` is over. Is anything still held, in you or behind?"
-  KIT_FRAME_COMING = 0x564B0011,  ///< "Will a frame still come from your output `index` in this cycle?"
-  KIT_HOLD_BACK =
-      0x564B0012,  ///< "I have frames for another cycle: send nothing through output `index` in the next one."
+  KIT_END_STREAM = 0x564B0004,       ///< Makes a source end. `arg` is not used. 0; -20 from a block with inputs.
+  KIT_FOLLOW = 0x564B0005,           ///< Makes a source a follower: see FollowLoop. `arg` is not used. 0.
+
+  KIT_REQUEST = 0x564B0010,  ///< Between blocks of one route, on its thread. `arg` is a KitRequest*.
 };
 
-/** A question between neighbours. Answers are 1 for yes, 0 for no. */
-struct KitQuery {
-  std::size_t index;  ///< Of the endpoint of the block that is asked.
-  int hops;           ///< Blocks that may still be asked because of it: no graph makes a question endless.
+/** A request from the block behind an output. */
+struct KitRequest {
+  std::size_t output;  ///< Of the block that hears it.
+  Request request;
 };
 
 /**
@@ -81,46 +80,34 @@ inline int AttachCounters(Block* block, BlockCounters* counters) { return block-
  */
 constexpr long NO_FIFO_STAMP = std::numeric_limits<long>::min() / 2;
 
-/** An empty frame that means something: it has 0 samples, and one of these in place of its time stamp. */
-enum class Mark : long {
-  NONE = -1,
-  ENDED = std::numeric_limits<long>::min(),       ///< The stream is over: give out what you hold.
-  PAUSED = std::numeric_limits<long>::min() + 1,  ///< Nothing comes this time: go on with what you have.
-};
-
-inline Mark MarkOf(const FrameBuffer& fb) {
-  if (fb.samples != 0 || fb.timestamp > static_cast<long>(Mark::PAUSED)) return Mark::NONE;
-  return static_cast<Mark>(fb.timestamp);
-}
-inline void SetMark(FrameBuffer& fb, Mark mark) {
-  fb.samples = 0;
-  fb.timestamp = static_cast<long>(mark);
-}
-/** Samples, or a mark. */
-inline bool HasArrived(const FrameBuffer& fb) { return fb.samples != 0 || MarkOf(fb) != Mark::NONE; }
-
-/** Asks the block at the other end of a link. @return its answer; -20 from a block without the kit. */
-inline int AskPeer(const Endpoint& ep, KitCommand command, int& hops) {
-  if (hops <= 0) return 0;
-  const Endpoint* peer = ep.Peer();
-  if (peer == nullptr) return 0;
-  KitQuery query{peer->Index(), hops - 1};
-  const int answer = peer->Owner()->ioctl(command, &query);
-  hops = query.hops;
-  return answer;
-}
+/**
+ * Makes a source say at its next frame that its stream is over, as if there were no more: what the blocks behind it hold
+ * still comes out, and the route ends when all its sources have ended. From any thread, while the route runs.
+ *
+ * @return 0, or -20 from a block with inputs or without the kit.
+ */
+inline int EndStream(Block* block) { return block->ioctl(KIT_END_STREAM, nullptr); }
 
 /**
- * Tells whether a frame may still reach this input in the running cycle, which a block with several inputs has to know:
- * it must wait for that frame, but not for ever. A block without the kit counts as one that passes on what it gets.
+ * Says of a source that it reads what goes round in a loop of FIFOs: it keeps no block and no route going once all other
+ * sources have ended. Do it while the block's route is stopped.
+ *
+ * @return as EndStream.
  */
-inline bool IsFrameComing(const InputEndpoint& in, int& hops) {
-  const int answer = AskPeer(in, KIT_FRAME_COMING, hops);
-  if (answer >= 0) return answer != 0;
+inline int FollowLoop(Block* block) { return block->ioctl(KIT_FOLLOW, nullptr); }
+
+constexpr int MAX_HOPS = 100000;
+
+/**
+ * Whether a frame is on its way to this input in the running cycle: somewhere before it one waits to be taken.
+ * @param hops links that may still be looked at, so that no graph makes this endless.
+ */
+inline bool MayArrive(const InputEndpoint& in, int& hops) {
   const Endpoint* peer = in.Peer();
-  if (peer->FB()->samples != 0) return true;
+  if (--hops < 0 || peer == nullptr) return false;
+  if (HasArrived(*peer->FB())) return true;
   for (const auto& [index, ep] : peer->Owner()->ActiveInEps()) {
-    if (HasArrived(*ep->FB()) || IsFrameComing(*ep, hops)) return true;
+    if (HasArrived(*ep->FB()) || MayArrive(*ep, hops)) return true;
   }
   return false;
 }

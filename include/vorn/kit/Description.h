@@ -25,12 +25,10 @@
 #include <vector>
 
 #include <vorn/Block.h>
+#include <vorn/kit/RouteBoard.h>
 #include <vorn/kit/Streams.h>
 
 namespace vorn {
-
-/** Grows when a layout below changes. A host reads a description of its own version only. */
-constexpr std::uint32_t KIT_VERSION = 1;
 
 enum class ParameterType : std::uint32_t {
   NUMBER = 0,   ///< a double

@@ -2,13 +2,17 @@
 #ifndef VORN_KIT_EXPORTS_H
 #define VORN_KIT_EXPORTS_H
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <exception>
 #include <memory>
+#include <string>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
-#include <vorn/Plugin.h>
+#include <vorn/kit/PluginBlock.h>
 
 namespace vorn {
 

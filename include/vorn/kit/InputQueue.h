@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include <vorn/Block.h>
 
@@ -15,10 +16,13 @@ namespace vorn {
 /**
  * Holds what came into an input until the other inputs of the block have as much.
  *
- * Samples lie in one piece, so that a block reads them like a frame of a link. Real time: only Open allocates.
+ * Samples lie in one piece, so that a block reads them like a frame of a link. Real time: Open makes the room that is
+ * enough in everyday graphs; Append and PadTo allocate only where more waits than ever before.
  */
 class InputQueue {
  public:
+  static constexpr std::size_t MOST_BYTES = std::size_t{1} << 28;
+
   /** Makes room for `samples` samples of this stream, and is empty. The memory is not touched before it is used. */
   void Open(const FrameBuffer& stream, long samples) {
     head = stream;
@@ -34,7 +38,7 @@ class InputQueue {
   }
   long Samples() const { return head.samples; }
 
-  /** @return false when the samples do not fit. */
+  /** @return false when more than MOST_BYTES and more than Open made room for would wait. */
   bool Append(const FrameBuffer& frame) {
     std::uint8_t* to = Room(frame.samples);
     if (to == nullptr) return false;
@@ -84,12 +88,22 @@ class InputQueue {
   std::size_t Bytes(long samples) const { return static_cast<std::size_t>(samples) * sampleBytes; }
 
   std::uint8_t* Room(long samples) {
-    if (head.samples + samples > capacity) return nullptr;
+    if (head.samples + samples > capacity && !Grow(head.samples + samples)) return nullptr;
     if (first + head.samples + samples > capacity) {
       std::memmove(storage.get(), storage.get() + Bytes(first), Bytes(head.samples));
       first = 0;
     }
     return storage.get() + Bytes(first + head.samples);
+  }
+
+  bool Grow(long samples) {
+    if (Bytes(samples) > MOST_BYTES) return false;
+    capacity = std::max(samples, 2 * capacity);
+    std::unique_ptr<std::uint8_t[]> larger(new std::uint8_t[Bytes(capacity)]);
+    std::memcpy(larger.get(), storage.get() + Bytes(first), Bytes(head.samples));
+    storage = std::move(larger);
+    first = 0;
+    return true;
   }
 
   FrameBuffer head;  // describes the stream; `samples` is the count of what waits here

@@ -1,19 +1,184 @@
-/** Part of <vorn/Plugin.h>: how a kit block is made, linked, started, set and read. Its frames are in BlockFrames.h. */
+/** Part of <vorn/Plugin.h>: the base class of a block, and how one is made, linked, started, set and read. */
 #ifndef VORN_KIT_PLUGIN_BLOCK_H
 #define VORN_KIT_PLUGIN_BLOCK_H
 
-#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
 #include <exception>
 #include <stdexcept>
+#include <string>
 #include <utility>
+#include <vector>
 
-#include <vorn/Plugin.h>
+#include <vorn/Block.h>
+#include <vorn/FIFO.h>
+#include <vorn/kit/Conventions.h>
+#include <vorn/kit/Cycle.h>
+#include <vorn/kit/Description.h>
+#include <vorn/kit/Log.h>
+#include <vorn/kit/Parameters.h>
+#include <vorn/kit/StreamCheck.h>
+#include <vorn/kit/Streams.h>
 
 namespace vorn {
 
+/** What a constructor gets. Built by the kit; a block passes it on to PluginBlock. */
+struct Setup {
+  bool first;
+  bool last;
+  const std::vector<std::string>& arguments;
+  Description description;
+};
+
+/** The base class of a block that is made with the kit. */
+class PluginBlock : public Block, protected FlowOwner {
+ public:
+  /** Parses the arguments. Throws std::invalid_argument with what is wrong with them. */
+  explicit PluginBlock(Setup setup);
+  ~PluginBlock() override;
+
+  /** What no parameter was found for, once the block is made. */
+  Refusal UnknownArguments() const { return parameters.KeptArguments(); }
+
+ protected:
+  /** @name What a block writes */
+  /**@{*/
+
+  /** Makes ready to run. The streams fit the description. @return 0, or -20 after an E line of your own. */
+  virtual int Prepare() { return 0; }
+
+  /**
+   * One frame: read In(i), write the data of Out(i) and set its `samples`. That is 0 before the call, and the time
+   * stamp of every output that of the first input. Inputs count as consumed afterwards.
+   *
+   * @return a FrameResult. FRAME_DONE without samples in any output becomes FRAME_DONE_WITHOUT_OUTPUT. With
+   * FRAME_PENDING nothing is consumed and the call comes again, so do not answer it without end. A source ends with
+   * FRAME_END_OF_FILE, and is not asked again.
+   */
+  long Process() override = 0;
+
+  /** True while samples that came in have not left yet. */
+  bool HoldsSamples() const override { return false; }
+  /** True while a whole frame could leave that did not fit into the last one. */
+  bool HoldsFrame() const override { return false; }
+  /**
+   * As Process, with nothing new in the inputs: fill the outputs from what is held.
+   *
+   * @param atEnd false: whole frames only, more is to come. True: the stream is over; give all, a frame at a time.
+   * Giving nothing then says that nothing is left.
+   */
+  long Drain(bool atEnd) override;
+
+  /** Undoes Prepare. @return 0, or negative when something was lost by it: the route then stops with an error. */
+  virtual int Release() { return 0; }
+  /** Drop what you hold, as after an error frame. */
+  virtual void Forget() {}
+
+  /** A parameter was set. Runs between two frames: be quick. */
+  virtual void OnSet(unsigned id);
+  /** A parameter is about to be read: Store() what you measured. */
+  virtual void OnGet(unsigned id);
+
+  /**
+   * The streams that this block makes of its own, one an output; leave fields alone that it has nothing to say about.
+   * @return 0, or -20 (as here) when its streams follow its inputs.
+   */
+  virtual int OutputStreams(std::vector<Stream>& streams);
+
+  /** A further check of one endpoint, when it is linked and at the start. @return what is taken, or empty. */
+  virtual Refusal CheckStream(bool input, std::size_t index, const FrameBuffer& stream) const;
+
+  /** Whether the output goes on while this input has not ended. At least one linked input must say so. */
+  bool Drives(std::size_t input) const override;
+  /** False: Process() sees the inputs as they come, with 0 samples where nothing did, and takes care of their ends itself. */
+  virtual bool LinesUpInputs() const { return true; }
+  /**@}*/
+
+  /** @name What a block uses */
+  /**@{*/
+
+  /** The frame at an input. During Process, of what is processed now: use it rather than the endpoint's. */
+  const FrameBuffer& In(std::size_t index = 0) const { return flow.In(index); }
+  FrameBuffer& Out(std::size_t index = 0) { return *OutEp(index).FB(); }
+  const FrameBuffer& Out(std::size_t index = 0) const { return *OutEp(index).FB(); }
+  /** True once the stream into this input is over. */
+  bool HasEnded(std::size_t input) const { return flow.HasEnded(input); }
+
+  double Number(unsigned id) const { return parameters.Number(id); }
+  long Integer(unsigned id) const { return parameters.Integer(id); }
+  bool Flag(unsigned id) const { return parameters.Flag(id); }
+  /** Place of a WORD among its words, from 0. */
+  std::size_t Choice(unsigned id) const { return parameters.Choice(id); }
+  const std::string& Text(unsigned id) const { return parameters.Text(id); }
+  /** True once an argument or SetParameter gave the value. */
+  bool IsGiven(unsigned id) const { return parameters.IsGiven(id); }
+  /** Stores a measurement. In any hook, Process() among them: no allocation. */
+  void Store(unsigned id, double value) { parameters.Store(id, value); }
+  const Parameters& Table() const { return parameters; }
+
+  /** Adds parameters that are known only in the constructor (OwnParameters() in the description). Throws as the constructor. */
+  void Extend(const std::vector<Parameter>& more);
+
+  DataProducer* Producer() const { return producer; }
+  DataConsumer* Consumer() const { return consumer; }
+
+  /** Logs what does not fit an endpoint. @return -20. */
+  int Refuse(const Refusal& refusal) const;
+  /**@}*/
+
+ public:
+  /** @name vorn::Block, for the route */
+  /**@{*/
+  int ioctl(unsigned int cmd, void* arg) override;
+  int OnInEpLinked(unsigned long index) final;
+  void OnInEpUnlinked(unsigned long index) final;
+  int OnOutEpLinked(unsigned long index) final;
+  void OnOutEpUnlinked(unsigned long index) final;
+  int Start() final;
+  long ProcessFrame() final;
+  int Stop() final;
+  int SetParameter(unsigned int paramId, const std::vector<std::string>& params) override;
+  int GetParameter(unsigned int paramId, std::vector<std::string>& params) override;
+  void Reset() final;
+  /**@}*/
+
+ private:
+  // What Flow calls besides Process, Drain, HoldsSamples, HoldsFrame and Drives.
+  int Ask(std::size_t input, Request request) final;
+  bool MayArrive(std::size_t input) const final;
+  void Grow(std::size_t output, long samples) final { OutEp(output).Resize(samples); }
+  void OnOver() final {}
+  long Fail(const std::string& why) final;
+  void Warn(const char* what) final;
+
+  Refusal CheckLink(bool input, std::size_t index);
+  Refusal CheckAllStreams();
+  Refusal CheckRelinked(bool input, std::size_t index);
+  Refusal CheckVersion(const Endpoint& ep) const;
+  void RememberStreams();
+  bool IsUnlinked() const;
+  void LinkFlow();
+  void Count(long arrived);
+  void Attach(DataProducer* newProducer);
+  void Attach(DataConsumer* newConsumer);
+
+  Description description;
+  Parameters parameters;
+  DataProducer* producer = nullptr;
+  DataConsumer* consumer = nullptr;
+  BlockCounters* counters = nullptr;
+  bool running = false;
+  bool warned = false;                             // of samples that are lost beside a block without the kit
+  std::array<Stream, Endpoint::COUNT> preparedIn;  // the streams that Prepare saw
+  std::array<Stream, Endpoint::COUNT> preparedOut;
+  Flow flow{*this};
+};
+
 inline PluginBlock::PluginBlock(Setup setup)
     : Block(setup.first, setup.last), description(std::move(setup.description)), parameters(description) {
-  for (std::size_t i = 0; i < Endpoint::COUNT; ++i) frames[i] = InEp(i).FB();
+  for (std::size_t i = 0; i < Endpoint::COUNT; ++i) flow.ShowUnlinked(i, InEp(i).FB());
+  if ((description.same & SAME_FRAME) != 0) flow.KeepFrameSize();
   const Refusal refusal = parameters.Parse(setup.arguments);
   if (!refusal.empty()) throw std::invalid_argument(refusal);
 }
@@ -87,30 +252,50 @@ inline void PluginBlock::RememberStreams() {
   for (const auto& [index, ep] : ActiveOutEps()) preparedOut[index] = StreamOf(*ep->FB());
 }
 
+/** The words of blocks of other versions mean something else. */
+inline Refusal PluginBlock::CheckVersion(const Endpoint& ep) const {
+  const Endpoint* peer = ep.Peer();
+  const int version = peer == nullptr ? -20 : peer->Owner()->ioctl(KIT_GET_VERSION, nullptr);
+  if (version < 0 || version == static_cast<int>(KIT_VERSION)) return {};
+  return "block " + peer->Owner()->Name() + " was built with version " + std::to_string(version) +
+         " of the plug-in kit, this one with version " + std::to_string(KIT_VERSION) + "; build both with the same";
+}
+
 inline int PluginBlock::OnInEpLinked(unsigned long index) {
-  const Refusal refusal = running ? CheckRelinked(true, index) : CheckLink(true, index);
+  Refusal refusal = running ? CheckRelinked(true, index) : CheckLink(true, index);
+  if (refusal.empty()) refusal = CheckVersion(InEp(index));
   if (!refusal.empty()) return Refuse(refusal);
-  endedInputs &= ~(1U << index);
-  PrepareQueue(index);
+  LinkFlow();
   return 0;
 }
 
 inline int PluginBlock::OnOutEpLinked(unsigned long index) {
-  const Refusal refusal = running ? CheckRelinked(false, index) : CheckLink(false, index);
-  return refusal.empty() ? 0 : Refuse(refusal);
+  Refusal refusal = running ? CheckRelinked(false, index) : CheckLink(false, index);
+  if (refusal.empty()) refusal = CheckVersion(OutEp(index));
+  if (!refusal.empty()) return Refuse(refusal);
+  LinkFlow();
+  return 0;
 }
 
 inline void PluginBlock::OnInEpUnlinked(unsigned long index) {
-  queues[index].reset();
-  frames[index] = InEp(index).FB();
+  LinkFlow();
+  flow.ShowUnlinked(index, InEp(index).FB());
 }
 
-// A second of room, or a few frames where they are longer: what paths of different delay may be apart.
-inline void PluginBlock::PrepareQueue(std::size_t input) {
-  if (description.inputs.most < 2 || !LinesUpInputs()) return;
-  const FrameBuffer& stream = *InEp(input).FB();
-  queues[input] = std::make_unique<Queued>();
-  queues[input]->queue.Open(stream, std::max<long>(stream.rate, 8 * stream.samplesPerFrame));
+inline void PluginBlock::OnOutEpUnlinked(unsigned long) { LinkFlow(); }
+
+/** Keeps the linked endpoints in a flat list, so that the path of a frame walks no map. */
+inline void PluginBlock::LinkFlow() {
+  const auto isForeign = [](const Endpoint& ep) {
+    return ep.Peer() != nullptr && ep.Peer()->Owner()->ioctl(KIT_GET_VERSION, nullptr) < 0;
+  };
+  const bool lined = description.inputs.most > 1 && LinesUpInputs();
+  std::vector<Flow::Port> inputs;
+  std::vector<Flow::Port> outputs;
+  for (const auto& [index, ep] : ActiveInEps()) inputs.push_back({index, ep->FB(), isForeign(*ep), lined});
+  for (const auto& [index, ep] : ActiveOutEps()) outputs.push_back({index, ep->FB(), isForeign(*ep)});
+  flow.Share(Board());
+  flow.Link(std::move(inputs), std::move(outputs));
 }
 
 // Start and stop
@@ -123,13 +308,19 @@ inline bool PluginBlock::IsUnlinked() const {
 
 inline int PluginBlock::Start() {
   try {
-    ClearStreamState();
+    flow.Share(Board());
+    if (Board() != nullptr && Board()->kitVersion != KIT_VERSION) {
+      return Refuse("built with version " + std::to_string(KIT_VERSION) + " of the plug-in kit, the library with version " +
+                    std::to_string(Board()->kitVersion) + "; build the plug-in again");
+    }
     if (IsUnlinked()) return 0;
     const Refusal refusal = CheckAllStreams();
     if (!refusal.empty()) return Refuse(refusal);
     RememberStreams();
     const int ret = Prepare();
     running = ret == 0;
+    warned = false;
+    if (running) flow.Start();
     return ret;
   } catch (const std::exception& e) {
     return Refuse(e.what());
@@ -141,6 +332,7 @@ inline int PluginBlock::Stop() {
   try {
     const int ret = Release();
     running = ret != 0;
+    if (!running) flow.Stop();
     return ret;
   } catch (const std::exception& e) {
     return Refuse(e.what());
@@ -149,24 +341,54 @@ inline int PluginBlock::Stop() {
 
 inline void PluginBlock::Reset() {
   if (counters != nullptr) BlockCounters::Add(counters->resets, 1);
-  ClearStreamState();
   try {
     Forget();
   } catch (const std::exception& e) {
     VORN_LOG_E("%s", e.what());
   }
+  flow.Forget();
 }
 
-inline void PluginBlock::ClearStreamState() {
-  for (const auto& [index, ep] : ActiveInEps()) SetMark(*ep->FB(), Mark::NONE);
-  for (const auto& [index, ep] : ActiveOutEps()) SetMark(*ep->FB(), Mark::NONE);
-  for (const auto& queued : queues) {
-    if (queued) queued->queue.Clear();
+inline long PluginBlock::ProcessFrame() {
+  long result = FRAME_FAILED;
+  const bool counts = counters != nullptr;
+  const long arrived = counts && !flow.Inputs().empty() ? flow.Inputs().front().fb->samples : 0;
+  try {
+    result = flow.Run();
+  } catch (const std::exception& e) {
+    VORN_LOG_E("%s", e.what());
   }
-  endedInputs = pausedOutputs = 0;
-  drained = isPending = false;
-  waits = 0;
-  if (!running) ended = warned = false;
+  if (counts && result >= 0) Count(arrived);
+  return result;
+}
+
+inline void PluginBlock::Count(long arrived) {
+  const long samples = flow.Outputs().empty() ? arrived : flow.Outputs().front().fb->samples;
+  if (samples <= 0) return;
+  BlockCounters::Add(counters->frames, 1);
+  BlockCounters::Add(counters->samples, static_cast<std::uint64_t>(samples));
+}
+
+inline int PluginBlock::Ask(std::size_t input, Request request) {
+  const Endpoint* peer = InEp(input).Peer();
+  if (peer == nullptr) return 0;
+  KitRequest message{peer->Index(), request};
+  return peer->Owner()->ioctl(KIT_REQUEST, &message);
+}
+
+inline bool PluginBlock::MayArrive(std::size_t input) const {
+  int hops = MAX_HOPS;
+  return vorn::MayArrive(InEp(input), hops);
+}
+
+inline long PluginBlock::Fail(const std::string& why) {
+  Refuse(why);
+  return FRAME_FAILED;
+}
+
+inline void PluginBlock::Warn(const char* what) {
+  if (!warned) VORN_LOG_W("%s", what);
+  warned = true;
 }
 
 // Parameters
@@ -222,29 +444,38 @@ inline int PluginBlock::GetParameter(unsigned int paramId, std::vector<std::stri
 // Commands
 
 inline int PluginBlock::ioctl(unsigned int cmd, void* arg) {
-  Block* const self = this;
-  auto* query = static_cast<KitQuery*>(arg);
   switch (cmd) {
     case KIT_GET_VERSION: return static_cast<int>(KIT_VERSION);
-    case KIT_STREAM_ENDED: return AnswerStreamEnded(query->index, query->hops);
-    case KIT_FRAME_COMING: return AnswerFrameComing(query->index, query->hops);
-    case KIT_HOLD_BACK: return AnswerHoldBack(query->index, query->hops);
+    case KIT_REQUEST: {
+      const auto& message = *static_cast<const KitRequest*>(arg);
+      return flow.Hear(message.output, message.request);
+    }
+    case KIT_END_STREAM: return IsFirst() ? (flow.AskToEnd(), 0) : -20;
+    case KIT_FOLLOW: return flow.Follow(), 0;
     case KIT_ATTACH_PRODUCER:
       if ((description.flags & BLOCK_READS_FIFO) == 0) return -20;
-      // The console reads these two fields from its own thread.
-      if (producer != nullptr) __atomic_store_n(&producer->reader, nullptr, __ATOMIC_RELAXED);
-      producer = static_cast<DataProducer*>(arg);
-      if (producer != nullptr) __atomic_store_n(&producer->reader, self, __ATOMIC_RELAXED);
-      return 0;
+      return Attach(static_cast<DataProducer*>(arg)), 0;
     case KIT_ATTACH_CONSUMER:
       if ((description.flags & BLOCK_WRITES_FIFO) == 0) return -20;
-      if (consumer != nullptr) __atomic_store_n(&consumer->writer, nullptr, __ATOMIC_RELAXED);
-      consumer = static_cast<DataConsumer*>(arg);
-      if (consumer != nullptr) __atomic_store_n(&consumer->writer, self, __ATOMIC_RELAXED);
-      return 0;
+      return Attach(static_cast<DataConsumer*>(arg)), 0;
     case KIT_ATTACH_COUNTERS: return counters = static_cast<BlockCounters*>(arg), 0;
     default: return -20;
   }
+}
+
+// The console reads who uses a FIFO from its own thread.
+inline void PluginBlock::Attach(DataProducer* newProducer) {
+  Block* const self = this;
+  if (producer != nullptr) __atomic_store_n(&producer->reader, nullptr, __ATOMIC_RELAXED);
+  producer = newProducer;
+  if (producer != nullptr) __atomic_store_n(&producer->reader, self, __ATOMIC_RELAXED);
+}
+
+inline void PluginBlock::Attach(DataConsumer* newConsumer) {
+  Block* const self = this;
+  if (consumer != nullptr) __atomic_store_n(&consumer->writer, nullptr, __ATOMIC_RELAXED);
+  consumer = newConsumer;
+  if (consumer != nullptr) __atomic_store_n(&consumer->writer, self, __ATOMIC_RELAXED);
 }
 
 }  // namespace vorn

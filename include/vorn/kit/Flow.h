@@ -1,0 +1,212 @@
+/**
+ * Part of <vorn/Plugin.h>: what a block of the kit does with frames.
+ *
+ * In every cycle each block sends one thing on each output: samples, or a mark that says that nothing comes this time
+ * (Mark::NOTHING) or that nothing will come any more (Mark::ENDED). All else follows from this sentence:
+ *
+ *     source ---480---> tee ---480---> mix ---480---> sink      one cycle, from left to right; the join (mix)
+ *                        |              ^                        waits until both inputs have arrived
+ *                        +---480---> reframe 9600 --NOTHING--+
+ *
+ * - A block with several inputs waits until all have arrived, and has to ask nobody. It lines them up: what came early
+ *   waits in a queue.
+ * - A stream is over when the mark says so. A block then gives out what it holds, a frame a cycle, and sends ENDED
+ *   itself when nothing is left.
+ * - A source that has ended goes on sending ENDED. The route is over when all its sources have ended and no block holds
+ *   anything, connected or not: see RouteBoard. A source that finds it so answers FRAME_END_OF_FILE.
+ * - A block that has enough for the next cycle says so upstream: see Request.
+ *
+ * A block without the kit must never be called for an empty frame. So a block of the kit beside one sends nothing at all
+ * where it has no samples, and the blocks behind such a place cannot count on something in every cycle: they look
+ * upstream whether a frame is still on its way.
+ */
+#ifndef VORN_KIT_FLOW_H
+#define VORN_KIT_FLOW_H
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <vorn/Block.h>
+#include <vorn/kit/InputQueue.h>
+#include <vorn/kit/Marks.h>
+#include <vorn/kit/RouteBoard.h>
+
+namespace vorn {
+
+/** What Flow calls: the block's own work, and what lies around the block. */
+class FlowOwner {
+ public:
+  // As in PluginBlock.
+  virtual long Process() = 0;
+  virtual long Drain(bool atEnd) = 0;
+  virtual bool HoldsSamples() const = 0;
+  virtual bool HoldsFrame() const = 0;
+  virtual bool Drives(std::size_t input) const = 0;
+
+  /** Passes a request on to the block before an input. @return what that block's Flow::Hear answers; -20 without the kit. */
+  virtual int Ask(std::size_t input, Request request) = 0;
+  /** Whether a frame may still reach this input in the running cycle: asked only beside blocks without the kit. */
+  virtual bool MayArrive(std::size_t input) const = 0;
+  /** Gives an output room for so many samples. */
+  virtual void Grow(std::size_t output, long samples) = 0;
+  /** The block's streams are over: it sends and takes nothing any more. */
+  virtual void OnOver() = 0;
+  /** Logs why the route fails. @return FRAME_FAILED. */
+  virtual long Fail(const std::string& why) = 0;
+  /** Logs what is lost though the route goes on. */
+  virtual void Warn(const char* what) = 0;
+
+ protected:
+  ~FlowOwner() = default;
+};
+
+/** The frames, queues and marks of one block. Thread: the route's, but for AskToEnd. Real time: Run allocates only where a queue outgrows all before. */
+class Flow {
+ public:
+  /** One linked endpoint. */
+  struct Port {
+    std::size_t index;
+    FrameBuffer* fb;
+    bool foreign;          ///< The block at the other end is without the kit.
+    bool lined = false;    ///< An input that is lined up with others.
+    bool drives = true;    ///< An input that the output follows.
+  };
+
+  explicit Flow(FlowOwner& newOwner) : owner(newOwner) { frames.fill(nullptr); }
+  ~Flow() { Stop(); Link({}, {}); }
+  Flow(const Flow&) = delete;
+  Flow& operator=(const Flow&) = delete;
+
+  /** Before anything else. The board outlives the Flow or the next call. */
+  void Share(RouteBoard* newBoard);
+  /** The endpoints that are linked now, by index. */
+  void Link(std::vector<Port> newInputs, std::vector<Port> newOutputs);
+  /** What an input shows while nothing is linked to it. */
+  void ShowUnlinked(std::size_t input, const FrameBuffer* fb) { frames[input] = fb; }
+  /** Makes outputs follow frames that grow. */
+  void KeepFrameSize() { keepsFrameSize = true; }
+  /** The source ends with the others of its route: it only reads back what they sent. While the route is stopped. */
+  void Follow() { follows = true; }
+
+  /** A new run: forgets everything. */
+  void Start();
+  void Stop();
+  /** After an error frame: forgets the frames, not the ends. */
+  void Forget();
+
+  /** One call of Block::ProcessFrame. */
+  long Run();
+  /** A request from the block behind an output. @return 1 where all sources concerned obey; 0 where one does not. */
+  int Hear(std::size_t output, Request request);
+  /** Makes a source end at its next frame. From any thread. */
+  void AskToEnd() { endAsked.store(true, std::memory_order_relaxed); }
+
+  /** The frame at an input that is being worked on. */
+  const FrameBuffer& In(std::size_t input) const { return *frames[input]; }
+  bool HasEnded(std::size_t input) const { return (endedInputs >> input & 1U) != 0; }
+  const std::vector<Port>& Inputs() const { return inputs; }
+  const std::vector<Port>& Outputs() const { return outputs; }
+
+ private:
+  enum class Role { NONE, RUNNING_DRIVER, ENDED_DRIVER, RUNNING_FOLLOWER, ENDED_FOLLOWER };
+
+  static constexpr int MOST_WAITS = 4096;
+  static constexpr int IDLE_CYCLES_BEFORE_LOSS = 3;
+
+  struct Queued {
+    InputQueue queue;
+    FrameBuffer front;
+  };
+
+  void Renew();
+  Role RoleNow() const;
+  void CountRole(Role counted, long by);
+  void Tally();
+  bool SourcesLead(std::size_t input) { return board->followers == 0 || owner.Ask(input, Request::LEADS) != 0; }
+
+  long RunSource();
+  bool MustEnd() const { return IsUnwanted() || endAsked.load(std::memory_order_relaxed); }
+  long RunInputs();
+  bool AllArrived() const;
+  bool MayMoreArrive() const;
+  void EndMissing();
+  long RunDirect(std::uint32_t asked);
+  long RunJoin(std::uint32_t asked);
+  bool AllFit() const;
+  bool QueueInputs();
+  long ReadySamples() const;
+  long RunQueued(long samples);
+  void TakeMark(const Port& in);
+
+  long Work();
+  long Pause(std::uint32_t asked);
+  long AtEnd(std::uint32_t asked);
+  long Quit();
+  long Finish(long result);
+  long Send(Mark mark);
+  long SendEnd();
+  bool IsRouteOver();
+
+  int Leads();
+  int AskAll(Request request);
+  void HoldBack();
+  void Balance();
+
+  void ClearOutputs();
+  void ConsumeInputs();
+  bool IsOutputFull() const;
+  bool IsLive() const;
+  bool IsHolding() const;
+  bool IsUnwanted() const { return !outputs.empty() && (unwanted & linkedOutputs) == linkedOutputs; }
+
+  FlowOwner& owner;
+  RouteBoard ownBoard;  // of a block outside a route
+  RouteBoard* board = &ownBoard;
+  bool keepsFrameSize = false;
+  bool follows = false;
+  std::atomic<bool> endAsked{false};
+
+  // Fixed while no link changes.
+  std::vector<Port> inputs;
+  std::vector<Port> outputs;
+  std::uint32_t linkedOutputs = 0;  // one bit an endpoint, as below
+  std::uint32_t foreignOutputs = 0;
+  long foreignLinks = 0;  // as counted on the board
+  bool isJoin = false;
+  unsigned long renewed = 0;  // board->links when `drives` was worked out
+  unsigned long leadsAsked = 0;  // and `leads`
+  int leads = 0;
+  std::array<std::unique_ptr<Queued>, Endpoint::COUNT> queues;  // of the inputs of a join
+
+  // How far the streams are.
+  bool started = false;
+  bool ended = false;    // a source: it has no more
+  bool quit = false;     // not a source: it takes no more
+  bool drained = false;  // nothing more came out of Drain
+  bool isOver = false;   // ENDED was sent
+  std::uint32_t endedInputs = 0;
+  std::uint32_t unwanted = 0;  // outputs that heard Request::DONE
+  std::uint32_t heard = 0;     // requests since the last run
+  bool holdsAll = false;       // the answer to the HOLD among them
+  int waits = 0;               // pending answers in a row
+  unsigned long movesSeen = 0;
+  int idleCycles = 0;
+
+  // What the board counts of this block.
+  Role role = Role::NONE;
+  bool isHolder = false;
+
+  std::array<const FrameBuffer*, Endpoint::COUNT> frames;  // what In() shows: the endpoint's, or the front of a queue
+};
+
+}  // namespace vorn
+
+#endif

@@ -1,0 +1,43 @@
+/** Part of <vorn/Plugin.h>: what all blocks of the kit in one route share, whether links join them or not. */
+#ifndef VORN_KIT_ROUTE_BOARD_H
+#define VORN_KIT_ROUTE_BOARD_H
+
+#include <cstdint>
+
+namespace vorn {
+
+/**
+ * Grows when a layout of the kit or what its blocks say to each other changes. Blocks, the library and hosts work
+ * together only where they were built with the same one.
+ */
+constexpr std::uint32_t KIT_VERSION = 2;
+
+/**
+ * Counts from which a source knows that its route is over. The route makes one and hands it to every block
+ * (Block::Board); the library does not read it.
+ *
+ * Thread: the route's own.
+ */
+struct RouteBoard {
+  const std::uint32_t kitVersion = KIT_VERSION;  ///< What the library was built with.
+
+  /** Sources by what they mean for the end of the route: it waits for drivers, and followers end with them. */
+  long drivers = 0;
+  long runningDrivers = 0;  ///< Those of them that have not ended.
+  long followers = 0;       ///< Sources that only bring back what the others sent, round a loop.
+  long runningFollowers = 0;
+  long holders = 0;       ///< Blocks that hold samples which are still to come out.
+  long foreignLinks = 0;  ///< Ends of links that join a block of the kit to one without it.
+
+  unsigned long moves = 0;  ///< Grows whenever a block works on samples, or learns that a stream is over.
+  unsigned long links = 0;  ///< Grows whenever a link of a block of the kit is made or deleted.
+
+  /** Whether no source has anything more to send. */
+  bool HasEnded() const {
+    return runningDrivers == 0 && drivers + followers > 0 && (drivers > 0 || runningFollowers == 0);
+  }
+};
+
+}  // namespace vorn
+
+#endif
