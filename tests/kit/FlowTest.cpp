@@ -12,7 +12,7 @@ namespace {
 using vorn::Flow, vorn::Mark, vorn::Request;
 
 // A block of one byte a sample that adds its inputs, or passes one on through a buffer of its own.
-class Bench : public vorn::FlowOwner {
+class Bench final : public vorn::FlowOwner {
  public:
   Bench(std::size_t inputs, std::size_t outputs, std::uint32_t foreignOutputs = 0) {
     std::vector<Flow::Port> ins;
