@@ -52,7 +52,7 @@ TEST(RingBuffer, DoesWhatItsModelDoes) {
     Log::Keep("V");
     Model model{rate, capacity, {static_cast<std::size_t>(prefill), {0, -1}}};
     for (int step = 0; step < 5000; ++step) {
-      const bool blocking = random() % 2, writing = random() % 2;
+      const bool blocking = random() % 2, writing = random() % 2, streaming = random() % 2;
       const long possible = writing ? capacity - model.Count() : model.Count();
       const long count = static_cast<long>(random() % 5000) % (blocking ? possible + 1 : 3 * capacity);
       const std::string beyond = std::to_string(count - possible);
@@ -60,12 +60,16 @@ TEST(RingBuffer, DoesWhatItsModelDoes) {
       std::string complaint;
       if (writing) {
         std::iota(samples.begin(), samples.end(), model.last + 1);
-        ASSERT_EQ(fifo.Consume(samples.data(), count, blocking, 1000L * step), 0);
+        const long put = streaming ? fifo.Put(samples.data(), count, blocking, 1000L * step)
+                                   : fifo.Consume(samples.data(), count, blocking, 1000L * step);
+        ASSERT_EQ(put, streaming ? count : 0);
         model.Write(count, 1000L * step);
         complaint = "V fifo_0: Ring buffer is full, overwrite " + beyond + " samples";
       } else {
         long stamp = UNTOUCHED;
-        ASSERT_EQ(fifo.Produce(samples.data(), count, blocking, &stamp), 0);
+        const long taken = streaming ? fifo.Take(samples.data(), count, blocking, &stamp)
+                                     : fifo.Produce(samples.data(), count, blocking, &stamp);
+        ASSERT_EQ(taken, streaming ? count : 0);
         ASSERT_EQ(stamp, count && model.Count() ? model.held.front().second : UNTOUCHED) << step;
         for (int sample : samples) ASSERT_EQ(sample, model.Take()) << step;
         complaint = "V fifo_0: Not enough data in ring buffer, filling " + beyond + " samples silence";
@@ -76,26 +80,160 @@ TEST(RingBuffer, DoesWhatItsModelDoes) {
   }
 }
 
-// Red if a reader and a writer that cross lose a sample or a wake-up, or misdate one.
-TEST(RingBuffer, CarriesSamplesBetweenThreadsOverManyWraps) {
-  constexpr int TOTAL = 100000;
-  RingBuffer fifo(50000, sizeof(int), 17, 0);  // 20 us a sample, without a rest
-  std::thread writer([&] {
-    int samples[17];
-    for (int next = 0, size = 1; next < TOTAL; next += size, size = std::min(size % 11 + 2, TOTAL - next)) {
-      std::iota(samples, samples + size, next);
-      fifo.Consume(samples, size, true, next * 20L);
-    }
-  });
-  int wrong = 0;
-  for (int next = 0, size = 5; next < TOTAL; next += size, size = std::min(size % 6 + 1, TOTAL - next)) {
-    int samples[17];
-    long stamp = -1;
-    wrong += fifo.Produce(samples, size, true, &stamp) != 0 || stamp != next * 20L;
-    for (int k = 0; k < size; ++k) wrong += samples[k] != next + k;
+// Which operations the two sides use: those without an end, those with one, or now this, now that.
+enum Operations { PLAIN, STREAM, BOTH };
+
+struct Side {
+  bool Streams() { return operations == STREAM || (operations == BOTH && random() % 2); }
+  // Within the capacity, and the rest of the samples; a request with an end may be for more.
+  int Size(bool streams, int capacity, int rest) {
+    const int size = static_cast<int>(random()) & 0xffff;
+    return streams ? size % (4 * capacity) : std::min(size % (capacity + 1), rest);
   }
-  EXPECT_EQ(wrong, 0);
+  const Operations operations;
+  std::mt19937 random;
+};
+
+void WriteAll(RingBuffer& fifo, int total, Side side) {
+  std::vector<int> samples(static_cast<std::size_t>(4 * fifo.Capacity()));
+  for (int next = 0, size; next < total; next += size) {
+    const bool streams = side.Streams();
+    size = std::min(side.Size(streams, static_cast<int>(fifo.Capacity()), total - next), total - next);
+    std::iota(samples.begin(), samples.begin() + size, next);
+    if (streams) fifo.Put(samples.data(), size, true, next * 20L);
+    if (!streams) fifo.Consume(samples.data(), size, true, next * 20L);
+  }
+  fifo.EndWriting();
+}
+
+// Samples, counts or stamps that are not the ones expected.
+int FaultsInReadingAll(RingBuffer& fifo, int total, Side side) {
+  std::vector<int> samples(static_cast<std::size_t>(4 * fifo.Capacity()));
+  int faults = 0;
+  for (int next = 0, size; next < total; next += size) {
+    const bool streams = side.Streams();
+    const int asked = side.Size(streams, static_cast<int>(fifo.Capacity()), total - next);
+    size = std::min(asked, total - next);
+    long stamp = next * 20L;
+    faults += streams ? fifo.Take(samples.data(), asked, true, &stamp) != size
+                      : fifo.Produce(samples.data(), asked, true, &stamp) != 0;
+    faults += stamp != next * 20L;
+    for (int k = 0; k < size; ++k) faults += samples[static_cast<std::size_t>(k)] != next + k;
+  }
+  return faults + (fifo.Take(samples.data(), 1, true, nullptr) != FRAME_END_OF_FILE);
+}
+
+// Red if a reader and a writer that cross lose a sample, a wake-up or the end, or misdate a sample: for either kind of
+// operation, for requests beyond the capacity, and for both kinds at once.
+TEST(RingBuffer, CarriesSamplesBetweenThreadsOverManyWraps) {
+  for (const Operations writing : {PLAIN, STREAM, BOTH}) {
+    for (const Operations reading : {PLAIN, STREAM, BOTH}) {
+      for (auto [capacity, total] : {std::pair{1L, 5000}, {17, 50000}, {480, 500000}}) {
+        RingBuffer fifo(50000, sizeof(int), capacity, 0);  // 20 us a sample, without a rest
+        std::thread writer([&, total = total] { WriteAll(fifo, total, {writing, std::mt19937(1)}); });
+        EXPECT_EQ(FaultsInReadingAll(fifo, total, {reading, std::mt19937(2)}), 0)
+            << writing << reading << " " << capacity;
+        writer.join();
+      }
+    }
+  }
+}
+
+// Red if the rest is cut, padded or doubled, if the end comes early, late or once only, or outlasts a new beginning.
+TEST(RingBuffer, GivesTheRestThenTheEndThenBeginsAgain) {
+  RingBuffer fifo(50000, sizeof(int), 7, 0);
+  int in[7], next = 0, first = 0;
+  for (int step = 0; step < 80; ++step) {
+    const bool blocking = step & 1;
+    const int held = step / 2 % 8, asked = step % 5 + 1;
+    std::iota(in, in + 7, next);
+    ASSERT_EQ(fifo.Put(in, held, true, next * 20L), held);
+    next += held;
+    fifo.EndWriting();
+    fifo.EndWriting();
+    for (int rest = held; rest > 0; rest -= asked) {
+      int out[6] = {-1, -1, -1, -1, -1, -1};
+      long stamp = UNTOUCHED;
+      const int expected = std::min(rest, asked);
+      ASSERT_EQ(fifo.Take(out, asked, blocking, &stamp), expected);
+      ASSERT_EQ(stamp, first * 20L);
+      for (int k = 0; k < 6; ++k) ASSERT_EQ(out[k], k < expected ? first + k : -1);
+      first += expected;
+    }
+    for (const long count : {6L, 0L, 1L}) ASSERT_EQ(fifo.Take(in, count, blocking, nullptr), FRAME_END_OF_FILE);
+    fifo.BeginWriting();
+    ASSERT_EQ(fifo.Take(in, 7, false, nullptr), 7);
+    ASSERT_EQ(std::accumulate(in, in + 7, 0), 0);
+  }
+}
+
+// Red if an end leaves the other side asleep, drops what it had already, or wakes it with a wrong result.
+TEST(RingBuffer, WakesTheOtherSideAtAnEnd) {
+  RingBuffer fifo(50000, sizeof(int), 4, 2);
+  int in[6] = {1, 2, 3, 4, 5, 6}, out[6] = {-1, -1, -1, -1, -1, -1};
+  long result = 0;
+  std::thread reader([&] { result = fifo.Take(out, 5, true, nullptr); });
+  EXPECT_TRUE(WaitUntil([&] { return fifo.State().readerSleeps; }));
+  fifo.EndWriting();
+  reader.join();
+  EXPECT_EQ(result, 2);
+  EXPECT_EQ(std::vector<int>(out, out + 6), (std::vector<int>{0, 0, -1, -1, -1, -1}));
+
+  std::thread writer([&] { result = fifo.Put(in, 6, true, 0); });
+  EXPECT_TRUE(WaitUntil([&] { return fifo.State().writerSleeps; }));
+  fifo.EndReading();
   writer.join();
+  EXPECT_EQ(result, FRAME_END_OF_FILE);
+  for (const bool blocking : {false, true}) EXPECT_EQ(fifo.Put(in, 1, blocking, 0), FRAME_END_OF_FILE);
+  fifo.BeginReading();
+  EXPECT_EQ(fifo.Take(out, 6, true, nullptr), 4);  // what was left inside
+  EXPECT_EQ(fifo.Put(in + 4, 2, true, 0) + fifo.Take(out + 4, 2, true, nullptr), 4);
+  EXPECT_TRUE(std::equal(in, in + 6, out));
+}
+
+// Red if a host would take somebody for asleep who is not, or the other way round, or overlook what happened between.
+TEST(RingBuffer, TellsTheStateOfBothSides) {
+  RingBuffer fifo(50000, 1, 3, 1);
+  unsigned char bytes[4] = {};
+  unsigned long long moves = fifo.State().moves;
+  const auto moved = [&] { return std::exchange(moves, fifo.State().moves) < moves; };
+  EXPECT_EQ(fifo.Put(bytes, 1, true, 0), 1);
+  EXPECT_TRUE(moved());
+  EXPECT_EQ(fifo.Take(bytes, 1, true, nullptr) + fifo.State().count + fifo.State().capacity, 5);
+  EXPECT_TRUE(moved());
+  for (const auto change : {&FIFO::EndWriting, &FIFO::EndReading, &FIFO::BeginWriting, &FIFO::BeginReading}) {
+    (fifo.*change)();
+    const FIFOState state = fifo.State();
+    EXPECT_EQ(state.writingEnded, change == &FIFO::EndWriting || change == &FIFO::EndReading);
+    EXPECT_EQ(state.readingEnded, change == &FIFO::EndReading || change == &FIFO::BeginWriting);
+    EXPECT_TRUE(moved());
+  }
+  for (const bool streaming : {false, true}) {
+    fifo.Reset();
+    EXPECT_TRUE(moved());
+    std::thread reader([&] { streaming ? fifo.Take(bytes, 3, true, nullptr) : fifo.Produce(bytes, 3, true, nullptr); });
+    EXPECT_TRUE(WaitUntil([&] { return fifo.State().readerSleeps; }) && moved());
+    if (!streaming) fifo.EndWriting();
+    EXPECT_TRUE(fifo.State().readerSleeps);  // Produce knows no end
+    fifo.BeginWriting();
+    fifo.Reset();  // wakes nobody, but there is a sample now
+    EXPECT_FALSE(fifo.State().readerSleeps);
+    unsigned char byte = 0;
+    fifo.Consume(&byte, 1, true, 0);
+    reader.join();
+    EXPECT_TRUE(!fifo.State().readerSleeps && moved());
+    EXPECT_EQ(streaming ? fifo.Take(bytes, 1, false, nullptr) : fifo.Produce(bytes, 1, false, nullptr), streaming);
+    EXPECT_FALSE(moved());  // by a call that found nothing
+
+    fifo.Put(bytes, 3, true, 0);
+    std::thread writer([&] { streaming ? fifo.Put(bytes, 1, true, 0) : fifo.Consume(bytes, 1, true, 0); });
+    EXPECT_TRUE(WaitUntil([&] { return fifo.State().writerSleeps; }) && moved());
+    fifo.Produce(bytes, 1, true, nullptr);
+    writer.join();
+    EXPECT_TRUE(!fifo.State().writerSleeps && moved());
+  }
+  fifo.Shutdown();
+  EXPECT_TRUE(moved());
 }
 
 // Red if a size that no memory holds is taken, or one that is odd but possible is refused or crashes.
@@ -114,20 +252,31 @@ TEST(RingBuffer, ChecksItsSizes) {
   for (int i : {1, 2, 3}) EXPECT_EQ(empty.Consume(nullptr, i, false, 0) + empty.Produce(nullptr, 4, false, nullptr), 0);
 }
 
-// Red if a shut-down leaves a side asleep, or anything but -20 comes after it.
+// Red if a shut-down leaves a side asleep, in either kind of operation, or anything but -20 comes after it.
 TEST(RingBuffer, ShutsDownForGood) {
-  RingBuffer full(8000, 1, 2, 2), empty(8000, 1, 2, 1);
-  unsigned char byte = 0, bytes[2];
-  int results[2] = {};
-  std::thread writer([&] { results[0] = full.Consume(&byte, 1, true, 0); });
-  std::thread reader([&] { results[1] = empty.Produce(bytes, 2, true, nullptr); });
-  EXPECT_TRUE(WaitUntil([&] { return CountOf(empty) == 0; }));  // the reader has one of two samples, and sleeps
-  for (RingBuffer* fifo : {&full, &empty}) fifo->Shutdown();
-  writer.join();
-  reader.join();
-  EXPECT_TRUE(results[0] == -20 && results[1] == -20);
-  full.Reset();
-  EXPECT_EQ(CountOf(full), 2);
-  EXPECT_EQ(full.Read(&byte, 0, false, nullptr) + full.Write(&byte, 0, false, 0) + full.OverWrite(&byte, 0, 0, 0), -60);
-  EXPECT_EQ(full.Produce(&byte, 1, false, nullptr) + full.Consume(&byte, 1, false, 0), -40);
+  for (const bool streaming : {false, true}) {
+    RingBuffer full(8000, 1, 2, 2), empty(8000, 1, 2, 1);
+    unsigned char byte = 0, bytes[2];
+    long results[2] = {};
+    std::thread writer([&] { results[0] = streaming ? full.Put(&byte, 1, true, 0) : full.Consume(&byte, 1, true, 0); });
+    std::thread reader(
+        [&] { results[1] = streaming ? empty.Take(bytes, 2, true, nullptr) : empty.Produce(bytes, 2, true, nullptr); });
+    EXPECT_TRUE(WaitUntil([&] { return full.State().writerSleeps && empty.State().readerSleeps; }));
+    EXPECT_EQ(CountOf(empty), 0);  // the reader has one of two samples
+    full.Shutdown();
+    EXPECT_FALSE(full.State().writerSleeps);
+    empty.Shutdown();
+    EXPECT_FALSE(empty.State().readerSleeps);
+    writer.join();
+    reader.join();
+    EXPECT_TRUE(results[0] == -20 && results[1] == -20);
+    full.Reset();
+    EXPECT_EQ(CountOf(full), 2);
+    EXPECT_EQ(full.Read(&byte, 0, false, nullptr) + full.Write(&byte, 0, false, 0), -40);
+    EXPECT_EQ(full.OverWrite(&byte, 0, 0, 0) + full.Produce(&byte, 1, false, nullptr), -40);
+    full.EndWriting();
+    full.EndReading();
+    EXPECT_EQ(full.Take(&byte, 0, streaming, nullptr) + full.Put(&byte, 1, streaming, 0), -40);
+    EXPECT_EQ(full.Consume(&byte, 1, false, 0), -20);
+  }
 }

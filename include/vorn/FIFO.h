@@ -10,9 +10,20 @@
  *     fifo->Produce(frame, 480, true, &stamp);      // another takes 480 samples out
  *     fifo->Shutdown();                             // wakes both, for good
  *
+ * A stream with an end goes through Put and Take:
+ *
+ *     fifo->Put(samples, count, true, stamp);       // the writer
+ *     fifo->EndWriting();                           // "that was the last sample"
+ *
+ *     long got;                                     // the reader; the last frame may be short
+ *     while ((got = fifo->Take(frame, 480, true, &stamp)) > 0) Use(frame, got);
+ *     if (got == vorn::FRAME_END_OF_FILE) Finish(); // else -20: shut down
+ *
+ * Each side chooses for itself: Take also gives what Consume put in, and Produce what Put did.
+ *
  * Counts are in samples: one sample is one instant across all channels, `sampleSize` bytes.
  *
- * Threads: one reader and one writer at a time; Shutdown() from any thread.
+ * Threads: one reader and one writer at a time; the operations that move no samples from any thread.
  * Real time: a lock is taken, samples are copied, nothing is allocated. Only blocking calls wait.
  */
 #ifndef VORN_FIFO_H
@@ -67,6 +78,22 @@ class VORN_API DataConsumer {
   Block* writer = nullptr;  ///< The block that puts samples in enters itself here: the status graph shows it.
 };
 
+/**
+ * What a FIFO was doing at one instant: for a host that watches.
+ *
+ * When two snapshots of a FIFO have the same `moves`, nothing happened in it between the two; and a side that sleeps
+ * in both slept all the time between. A side that was woken does not count as asleep, even before its thread runs.
+ */
+struct FIFOState {
+  long count = 0;                ///< Samples that can be taken at once.
+  long capacity = 0;             ///< In samples.
+  bool readerSleeps = false;     ///< A thread sleeps in Take or Produce, because the FIFO is empty.
+  bool writerSleeps = false;     ///< A thread sleeps in Put or Consume, because the FIFO is full.
+  bool writingEnded = false;     ///< EndWriting was called, and BeginWriting not since.
+  bool readingEnded = false;     ///< EndReading was called, and BeginReading not since.
+  unsigned long long moves = 0;  ///< Grows with every transfer of samples, every end and beginning, and Shutdown().
+};
+
 /** Both sides of one FIFO. Owned by the framework: see Vorn::NewFIFO and Vorn::DeleteFIFO. */
 class VORN_API FIFO : public DataProducer, public DataConsumer {
  public:
@@ -76,6 +103,66 @@ class VORN_API FIFO : public DataProducer, public DataConsumer {
   /** Ends the FIFO for good: every call, waiting ones included, returns -20 from now on. */
   virtual void Shutdown() = 0;
   int Consume(const void* src, long count, bool blocking, long stamp) override = 0;
+
+  /**
+   * Takes up to `count` samples out, into `dst`; tells where the stream ends.
+   *
+   * Blocking: waits until `count` samples were taken, or the writer has ended. Takes whatever is there at once, and
+   * gives its space back to the writer at once, so `count` may be larger than the capacity; a writer that uses
+   * Consume keeps to the capacity nevertheless. Not blocking: takes what there is and fills the rest of `dst` with
+   * zero bytes; once the writer has ended, nothing is filled any more.
+   *
+   * @param stamp gets the time stamp in microseconds of the first sample that this call takes: see Produce.
+   * @return `count`;
+   *         1 to count-1: these were the last samples of the stream, and the rest of `dst` is untouched;
+   *         FRAME_END_OF_FILE: the writer has ended and nothing is left;
+   *         -20: the FIFO is shut down; samples that a blocked call had taken by then are lost.
+   *
+   * Thread: the reader's. Waiting: when blocking, for the writer. Real time: as Produce.
+   */
+  virtual long Take(void* dst, long count, bool blocking, long* stamp) = 0;
+
+  /**
+   * Puts `count` samples from `src` in; tells when nobody will read them.
+   *
+   * Blocking: waits until all are in, or the reader has ended. Puts in whatever there is space for at once, and
+   * wakes the reader at once, so `count` may be larger than the capacity; a reader that uses Produce keeps to the
+   * capacity nevertheless. Not blocking: as Consume, the oldest samples go when the FIFO overflows.
+   *
+   * @param stamp time in microseconds of the first sample; the others follow at the FIFO's rate.
+   * @return `count`;
+   *         FRAME_END_OF_FILE: the reader has ended; what is not in by then is dropped;
+   *         -20: the FIFO is shut down.
+   *
+   * Thread: the writer's. Waiting: when blocking, for the reader. Real time: as Consume.
+   */
+  virtual long Put(const void* src, long count, bool blocking, long stamp) = 0;
+
+  /**
+   * "That was the last sample": Take gives the rest, then FRAME_END_OF_FILE. Wakes a reader that sleeps in Take.
+   *
+   * Produce knows no end and waits on. Samples that are put in after the end, without BeginWriting, add to the rest.
+   *
+   * Thread: any; a second call changes nothing. Waiting: never, save for the lock.
+   */
+  virtual void EndWriting() = 0;
+
+  /**
+   * "I read no more": Put answers FRAME_END_OF_FILE. Wakes a writer that sleeps in Put.
+   *
+   * The samples inside stay, for a reader that begins again. Consume knows no end: it waits for space as ever.
+   *
+   * Thread: any; a second call changes nothing. Waiting: never, save for the lock.
+   */
+  virtual void EndReading() = 0;
+
+  /** Undoes EndWriting, for a writer that starts again: a reader that has not met the end yet will not meet it. */
+  virtual void BeginWriting() = 0;
+  /** Undoes EndReading, for a reader that starts again: it finds the samples that were left inside. */
+  virtual void BeginReading() = 0;
+
+  /** A snapshot. Thread: any. Waiting: never, save for the lock. */
+  virtual FIFOState State() const = 0;
 
   std::string name;  ///< fifo_0, fifo_1 and so on: given by the framework, read by the console. Do not change it.
 };

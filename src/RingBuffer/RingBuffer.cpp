@@ -37,6 +37,12 @@ void Copy(unsigned char* dst, const unsigned char* src, std::size_t bytes) {
   if (bytes > 0) std::memcpy(dst, src, bytes);
 }
 
+void Sleep(std::condition_variable& cond, std::unique_lock<std::mutex>& lock, int& sleepers) {
+  ++sleepers;
+  cond.wait(lock);
+  --sleepers;
+}
+
 }  // namespace
 
 DataProducer::~DataProducer() = default;
@@ -60,6 +66,7 @@ void RingBuffer::Reset() {
 }
 
 void RingBuffer::Reset_l() {
+  ++moves;
   readPos = 0;
   writePos = std::min(prefill, slots - 1);
   data = std::vector<unsigned char>(data.size());
@@ -69,21 +76,21 @@ void RingBuffer::Reset_l() {
 long RingBuffer::Count_l() const { return readPos <= writePos ? writePos - readPos : slots - readPos + writePos; }
 
 long RingBuffer::Read(unsigned char* dst, long count, bool blocking, long* stamp) {
-  std::unique_lock<std::mutex> lock(mutex);
+  Lock lock(mutex);
   if (shutdown) return SHUT_DOWN;
   for (long remaining = count; remaining > 0;) {
     const long avail = Count_l();
     if (avail == 0 && blocking) {
-      dataCond.wait(lock);
+      Sleep(dataCond, lock, inRead);
       if (shutdown) return SHUT_DOWN;
       continue;
     }
     const long n = std::min(avail, remaining);
-    if (rate != 0 && stamp && n > 0) {
-      *stamp = stamps[static_cast<std::size_t>(readPos)];
+    if (n > 0) {
+      ReportStamp_l(stamp);
       stamp = nullptr;  // the first sample's alone
     }
-    Take_l(dst, n);
+    CopyOut_l(dst, n);
     dst += static_cast<std::size_t>(n) * sampleSize;
     remaining -= n;
     if (!blocking) {
@@ -95,7 +102,12 @@ long RingBuffer::Read(unsigned char* dst, long count, bool blocking, long* stamp
   return count;
 }
 
-void RingBuffer::Take_l(unsigned char* dst, long count) {
+void RingBuffer::ReportStamp_l(long* stamp) const {
+  if (rate != 0 && stamp) *stamp = stamps[static_cast<std::size_t>(readPos)];
+}
+
+void RingBuffer::CopyOut_l(unsigned char* dst, long count) {
+  moves += count > 0;
   const long toEnd = std::min(count, slots - readPos);
   const std::size_t bytes = static_cast<std::size_t>(toEnd) * sampleSize;
   Copy(dst, Slot_l(readPos), bytes);
@@ -104,22 +116,21 @@ void RingBuffer::Take_l(unsigned char* dst, long count) {
 }
 
 long RingBuffer::Write(const unsigned char* src, long count, bool blocking, long stamp) {
-  std::unique_lock<std::mutex> lock(mutex);
+  Lock lock(mutex);
   if (shutdown) return SHUT_DOWN;
   return Write_l(lock, src, count, blocking, stamp);
 }
 
-long RingBuffer::Write_l(std::unique_lock<std::mutex>& lock, const unsigned char* src, long count, bool blocking,
-                         long& stamp) {
+long RingBuffer::Write_l(Lock& lock, const unsigned char* src, long count, bool blocking, long& stamp) {
   for (long remaining = count; remaining > 0;) {
-    const long space = slots - 1 - Count_l();
+    const long space = Space_l();
     if (space == 0 && blocking) {
-      spaceCond.wait(lock);
+      Sleep(spaceCond, lock, inWrite);
       if (shutdown) return SHUT_DOWN;
       continue;
     }
     const long n = std::min(space, remaining);
-    src = Put_l(src, n, stamp);
+    src = CopyIn_l(src, n, stamp);
     remaining -= n;
     if (!blocking) {
       count = n;
@@ -131,21 +142,26 @@ long RingBuffer::Write_l(std::unique_lock<std::mutex>& lock, const unsigned char
 }
 
 long RingBuffer::OverWrite(const unsigned char* src, long count, long stamp, long skip) {
-  std::unique_lock<std::mutex> lock(mutex);
+  Lock lock(mutex);
   if (shutdown) return SHUT_DOWN;
+  return OverWrite_l(lock, src, count, stamp, skip);
+}
+
+long RingBuffer::OverWrite_l(Lock& lock, const unsigned char* src, long count, long stamp, long skip) {
   const long written = Write_l(lock, src, count, false, stamp);
   if (written == count) return written;
 
   LOG_V("%s: Ring buffer is full, overwrite %ld samples", name.c_str(), count - written);
-  Put_l(src + static_cast<std::size_t>(written) * sampleSize, count - written, stamp);
+  CopyIn_l(src + static_cast<std::size_t>(written) * sampleSize, count - written, stamp);
   readPos = (writePos + 1 + skip) % slots;
   dataCond.notify_one();
   return count;
 }
 
 // Writes in contiguous pieces, over unread samples too, and moves `stamp` on to the sample after the last.
-const unsigned char* RingBuffer::Put_l(const unsigned char* src, long count, long& stamp) {
+const unsigned char* RingBuffer::CopyIn_l(const unsigned char* src, long count, long& stamp) {
   while (count > 0) {
+    ++moves;
     const long piece = std::min(count, slots - writePos);
     const std::size_t bytes = static_cast<std::size_t>(piece) * sampleSize;
     Copy(Slot_l(writePos), src, bytes);
@@ -173,14 +189,18 @@ int RingBuffer::Produce(void* dst, long count, bool blocking, long* stamp) {
   auto* bytes = static_cast<unsigned char*>(dst);
   const long got = Read(bytes, count, blocking, stamp);
   if (got < 0) return static_cast<int>(got);
-  if (got < count) {
-    const long missing = count - got;
-    LOG_V("%s: Not enough data in ring buffer, filling %u samples silence", name.c_str(),
-          static_cast<unsigned int>(missing));
-    std::fill_n(bytes + static_cast<std::size_t>(got) * sampleSize, static_cast<std::size_t>(missing) * sampleSize,
-                static_cast<unsigned char>(0));
-  }
+  Silence(bytes, got, count);
   return 0;
+}
+
+// Fills what is missing of `count` samples behind those that came.
+void RingBuffer::Silence(unsigned char* dst, long got, long count) const {
+  if (got >= count) return;
+  const long missing = count - got;
+  LOG_V("%s: Not enough data in ring buffer, filling %u samples silence", name.c_str(),
+        static_cast<unsigned int>(missing));
+  std::fill_n(dst + static_cast<std::size_t>(got) * sampleSize, static_cast<std::size_t>(missing) * sampleSize,
+              static_cast<unsigned char>(0));
 }
 
 int RingBuffer::Consume(const void* src, long count, bool blocking, long stamp) {
@@ -191,9 +211,104 @@ int RingBuffer::Consume(const void* src, long count, bool blocking, long stamp) 
 
 void RingBuffer::Shutdown() {
   const std::lock_guard<std::mutex> lock(mutex);
+  ++moves;
   shutdown = true;
   dataCond.notify_one();
   spaceCond.notify_one();
+}
+
+// Take sleeps only while the FIFO is empty, Put only while it is full, and both wake the other side after each piece.
+// Write and Read signal at their end alone; but a request within the capacity that finds the FIFO empty (full) comes
+// to its end in one pass. So nobody sleeps on while the other side waits for him.
+long RingBuffer::Take(void* dst, long count, bool blocking, long* stamp) {
+  auto* bytes = static_cast<unsigned char*>(dst);
+  Lock lock(mutex);
+  const long taken = TakePieces_l(lock, bytes, count, blocking, stamp);
+  if (shutdown) return SHUT_DOWN;
+  if (writingEnded) return taken == 0 && Count_l() == 0 ? FRAME_END_OF_FILE : taken;
+  lock.unlock();
+  Silence(bytes, taken, count);
+  return count;
+}
+
+long RingBuffer::TakePieces_l(Lock& lock, unsigned char* dst, long count, bool blocking, long* stamp) {
+  long taken = 0;
+  while (taken < count && !shutdown) {
+    const long n = std::min(Count_l(), count - taken);
+    if (n > 0) {
+      if (taken == 0) ReportStamp_l(stamp);
+      CopyOut_l(dst + static_cast<std::size_t>(taken) * sampleSize, n);
+      taken += n;
+      spaceCond.notify_one();
+    } else if (blocking && !writingEnded) {
+      Sleep(dataCond, lock, inTake);
+    } else {
+      break;
+    }
+  }
+  return taken;
+}
+
+long RingBuffer::Put(const void* src, long count, bool blocking, long stamp) {
+  const auto* bytes = static_cast<const unsigned char*>(src);
+  Lock lock(mutex);
+  if (blocking) PutPieces_l(lock, bytes, count, stamp);
+  if (shutdown) return SHUT_DOWN;
+  if (readingEnded) return FRAME_END_OF_FILE;
+  return blocking ? count : OverWrite_l(lock, bytes, count, stamp, (slots - 1) / 2);
+}
+
+void RingBuffer::PutPieces_l(Lock& lock, const unsigned char* src, long count, long stamp) {
+  while (count > 0 && !shutdown && !readingEnded) {
+    const long n = std::min(Space_l(), count);
+    if (n > 0) {
+      src = CopyIn_l(src, n, stamp);
+      count -= n;
+      dataCond.notify_one();
+    } else {
+      Sleep(spaceCond, lock, inPut);
+    }
+  }
+}
+
+void RingBuffer::EndWriting() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  ++moves;
+  writingEnded = true;
+  dataCond.notify_all();
+}
+
+void RingBuffer::EndReading() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  ++moves;
+  readingEnded = true;
+  spaceCond.notify_all();
+}
+
+void RingBuffer::BeginWriting() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  ++moves;
+  writingEnded = false;
+}
+
+void RingBuffer::BeginReading() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  ++moves;
+  readingEnded = false;
+}
+
+// A thread that was woken still counts as a sleeper until it runs: so what it waits for decides as well.
+FIFOState RingBuffer::State() const {
+  const std::lock_guard<std::mutex> lock(mutex);
+  const bool reading = inRead > 0 || (inTake > 0 && !writingEnded);
+  const bool writing = inWrite > 0 || (inPut > 0 && !readingEnded);
+  return {.count = Count_l(),
+          .capacity = Capacity(),
+          .readerSleeps = reading && Count_l() == 0 && !shutdown,
+          .writerSleeps = writing && Space_l() == 0 && !shutdown,
+          .writingEnded = writingEnded,
+          .readingEnded = readingEnded,
+          .moves = moves};
 }
 
 }  // namespace vorn

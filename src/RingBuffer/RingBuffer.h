@@ -28,6 +28,13 @@ class RingBuffer final : public FIFO {
   int Produce(void* dst, long count, bool blocking, long* stamp) override;
   void Shutdown() override;
   int Consume(const void* src, long count, bool blocking, long stamp) override;
+  long Take(void* dst, long count, bool blocking, long* stamp) override;
+  long Put(const void* src, long count, bool blocking, long stamp) override;
+  void EndWriting() override;
+  void EndReading() override;
+  void BeginWriting() override;
+  void BeginReading() override;
+  FIFOState State() const override;
 
   std::mutex& Mutex() const { return mutex; }
   long Capacity() const { return slots - 1; }
@@ -36,11 +43,21 @@ class RingBuffer final : public FIFO {
   long Count_l() const;
 
  private:
+  using Lock = std::unique_lock<std::mutex>;
+
+  void Silence(unsigned char* dst, long got, long count) const;
+
+  // These expect the mutex; those with a lock may sleep, and give it up meanwhile.
   void Reset_l();
-  long Write_l(std::unique_lock<std::mutex>& lock, const unsigned char* src, long count, bool blocking, long& stamp);
-  const unsigned char* Put_l(const unsigned char* src, long count, long& stamp);
+  long Space_l() const { return slots - 1 - Count_l(); }
+  long Write_l(Lock& lock, const unsigned char* src, long count, bool blocking, long& stamp);
+  long OverWrite_l(Lock& lock, const unsigned char* src, long count, long stamp, long skip);
+  long TakePieces_l(Lock& lock, unsigned char* dst, long count, bool blocking, long* stamp);
+  void PutPieces_l(Lock& lock, const unsigned char* src, long count, long stamp);
+  void ReportStamp_l(long* stamp) const;
+  const unsigned char* CopyIn_l(const unsigned char* src, long count, long& stamp);
   void Stamp_l(long count, long& stamp);
-  void Take_l(unsigned char* dst, long count);
+  void CopyOut_l(unsigned char* dst, long count);
   unsigned char* Slot_l(long pos) { return data.data() + static_cast<std::size_t>(pos) * sampleSize; }
 
   const unsigned int rate;  // of the time stamps; 0: there are none
@@ -56,11 +73,17 @@ class RingBuffer final : public FIFO {
   std::vector<std::int64_t> stamps;
   long readPos = 0;
   long writePos = 0;
+  bool shutdown = false;
+  bool writingEnded = false;
+  bool readingEnded = false;
+  unsigned long long moves = 0;
+  // Threads that sleep, by operation: an end wakes those in Take and Put alone.
+  int inRead = 0, inTake = 0;
+  int inWrite = 0, inPut = 0;
 
   mutable std::mutex mutex;
   std::condition_variable spaceCond;  // writers wait here
   std::condition_variable dataCond;   // readers wait here
-  bool shutdown = false;              // guarded by mutex
 };
 
 }  // namespace vorn

@@ -8,7 +8,7 @@
 
 namespace {
 
-using vorn::Block, vorn::FIFO, vorn::FrameBuffer, vorn::Route, vorn::Vorn;
+using vorn::Block, vorn::FIFO, vorn::FIFOState, vorn::FrameBuffer, vorn::Route, vorn::Vorn;
 using Action = Route::Action;
 using Slots = std::vector<std::size_t>;
 
@@ -52,6 +52,15 @@ FIELD(Action, deleteAll.ret, 8);
 FIELD(Action, setDump.path, 8);
 static_assert(sizeof(Action) == 72);
 
+FIELD(FIFOState, count, 0);
+FIELD(FIFOState, capacity, 8);
+FIELD(FIFOState, readerSleeps, 16);
+FIELD(FIFOState, writerSleeps, 17);
+FIELD(FIFOState, writingEnded, 18);
+FIELD(FIFOState, readingEnded, 19);
+FIELD(FIFOState, moves, 24);
+static_assert(sizeof(FIFOState) == 32);
+
 #pragma GCC diagnostic ignored "-Winvalid-offsetof"
 FIELD(vorn::DataProducer, enabled, 8);
 FIELD(vorn::DataProducer, reader, 16);
@@ -86,7 +95,9 @@ TEST(BinaryInterface, KeepsTheOrderOfVirtualOperations) {
       (Slots{2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}));
   EXPECT_EQ(SlotsOf(&Route::Callbacks::OnStarted, &Route::Callbacks::OnStopped, &Route::Callbacks::OnExit),
             (Slots{0, 1, 2}));
-  EXPECT_EQ(SlotsOf(&FIFO::Produce, &FIFO::Shutdown, &FIFO::Consume), (Slots{2, 3, 4}));
+  EXPECT_EQ(SlotsOf(&FIFO::Produce, &FIFO::Shutdown, &FIFO::Consume, &FIFO::Take, &FIFO::Put, &FIFO::EndWriting,
+                    &FIFO::EndReading, &FIFO::BeginWriting, &FIFO::BeginReading, &FIFO::State),
+            (Slots{2, 3, 4, 5, 6, 7, 8, 9, 10, 11}));
   EXPECT_EQ(SlotsOf(&vorn::DataProducer::Produce, &vorn::DataConsumer::Consume), (Slots{2, 2}));
   EXPECT_EQ(SlotsOf(&Vorn::NewRoute, &Vorn::DeleteRoute, &Vorn::NewFIFO, &Vorn::DeleteFIFO), (Slots{0, 1, 2, 3}));
 }
