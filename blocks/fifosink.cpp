@@ -1,7 +1,7 @@
 // The end of a FIFO where samples go in, for a client or another route to take them out, with their times.
 //
 // Blocking, it waits for room and so runs at the reader's pace. Not blocking, it never waits: a FIFO that overflows
-// loses the older half of what it holds. Once the FIFO is shut down, the stream ends here.
+// loses the older half of what it holds. Once its reader has ended or the FIFO is shut down, the stream ends here.
 #include <vorn/Plugin.h>
 
 namespace {
@@ -31,8 +31,8 @@ class FifoSink : public vorn::PluginBlock {
 
   long Process() override {
     const long stamp = In().timestamp >= 0 ? In().timestamp : vorn::NO_FIFO_STAMP;
-    const int result = Consumer()->Consume(In().data, In().samples, Flag(BLOCKING), stamp);
-    return result < 0 ? vorn::FRAME_END_OF_FILE : vorn::FRAME_DONE;
+    const long put = Put(In().data, In().samples, Flag(BLOCKING), stamp);
+    return put < 0 ? vorn::FRAME_END_OF_FILE : vorn::FRAME_DONE;
   }
 };
 

@@ -1,7 +1,7 @@
 // The end of a FIFO where samples come out: what a client or another route put in goes on from here, with its times.
 //
-// Blocking, it waits for each frame and so runs at the writer's pace. Not blocking, it never waits: what is missing is
-// silence, and something else must set the pace of the route.
+// Blocking, it waits for each frame and so runs at the writer's pace; when the writer has ended, the rest follows. Not
+// blocking, it never waits: what is missing is silence, and something else must set the pace of the route.
 #include <algorithm>
 
 #include <vorn/Plugin.h>
@@ -32,11 +32,10 @@ class FifoSource : public vorn::PluginBlock {
   }
 
   long Process() override {
-    const long wanted = Out().samplesPerFrame;
     long stamp = -1;
-    const int result = Producer()->Produce(Out().data, wanted, Flag(BLOCKING), &stamp);
-    if (result < 0) return vorn::FRAME_END_OF_FILE;
-    Out().samples = result == 0 ? wanted : result;
+    const long got = Take(Out().data, Out().samplesPerFrame, Flag(BLOCKING), &stamp);
+    if (got < 0) return vorn::FRAME_END_OF_FILE;
+    Out().samples = got;
     Out().timestamp = std::max(stamp, -1L);
     return vorn::FRAME_DONE;
   }

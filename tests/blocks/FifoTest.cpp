@@ -21,23 +21,9 @@ Samples Count(long samples) {
   return counted;
 }
 
-// What a host puts around a FIFO whose writer will put `left` samples in, or that may be read `reads` times.
-struct EndingFifo : vorn::DataProducer {
-  int Produce(void* dst, long count, bool blocking, long* stamp) override {
-    const long taken = std::min(count, left);
-    if (taken == 0 || reads-- == 0) return -20;
-    left -= taken;
-    fifo->Produce(dst, taken, blocking, stamp);
-    return taken == count ? 0 : static_cast<int>(taken);
-  }
-  vorn::FIFO* fifo = nullptr;
-  long left = 1L << 40;
-  int reads = 1 << 30;
-};
-
 class FifoTest : public testing::Test {
  protected:
-  void Open(long capacity) { producer.fifo = fifo = vorn::Vorn::Instance()->NewFIFO(48000, 2, capacity, 0); }
+  void Open(long capacity) { fifo = vorn::Vorn::Instance()->NewFIFO(48000, 2, capacity, 0); }
   void TearDown() override {
     graph->DeleteAll();
     vorn::Vorn::Instance()->DeleteFIFO(fifo);
@@ -54,22 +40,21 @@ class FifoTest : public testing::Test {
     EXPECT_EQ(fifo->writer, writer);
     Graph::Play16(source, samples, Frame(480));
   }
-  void Read(long frame, vorn::DataProducer* from, const std::vector<std::string>& args = {}) {
+  void Read(long frame, const std::vector<std::string>& args = {}, const std::string& frames = "0") {
     vorn::Block* reader = graph.Add("fifosource", args);
-    sink = graph.Add("testsink");
+    sink = graph.Add("testsink", {frames});
     ASSERT_TRUE(graph.Chain({reader, sink}, Frame(frame)));
     EXPECT_LT(graph->Start(), 0);
-    EXPECT_EQ(vorn::AttachProducer(reader, from), 0);
+    EXPECT_EQ(vorn::AttachProducer(reader, fifo), 0);
   }
 
   Graph graph;
   vorn::FIFO* fifo = nullptr;
-  EndingFifo producer;
   vorn::Block* source = nullptr;
   vorn::Block* sink = nullptr;
 };
 
-// Red if a short frame is lost or filled up, or if a time is shifted or made up.
+// Red if a short frame is lost or filled up, if the reader is not told of the end, or if a time is shifted or made up.
 TEST_F(FifoTest, EndsToTheSampleAndCarriesTimes) {
   Open(2000);
   Write(Count(1441));
@@ -78,8 +63,7 @@ TEST_F(FifoTest, EndsToTheSampleAndCarriesTimes) {
   ASSERT_EQ(graph.Run(), END_OF_FILE);
   graph->DeleteAll();
 
-  producer.left = 1441;
-  Read(240, &producer);
+  Read(240);
   ASSERT_EQ(graph.Run(), END_OF_FILE);
   EXPECT_EQ(Graph::Recorded16(sink), Count(1441));
   std::vector<long> stamps;
@@ -100,7 +84,8 @@ TEST_F(FifoTest, BlocksWaitForTheOtherSideUntilShutdown) {
   EXPECT_EQ(taken, Count(20000));
   graph->DeleteAll();
 
-  Read(480, fifo);
+  fifo->BeginWriting();  // the client goes on where the route has ended
+  Read(480);
   std::thread writer([this] {
     Samples samples = Count(20000);
     for (std::size_t at = 0; at < samples.size(); at += 250) fifo->Consume(&samples[at], 250, true, 0);
@@ -117,6 +102,18 @@ TEST_F(FifoTest, BlocksWaitForTheOtherSideUntilShutdown) {
   EXPECT_EQ(graph.Run(), END_OF_FILE);  // a sink that nobody reads any more
 }
 
+// Red if a reader that takes no more leaves the writer asleep for ever.
+TEST_F(FifoTest, AWriterEndsWithItsReader) {
+  Open(700);
+  Write(Count(20000));
+  ASSERT_EQ(graph->Start(), 0);
+  Samples taken(1000);
+  EXPECT_EQ(fifo->Take(taken.data(), 1000, true, nullptr), 1000);
+  fifo->EndReading();
+  EXPECT_EQ(graph.Wait(), END_OF_FILE);
+  EXPECT_EQ(taken, Count(1000));
+}
+
 // Red if a block that must not wait does, or does not say that samples are missing.
 TEST_F(FifoTest, BlocksThatDoNotWaitDropAndFillUp) {
   Open(1000);
@@ -124,8 +121,8 @@ TEST_F(FifoTest, BlocksThatDoNotWaitDropAndFillUp) {
   ASSERT_EQ(graph.Run(), END_OF_FILE);
   graph->DeleteAll();
 
-  producer.reads = 3;
-  Read(480, &producer, {"blocking=no"});
+  fifo->BeginWriting();
+  Read(480, {"blocking=no"}, "3");
   ASSERT_EQ(graph.Run(), END_OF_FILE);
   const Samples arrived = Graph::Recorded16(sink);
   ASSERT_EQ(arrived.size(), 3U * 480);

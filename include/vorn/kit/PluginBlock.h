@@ -120,8 +120,12 @@ class PluginBlock : public Block, protected FlowOwner {
   /** Adds parameters that are known only in the constructor (OwnParameters() in the description). Throws as the constructor. */
   void Extend(const std::vector<Parameter>& more);
 
+  /** The FIFO side that the block reads or writes; null where its host has not handed it one. */
   DataProducer* Producer() const { return producer; }
   DataConsumer* Consumer() const { return consumer; }
+  /** FIFO::Take and FIFO::Put on it. A side that is no FIFO of the library has no end but its shutdown. */
+  long Take(void* to, long count, bool blocking, long* stamp);
+  long Put(const void* from, long count, bool blocking, long stamp);
 
   /** Logs what does not fit an endpoint. @return -20. */
   int Refuse(const Refusal& refusal) const;
@@ -148,7 +152,7 @@ class PluginBlock : public Block, protected FlowOwner {
   int Ask(std::size_t input, Request request) final;
   bool MayArrive(std::size_t input) const final;
   void Grow(std::size_t output, long samples) final { OutEp(output).Resize(samples); }
-  void OnOver() final {}
+  void OnOver() final;
   long Fail(const std::string& why) final;
   void Warn(const char* what) final;
 
@@ -167,6 +171,8 @@ class PluginBlock : public Block, protected FlowOwner {
   Parameters parameters;
   DataProducer* producer = nullptr;
   DataConsumer* consumer = nullptr;
+  FIFO* fifoToRead = nullptr;  // the producer, where it is one
+  FIFO* fifoToWrite = nullptr;
   BlockCounters* counters = nullptr;
   bool running = false;
   bool warned = false;                             // of samples that are lost beside a block without the kit
@@ -320,8 +326,11 @@ inline int PluginBlock::Start() {
     const int ret = Prepare();
     running = ret == 0;
     warned = false;
-    if (running) flow.Start();
-    return ret;
+    if (!running) return ret;
+    if (fifoToRead != nullptr) fifoToRead->BeginReading();
+    if (fifoToWrite != nullptr) fifoToWrite->BeginWriting();
+    flow.Start();
+    return 0;
   } catch (const std::exception& e) {
     return Refuse(e.what());
   }
@@ -463,11 +472,31 @@ inline int PluginBlock::ioctl(unsigned int cmd, void* arg) {
   }
 }
 
+// FIFOs
+
+inline long PluginBlock::Take(void* to, long count, bool blocking, long* stamp) {
+  if (fifoToRead != nullptr) return fifoToRead->Take(to, count, blocking, stamp);
+  const int result = producer->Produce(to, count, blocking, stamp);
+  if (result < 0) return FRAME_END_OF_FILE;
+  return result > 0 ? result : count;
+}
+
+inline long PluginBlock::Put(const void* from, long count, bool blocking, long stamp) {
+  if (fifoToWrite != nullptr) return fifoToWrite->Put(from, count, blocking, stamp);
+  return consumer->Consume(from, count, blocking, stamp) < 0 ? static_cast<long>(FRAME_END_OF_FILE) : count;
+}
+
+inline void PluginBlock::OnOver() {
+  if (fifoToRead != nullptr) fifoToRead->EndReading();
+  if (fifoToWrite != nullptr) fifoToWrite->EndWriting();
+}
+
 // The console reads who uses a FIFO from its own thread.
 inline void PluginBlock::Attach(DataProducer* newProducer) {
   Block* const self = this;
   if (producer != nullptr) __atomic_store_n(&producer->reader, nullptr, __ATOMIC_RELAXED);
   producer = newProducer;
+  fifoToRead = dynamic_cast<FIFO*>(newProducer);
   if (producer != nullptr) __atomic_store_n(&producer->reader, self, __ATOMIC_RELAXED);
 }
 
@@ -475,6 +504,7 @@ inline void PluginBlock::Attach(DataConsumer* newConsumer) {
   Block* const self = this;
   if (consumer != nullptr) __atomic_store_n(&consumer->writer, nullptr, __ATOMIC_RELAXED);
   consumer = newConsumer;
+  fifoToWrite = dynamic_cast<FIFO*>(newConsumer);
   if (consumer != nullptr) __atomic_store_n(&consumer->writer, self, __ATOMIC_RELAXED);
 }
 
