@@ -41,7 +41,8 @@ class Convert : public vorn::PluginBlock {
 
  protected:
   vorn::Refusal CheckStream(bool input, std::size_t, const vorn::FrameBuffer& stream) const override {
-    return input || !IsGiven(FORMAT) || Text(FORMAT) == vorn::FormatName(stream.format) ? "" : "format=" + Text(FORMAT);
+    if (input || !IsGiven(FORMAT) || Text(FORMAT) == vorn::FormatName(stream.format)) return {};
+    return vorn::Refusal("format=" + Text(FORMAT)).Field("format");
   }
 
   int Prepare() override {

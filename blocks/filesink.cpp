@@ -84,8 +84,8 @@ bool ChooseEncoding(SF_INFO& info, int container, const std::string& ending, Sam
   return false;
 }
 
-// What the container takes of the stream that it refused.
-std::string Takes(SF_INFO info, int container, const std::string& ending, SampleFormat format) {
+// Adds what the container takes of the stream that it refused.
+void AddTaken(Refusal& refusal, SF_INFO info, int container, const std::string& ending, SampleFormat format) {
   const auto fits = [&](int rate, int channels) {
     info.samplerate = rate;
     info.channels = channels;
@@ -95,13 +95,19 @@ std::string Takes(SF_INFO info, int container, const std::string& ending, Sample
   if (fits(rate, 1)) {
     int most = 1;
     while (most < 1024 && (info.channels = most + 1, sf_format_check(&info) != 0)) ++most;
-    return "up to " + vorn::ChannelText(static_cast<std::uint32_t>(most)) + "; put a 'remap' before it";
+    refusal.Field("channels").Takes("up to " + vorn::ChannelText(static_cast<std::uint32_t>(most)));
+    refusal.Advice("put a 'remap' before it");
+    return;
   }
   std::string rates;
   for (const int common : {8000, 11025, 12000, 16000, 22050, 24000, 32000, 44100, 48000, 88200, 96000, 192000}) {
     if (fits(common, 1)) rates += std::to_string(common) + " ";
   }
-  return rates.empty() ? "nothing: it cannot be written" : rates + "Hz; put a 'resample' before it";
+  if (rates.empty()) {
+    refusal.Takes("nothing: it cannot be written");
+  } else {
+    refusal.Field("rate").Takes(rates + "Hz").Advice("put a 'resample' before it");
+  }
 }
 
 class FileSink : public vorn::PluginBlock {
@@ -180,8 +186,10 @@ class FileSink : public vorn::PluginBlock {
     const auto format = static_cast<SampleFormat>(in.format);
     if (in.rate == 0 || in.channels == 0 || in.format < 0 || ChooseEncoding(info, container, ending, format)) return {};
     in.length = -1;
-    return vorn::Misfit::Label(true, 0) + ": got " + vorn::StreamText(in) + ", " + path + " takes " +
-           Takes(info, container, ending, format);
+    Refusal refusal = Refusal::Input(0).Got(vorn::StreamText(in));
+    AddTaken(refusal, info, container, ending, format);
+    return refusal.Line(refusal.Label() + ": got " + refusal.got + ", " + path + " takes " + refusal.takes +
+                        (refusal.advice.empty() ? "" : "; " + refusal.advice));
   }
 
   void Configure() {
@@ -220,8 +228,8 @@ class FileSink : public vorn::PluginBlock {
     struct stat status {};
     const bool moved =
         stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && std::rename(path.c_str(), rest.c_str()) == 0;
-    VORN_LOG_E("%s: %s after %ld samples%s%s", path.c_str(), error.c_str(), written,
-               moved ? "; what there is, is in " : "", moved ? rest.c_str() : "");
+    Refuse(path + ": " + error + " after " + std::to_string(written) + " samples" +
+           (moved ? "; what there is, is in " + rest : ""));
     return false;
   }
 

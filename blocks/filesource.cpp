@@ -179,18 +179,19 @@ class FileSource : public vorn::PluginBlock {
       const long read = asked > 0 ? clip.file.Read(&batch[static_cast<std::size_t>(got * sampleBytes)], asked) : 0;
       got += read;
       clip.at += read;
-      if (read < asked && clip.end != ENDLESS) return got > 0 ? got : Fail();
-      if (read < asked && clip.file.HasFailed()) return got > 0 ? got : Fail();
+      if (read < asked && clip.end != ENDLESS) return got > 0 ? got : GiveUp();
+      if (read < asked && clip.file.HasFailed()) return got > 0 ? got : GiveUp();
       if (read == asked && asked > 0) continue;
       if (!clip.loop) break;
-      if (!clip.Rewind()) return Fail();
+      if (!clip.Rewind()) return GiveUp();
     }
     return got;
   }
 
-  long Fail() {
+  long GiveUp() {
     const std::string why = clip.file.HasFailed() ? clip.file.Error() : "the file is shorter than it says";
-    VORN_LOG_E("%s: %s (after %ld of %ld samples)", Text(PATH).c_str(), why.c_str(), clip.at, clip.fileEnd);
+    Refuse(Text(PATH) + ": " + why + " (after " + std::to_string(clip.at) + " of " + std::to_string(clip.fileEnd) +
+           " samples)");
     return -1;
   }
 

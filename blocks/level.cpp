@@ -93,7 +93,8 @@ class Level : public vorn::PluginBlock {
 
  protected:
   vorn::Refusal CheckStream(bool, std::size_t, const vorn::FrameBuffer& stream) const override {
-    return stream.rate >= 16 && stream.rate <= 2822400 ? "" : "16 to 2822400 Hz; put 'resample' before it";
+    if (stream.rate >= 16 && stream.rate <= 2822400) return {};
+    return vorn::Refusal("16 to 2822400 Hz").Field("rate").Advice("put 'resample' before it");
   }
 
   int Prepare() override {

@@ -34,7 +34,8 @@ class Reframe : public vorn::PluginBlock {
  protected:
   vorn::Refusal CheckStream(bool input, std::size_t, const vorn::FrameBuffer& stream) const override {
     const long frame = Integer(FRAME);
-    return input || frame == 0 || frame == stream.samplesPerFrame ? "" : "frame=" + std::to_string(frame);
+    if (input || frame == 0 || frame == stream.samplesPerFrame) return {};
+    return vorn::Refusal("frame=" + std::to_string(frame)).Field("frame");
   }
 
   // Less than a frame waits here; more where blocks without the kit keep the source from pausing.
@@ -46,9 +47,8 @@ class Reframe : public vorn::PluginBlock {
 
   long Process() override {
     if (held.Append(In())) return Drain(false);
-    VORN_LOG_E("%ld samples came while %ld wait in frames of %ld: too fast", In().samples, held.Samples(),
-               Out().samplesPerFrame);
-    return vorn::FRAME_FAILED;
+    return Fail(std::to_string(In().samples) + " samples came while " + std::to_string(held.Samples()) +
+                " wait in frames of " + std::to_string(Out().samplesPerFrame) + ": too fast");
   }
 
   bool HoldsSamples() const override { return held.Samples() > 0; }

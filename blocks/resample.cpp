@@ -108,8 +108,11 @@ class Resample : public vorn::PluginBlock {
   static vorn::Refusal CheckArgument(const vorn::Parameters& parameters, std::uint32_t rate) {
     const auto wanted = static_cast<std::uint32_t>(parameters.Integer(RATE));
     if (rate == 0 || !parameters.IsGiven(RATE) || rate == wanted) return {};
-    return "output 0: got " + std::to_string(rate) + " Hz, takes " + std::to_string(wanted) +
-           " Hz, as the argument 'rate' says; leave one of the two away";
+    return vorn::Refusal::Output(0)
+        .Field("rate")
+        .Got(std::to_string(rate) + " Hz")
+        .Takes(std::to_string(wanted) + " Hz, as the argument 'rate' says")
+        .Advice("leave one of the two away");
   }
 
   soxr_t NewResampler() {

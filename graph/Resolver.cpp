@@ -1,7 +1,6 @@
 #include "Resolver.h"
 
 #include <algorithm>
-#include <sstream>
 
 #include "Connections.h"
 #include "StreamText.h"
@@ -108,11 +107,13 @@ class Resolver {
     if (!block.plugIn.info->planStreams) return std::nullopt;
     std::vector<const char*> args;
     for (const std::string& arg : block.args) args.push_back(arg.c_str());
-    char text[1000] = "";
+    PlanRefusal refusal{};
     const int result = block.plugIn.info->planStreams(args.data(), args.size(), in.data(), in.size(), out.data(),
-                                                      out.size(), text, sizeof text);
+                                                      out.size(), &refusal);
     if (result >= 0) return std::nullopt;
-    return Refused(node, *text ? text : "refuses its streams (" + std::to_string(result) + ")");
+    if (refusal.kind != About::NOTHING) return Refused(node, refusal);
+    return Error{NodeOf(node).at,
+                 "block " + Quoted(NodeOf(node).name) + ": refuses its streams (" + std::to_string(result) + ")"};
   }
 
   std::optional<Error> AskBlock(std::size_t node, Streams& out) const {
@@ -123,25 +124,23 @@ class Resolver {
     return std::nullopt;
   }
 
-  /** A refusal begins with what it is about: "argument 'gain': ...", "input 1: ...". That is where it was written. */
-  Error Refused(std::size_t node, const std::string& text) const {
+  /** Points to where the argument or the link that is refused was written. */
+  Error Refused(std::size_t node, const PlanRefusal& refusal) const {
     const std::string who = "block " + Quoted(NodeOf(node).name);
-    std::istringstream words(text);
-    std::string what;
-    std::string which;
-    words >> what >> which;
-    if (which.ends_with(':')) which.pop_back();
+    const std::string text = refusal.text;
     for (const Attribute& parameter : NodeOf(node).parameters) {
-      if (what == "argument" && which == Quoted(parameter.name)) return {parameter.valueAt, who + ": " + text};
+      if (refusal.kind != About::ARGUMENT || parameter.name != refusal.name) continue;
+      return {parameter.valueAt, who + ": " + text};
     }
     for (const LinkPlan& link : plan.links) {
-      const std::string rest = text.substr(std::min(text.size(), text.find(':')));
-      if (what == "input" && link.to == node && which == std::to_string(link.in)) {
-        return {link.at, who + ", input " + which + " (from " + Quoted(NodeOf(link.from).name) + ')' + rest};
-      }
-      if (what == "output" && link.from == node && which == std::to_string(link.out)) {
-        return {link.at, who + ", output " + which + " (to " + Quoted(NodeOf(link.to).name) + ')' + rest};
-      }
+      const bool isInput = refusal.kind == About::INPUT && link.to == node && link.in == refusal.index;
+      const bool isOutput = refusal.kind == About::OUTPUT && link.from == node && link.out == refusal.index;
+      if (!isInput && !isOutput) continue;
+      const std::string label = LabelOf(refusal.kind, refusal.index, "");
+      const std::string neighbour =
+          isInput ? "from " + Quoted(NodeOf(link.from).name) : "to " + Quoted(NodeOf(link.to).name);
+      const std::string reason = text.starts_with(label + ": ") ? text.substr(label.size() + 2) : text;
+      return {link.at, who + ", " + label + " (" + neighbour + "): " + reason};
     }
     return {NodeOf(node).at, who + ": " + text};
   }

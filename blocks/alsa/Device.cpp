@@ -66,8 +66,9 @@ class Configuration {
       }
     }
     if (stream.format >= 0 && snd_pcm_hw_params_set_format(pcm, Get(), Theirs(stream.format)) == 0) return {};
-    return Got(stream.format < 0 ? "none" : vorn::FormatName(static_cast<SampleFormat>(stream.format))) + Formats() +
-           "; put a 'convert' between";
+    return Misfit("format", stream.format < 0 ? "none" : vorn::FormatName(static_cast<SampleFormat>(stream.format)))
+        .Takes(Formats())
+        .Advice("put a 'convert' between");
   }
 
   Refusal SetChannels(vorn::Stream& stream) {
@@ -77,8 +78,9 @@ class Configuration {
     snd_pcm_hw_params_get_channels_max(Get(), &most);
     if (stream.channels == 0) stream.channels = std::clamp(USUAL_CHANNELS, least, most);
     if (snd_pcm_hw_params_set_channels(pcm, Get(), stream.channels) == 0) return {};
-    return Got(std::to_string(stream.channels) + " channels") + Range(least, most, "channels") +
-           "; put a 'remap' between";
+    return Misfit("channels", std::to_string(stream.channels) + " channels")
+        .Takes(Range(least, most, "channels"))
+        .Advice("put a 'remap' between");
   }
 
   Refusal SetRate(vorn::Stream& stream) {
@@ -93,7 +95,9 @@ class Configuration {
                  : "the device has no rate near " + std::to_string(USUAL_RATE) + " Hz";
     }
     if (snd_pcm_hw_params_set_rate(pcm, Get(), stream.rate, 0) == 0) return {};
-    return Got(std::to_string(stream.rate) + " Hz") + Range(least, most, "Hz") + "; put a 'resample' between";
+    return Misfit("rate", std::to_string(stream.rate) + " Hz")
+        .Takes(Range(least, most, "Hz"))
+        .Advice("put a 'resample' between");
   }
 
   Refusal Install(long period, long buffer) {
@@ -114,7 +118,9 @@ class Configuration {
  private:
   snd_pcm_hw_params_t* Get() const { return params.get(); }
 
-  static std::string Got(const std::string& what) { return "got " + what + ", takes "; }
+  Refusal Misfit(const char* field, const std::string& came) const {
+    return Refusal::Endpoint(snd_pcm_stream(pcm) == SND_PCM_STREAM_PLAYBACK, 0).Field(field).Got(came);
+  }
 
   static std::string Range(unsigned least, unsigned most, const char* unit) {
     const std::string from = std::to_string(least);
@@ -144,8 +150,9 @@ Refusal SetStream(Configuration& configuration, vorn::Stream& stream) {
   return refusal;
 }
 
-Refusal WithName(const std::string& device, const Refusal& refusal) {
-  return refusal.empty() ? refusal : "device '" + device + "': " + refusal;
+Refusal WithName(const std::string& device, Refusal refusal) {
+  if (refusal.empty()) return refusal;
+  return refusal.Line(OfDevice(device, refusal.about == vorn::About::BLOCK ? refusal.Text() : refusal.Reason()));
 }
 
 /** Playback begins when the buffer is full, so that the first frames do not run dry. */
@@ -163,6 +170,8 @@ int SetThresholds(snd_pcm_t* pcm, snd_pcm_stream_t direction, snd_pcm_uframes_t 
 void Quiet(const char*, int, const char*, int, const char*, ...) {}
 
 }  // namespace
+
+std::string OfDevice(const std::string& device, const std::string& text) { return "device '" + device + "': " + text; }
 
 Refusal Device::OpenPcm(const std::string& device, Pcm& opened) const {
   snd_lib_error_set_handler(Quiet);

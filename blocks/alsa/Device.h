@@ -18,6 +18,9 @@ struct Wanted {
   long buffer = 0;  // samples; 0: four periods
 };
 
+/** How a line on a device begins. */
+std::string OfDevice(const std::string& device, const std::string& text);
+
 class Device {
  public:
   explicit Device(snd_pcm_stream_t streamDirection) : direction(streamDirection) {}

@@ -37,8 +37,7 @@ class AlsaSink final : public vorn::PluginBlock {
     if (const long gaps = device.NewXruns()) VORN_LOG_W("%ld underrun%s", gaps, gaps > 1 ? "s" : "");
     if (result == alsa::Device::Result::TIMEOUT) return vorn::FRAME_TIMEOUT;
     if (result == alsa::Device::Result::DONE) return vorn::FRAME_DONE;
-    VORN_LOG_E("device '%s': %s", Text(alsa::DEVICE).c_str(), device.Error().c_str());
-    return vorn::FRAME_FAILED;
+    return Fail(alsa::OfDevice(Text(alsa::DEVICE), device.Error()));
   }
 
   void OnGet(unsigned id) override {

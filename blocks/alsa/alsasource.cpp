@@ -47,10 +47,7 @@ class AlsaSource final : public vorn::PluginBlock {
     const alsa::Device::Result result = device.Read(out.data, out.samplesPerFrame);
     if (const long lost = device.NewXruns()) VORN_LOG_W("%ld overrun%s: samples lost", lost, lost > 1 ? "s" : "");
     if (result == alsa::Device::Result::TIMEOUT) return vorn::FRAME_TIMEOUT;
-    if (result == alsa::Device::Result::FAILED) {
-      VORN_LOG_E("device '%s': %s", Text(alsa::DEVICE).c_str(), device.Error().c_str());
-      return vorn::FRAME_FAILED;
-    }
+    if (result == alsa::Device::Result::FAILED) return Fail(alsa::OfDevice(Text(alsa::DEVICE), device.Error()));
     using namespace std::chrono;
     const long now = duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count();
     out.samples = out.samplesPerFrame;

@@ -64,9 +64,11 @@ Refusal Client::Connect(const vorn::Parameters& parameters) {
 }
 
 Refusal Client::Activate(const vorn::Parameters& parameters, const vorn::FrameBuffer& stream) {
+  const bool records = flags == JackPortIsInput;
   if (stream.rate != Rate()) {
-    return "got " + std::to_string(stream.rate) + " Hz, takes the " + std::to_string(Rate()) +
-           " Hz of the JACK server; put a 'resample' between";
+    Refusal refusal = Refusal::Endpoint(!records, 0).Field("rate").Got(std::to_string(stream.rate) + " Hz");
+    refusal.Takes("the " + std::to_string(Rate()) + " Hz of the JACK server").Advice("put a 'resample' between");
+    return refusal.Line(refusal.Reason());
   }
   const std::size_t cycle = std::max<std::size_t>(jack_get_buffer_size(client.get()), MAX_CYCLE);
   const std::size_t burst =
@@ -81,7 +83,6 @@ Refusal Client::Activate(const vorn::Parameters& parameters, const vorn::FrameBu
   while (sem_trywait(&cycles) == 0) {
   }
 
-  const bool records = flags == JackPortIsInput;
   for (unsigned c = 0; c < stream.channels; ++c) {
     const std::string name = (records ? "in_" : "out_") + std::to_string(c + 1);
     ports.push_back(jack_port_register(client.get(), name.c_str(), JACK_DEFAULT_AUDIO_TYPE, flags, 0));

@@ -47,8 +47,7 @@ class JackSink final : public vorn::PluginBlock {
     }
     if (result == jack::Client::Result::DONE) return vorn::FRAME_DONE;
     if (result == jack::Client::Result::TIMEOUT) return vorn::FRAME_TIMEOUT;
-    VORN_LOG_E("the JACK server is gone");
-    return vorn::FRAME_FAILED;
+    return Fail("the JACK server is gone");
   }
 
   void OnGet(unsigned id) override {

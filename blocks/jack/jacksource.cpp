@@ -53,10 +53,7 @@ class JackSource final : public vorn::PluginBlock {
       VORN_LOG_W("%ld cycle%s of the server lost", lost, lost > 1 ? "s" : "");
     }
     if (result == jack::Client::Result::TIMEOUT) return vorn::FRAME_TIMEOUT;
-    if (result == jack::Client::Result::SERVER_GONE) {
-      VORN_LOG_E("the JACK server is gone");
-      return vorn::FRAME_FAILED;
-    }
+    if (result == jack::Client::Result::SERVER_GONE) return Fail("the JACK server is gone");
     samples.Write(out, out.samplesPerFrame);
     return vorn::FRAME_DONE;
   }

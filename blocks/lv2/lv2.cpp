@@ -83,12 +83,12 @@ struct Layout {
   static Refusal CheckEndpoint(bool input, std::size_t index, std::size_t got, std::size_t ports,
                                const std::string& uri) {
     const auto text = [](std::size_t count) { return vorn::ChannelText(static_cast<std::uint32_t>(count)); };
-    const std::string label = vorn::Misfit::Label(input, index) + ": ";
     if (got == ports) return {};
-    if (ports == 0) return label + "got " + text(got) + ", but " + uri + " has no audio port for it";
-    if (got == 0) return label + "not linked, takes " + text(ports) + " as " + uri + " does";
-    return label + "got " + text(got) + ", takes " + text(ports) + " as " + uri + " does; put 'remap' " +
-           (input ? "before it" : "after it");
+    Refusal refusal = Refusal::Endpoint(input, index).Field("channels").Got(text(got));
+    if (ports == 0) return refusal.Problem("got " + text(got) + ", but " + uri + " has no audio port for it");
+    const std::string takes = text(ports) + " as " + uri + " does";
+    if (got == 0) return refusal.Problem("not linked, takes " + takes);
+    return refusal.Takes(takes).Advice(input ? "put 'remap' before it" : "put 'remap' after it");
   }
 };
 
@@ -117,7 +117,7 @@ class Lv2 : public vorn::PluginBlock {
     out[0].channels = static_cast<std::uint32_t>(layout.outPorts * layout.copies);
     if (!in.empty()) out[0].Complete(in[MAIN]);
     if (out[0].linked == 0 || layout.outPorts != 0) return {};
-    return vorn::Misfit::Label(false, 0) + ": " + plugin.uri + " has no audio output";
+    return Refusal::Output(0).Problem(plugin.uri + " has no audio output");
   }
 
   explicit Lv2(vorn::Setup setup)

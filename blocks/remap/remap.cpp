@@ -38,11 +38,11 @@ void AddSamples(Lane<const double> from, double factor, Lane<double> to, long sa
 }
 
 vorn::Refusal NotLinked(std::size_t input) {
-  return vorn::Misfit::Label(true, input) + ": is not linked, and the map takes channels of it";
+  return vorn::Refusal::Input(input).Problem("is not linked, and the map takes channels of it");
 }
 
 /** What an endpoint takes, where that is not so many channels. */
-vorn::Refusal Taken(const ChannelMap& map, bool input, std::size_t index, std::uint32_t channels) {
+std::string Taken(const ChannelMap& map, bool input, std::size_t index, std::uint32_t channels) {
   if (input) {
     const std::size_t needed = ChannelsNeeded(map, index);
     return channels >= needed ? "" : vorn::ChannelText(static_cast<std::uint32_t>(needed)) + " or more for this map";
@@ -55,10 +55,10 @@ vorn::Refusal Taken(const ChannelMap& map, bool input, std::size_t index, std::u
 vorn::Refusal CheckChannels(const ChannelMap& map, bool input, const std::vector<vorn::Stream>& streams) {
   for (std::size_t i = 0; i < streams.size(); ++i) {
     if (streams[i].linked == 0 || (input && streams[i].channels == 0)) continue;
-    const vorn::Refusal taken = Taken(map, input, i, streams[i].channels);
+    const std::string taken = Taken(map, input, i, streams[i].channels);
     if (taken.empty()) continue;
-    const std::string came = streams[i].channels != 0 ? "got " + vorn::ChannelText(streams[i].channels) + ", " : "";
-    return vorn::Misfit::Label(input, i) + ": " + came + "takes " + taken;
+    const std::string came = streams[i].channels != 0 ? vorn::ChannelText(streams[i].channels) : "";
+    return vorn::Refusal::Endpoint(input, i).Field("channels").Got(came).Takes(taken);
   }
   return {};
 }
@@ -102,7 +102,7 @@ class Remap : public vorn::PluginBlock {
 
  protected:
   vorn::Refusal CheckStream(bool input, std::size_t index, const vorn::FrameBuffer& stream) const override {
-    return Taken(map, input, index, stream.channels);
+    return vorn::Refusal(Taken(map, input, index, stream.channels)).Field("channels");
   }
 
   void OnSet(unsigned) override { map = ParseChannelMap(Text(MAP)); }

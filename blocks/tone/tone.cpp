@@ -73,8 +73,8 @@ class Tone : public vorn::PluginBlock {
 
   vorn::Refusal CheckStream(bool, std::size_t, const vorn::FrameBuffer& stream) const override {
     const vorn::Stream made = Made(Table());
-    const bool fits = vorn::CheckSame(vorn::SAME_STREAM, false, 0, vorn::StreamOf(stream), made, "").empty();
-    return fits ? "" : vorn::StreamText(made);
+    const vorn::Refusal misfit = vorn::CheckSame(vorn::SAME_STREAM, false, 0, vorn::StreamOf(stream), made, "");
+    return misfit.empty() ? misfit : vorn::Refusal(vorn::StreamText(made)).Field(misfit.field);
   }
 
   int Prepare() override {
@@ -94,7 +94,7 @@ class Tone : public vorn::PluginBlock {
     if (id == LENGTH || id == SAMPLES) countsSamples = id == SAMPLES;
     if (id != FREQUENCY || Out().rate == 0) return;
     const vorn::Refusal refusal = CheckFrequencies(Table(), Out().rate);
-    if (!refusal.empty()) throw std::invalid_argument(refusal);
+    if (!refusal.empty()) throw std::invalid_argument(refusal.Text());
     phase.SetFrequency(Number(FREQUENCY), Out().rate);
   }
 
@@ -138,8 +138,12 @@ class Tone : public vorn::PluginBlock {
     for (const unsigned id : {FREQUENCY, FROM, TO}) {
       const bool counts = id == FREQUENCY ? isPeriodic : wave == SWEEP && p.IsGiven(id);
       if (!counts || rate == 0 || p.Number(id) <= rate / 2.0) continue;
-      return "'" + p.Find(id)->name + "': got " + vorn::NumberText(p.Number(id)) + " Hz, takes at most " +
-             vorn::NumberText(rate / 2.0) + " Hz, half the rate";
+      const std::string& name = p.Find(id)->name;
+      const std::string got = vorn::NumberText(p.Number(id)) + " Hz";
+      const std::string takes = "at most " + vorn::NumberText(rate / 2.0) + " Hz, half the rate";
+      // The line fits an argument as well as a parameter that is set.
+      return vorn::Refusal::Argument(name).Got(got).Takes(takes).Line("'" + name + "': got " + got + ", takes " +
+                                                                      takes);
     }
     return {};
   }

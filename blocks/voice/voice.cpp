@@ -23,14 +23,18 @@ using vorn::Refusal;
 constexpr int MICROPHONE = 0;
 constexpr int REFERENCE = 1;
 constexpr std::uint32_t MOST_CHANNELS = 8;
-constexpr const char* RATES = "8000, 16000, 32000 or 48000 Hz; put 'resample' before it";
+constexpr const char* RATES = "8000, 16000, 32000 or 48000 Hz";
+constexpr const char* RESAMPLE = "put 'resample' before it";
 
 bool IsRate(std::uint32_t rate) { return rate == 8000 || rate == 16000 || rate == 32000 || rate == 48000; }
 
 Refusal CheckChannels(std::uint32_t in, std::uint32_t out) {
   if (out == 1 || out == in) return {};
-  return "output 0: got " + vorn::ChannelText(out) + ", takes 1 channel, or " + std::to_string(in) +
-         " as input 0; put 'remap' after it";
+  return Refusal::Output(0)
+      .Field("channels")
+      .Got(vorn::ChannelText(out))
+      .Takes("1 channel, or " + std::to_string(in) + " as input 0")
+      .Advice("put 'remap' after it");
 }
 
 // RMS over about a tenth of a second.
@@ -104,7 +108,7 @@ class Voice : public vorn::PluginBlock {
     out[0].Complete(in[MICROPHONE]);
     for (std::size_t i = 0; i < in.size(); ++i) {
       if (in[i].linked == 0 || in[i].rate == 0 || IsRate(in[i].rate)) continue;
-      return vorn::Misfit::Label(true, i) + ": got " + std::to_string(in[i].rate) + " Hz, takes " + RATES;
+      return Refusal::Input(i).Field("rate").Got(std::to_string(in[i].rate) + " Hz").Takes(RATES).Advice(RESAMPLE);
     }
     return CheckChannels(in[MICROPHONE].channels, out[0].channels);
   }
@@ -113,7 +117,7 @@ class Voice : public vorn::PluginBlock {
   bool Drives(std::size_t input) const override { return input == MICROPHONE; }
 
   Refusal CheckStream(bool input, std::size_t index, const vorn::FrameBuffer& stream) const override {
-    if (!IsRate(stream.rate)) return RATES;
+    if (!IsRate(stream.rate)) return Refusal(RATES).Field("rate").Advice(RESAMPLE);
     if (input && index == REFERENCE && processor && !far) return "a reference only while the route is stopped";
     return {};
   }

@@ -18,6 +18,8 @@ struct Source {
   }
   static Refusal PlanStreams(const Parameters& parameters, const std::vector<Stream>&, std::vector<Stream>& out) {
     if (parameters.Text(0) == "missing") return "missing: No such file";
+    if (parameters.Text(0) == "odd") return Refusal::Argument("path").Line("input 0: an odd line");
+    if (parameters.Text(0) == "late") return Refusal::Output(0).Field("rate").Line("device 'x': too late");
     for (Stream& stream : out) {
       stream.rate = 44100;
       stream.channels = 1;

@@ -70,6 +70,15 @@
  * Parameters::Line.
  *
  *
+ * Refusals
+ *
+ * What a block refuses, it says in one line: what came, what is taken, what mends it. The functions of the kit that
+ * check something return a Refusal, which has that line and its parts; it is empty where all is well. A block refuses
+ * with `return Refuse(...)`, and with `return Fail(...)` where it cannot go on with a frame; both log the line and keep
+ * the refusal. It is answered to PARAMETER_REFUSAL, so that nobody has to look for it in the log, and forgotten with
+ * the next link or start that is not refused.
+ *
+ *
  * Streams
  *
  * The description says what each endpoint takes and which fields must agree; the base class checks when a link is made
@@ -152,6 +161,7 @@
 #include <vorn/kit/Parameters.h>
 #include <vorn/kit/PluginBlock.h>
 #include <vorn/kit/Ramp.h>
+#include <vorn/kit/Refusal.h>
 #include <vorn/kit/StreamCheck.h>
 #include <vorn/kit/Streams.h>
 

@@ -1,6 +1,8 @@
 // What a host is told before there is a block: the streams that leave it, or in one line why it cannot be.
 #include <gtest/gtest.h>
 
+#include <regex>
+
 #include "testkit/BlockInfo.h"
 
 namespace {
@@ -118,15 +120,20 @@ TEST_P(Plans, AreStreamsOrOneLineThatSaysWhatIsWrong) {
   std::vector<const char*> args;
   for (const std::string& arg : c.args) args.push_back(arg.c_str());
   Streams out = c.out;
-  char error[1000] = "";
-  const int ret = info->planStreams(args.data(), args.size(), c.in.data(), c.in.size(), out.data(), out.size(), error,
-                                    sizeof error);
-  std::string planned = error;
+  vorn::PlanRefusal refusal{};
+  const int ret =
+      info->planStreams(args.data(), args.size(), c.in.data(), c.in.size(), out.data(), out.size(), &refusal);
+  std::string planned = refusal.text;
   for (const vorn::Stream& stream : out) {
     if (ret == 0) planned += (planned.empty() ? "" : "; ") + StreamText(stream);
   }
   EXPECT_EQ(planned, c.expected);
-  EXPECT_EQ(ret == 0, *error == '\0');
+  EXPECT_EQ(ret == 0, refusal.kind == vorn::About::NOTHING);
+  // Where the line begins with an endpoint or an argument, the fields name the same one.
+  const std::string label = planned.substr(0, planned.find(": "));
+  if (std::regex_match(label, std::regex("(input|output|argument) .*"))) {
+    EXPECT_EQ(vorn::LabelOf(refusal.kind, refusal.index, refusal.name), label);
+  }
 }
 
 }  // namespace

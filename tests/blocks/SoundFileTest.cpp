@@ -327,12 +327,12 @@ TEST_F(SoundFiles, TheStreamOfAFileIsKnownWithoutABlock) {
   vorn::Stream out;
   out.linked = 1;
   out.frame = 480;
-  char error[200] = "";
-  EXPECT_EQ(info.planStreams(arguments, 2, nullptr, 0, &out, 1, error, sizeof error), 0) << error;
+  vorn::PlanRefusal refusal{};
+  EXPECT_EQ(info.planStreams(arguments, 2, nullptr, 0, &out, 1, &refusal), 0) << refusal.text;
   EXPECT_EQ(vorn::StreamText(out), "rate=96000 format=S24_3LE channels=2 frame=480 length=96");
   out.rate = 48000;
-  EXPECT_LT(info.planStreams(arguments, 2, nullptr, 0, &out, 1, error, sizeof error), 0);
-  EXPECT_EQ(error, "output 0: got 48000 Hz, takes 96000 Hz as " + path + "; put 'resample' after it");
+  EXPECT_LT(info.planStreams(arguments, 2, nullptr, 0, &out, 1, &refusal), 0);
+  EXPECT_EQ(refusal.text, "output 0: got 48000 Hz, takes 96000 Hz as " + path + "; put 'resample' after it");
   dlclose(plugin);
 }
 

@@ -72,7 +72,7 @@ class Bench final : public vorn::FlowOwner {
   bool MayArrive(std::size_t) const override { return mayArrive; }
   void Grow(std::size_t, long) override {}
   void OnOver() override { ++overs; }
-  long Fail(const std::string&) override { return vorn::FRAME_FAILED; }
+  long FailFlow(const char*) override { return vorn::FRAME_FAILED; }
   void Warn(const char*) override { ++warnings; }
 
   static constexpr std::size_t FRAME = 4;

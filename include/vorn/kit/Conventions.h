@@ -13,13 +13,33 @@
 
 namespace vorn {
 
-/** Parameter ids from here on belong to the kit; they can be read, not set. */
+/** Parameter ids from here on belong to the kit; they can be read, not set. Read them through Route::GetParameter. */
 enum ReservedParameters : unsigned {
   RESERVED_PARAMETERS = 0xFFFFFF00,
   /** GetParameter answers the block's table, one parameter a text: see Parameters::Line for its fields. */
   PARAMETER_TABLE = 0xFFFFFF00,
   /** GetParameter answers one text an output, in index order: see StreamText. -20 from a block that makes no stream of its own. */
   PARAMETER_STREAMS = 0xFFFFFF01,
+  /**
+   * GetParameter answers why the block last refused something: a link, a start, a parameter, or to go on with a frame.
+   * The texts are in the order of RefusalTexts; there is none where the block refused nothing since it was last linked
+   * or started without a refusal.
+   */
+  PARAMETER_REFUSAL = 0xFFFFFF02,
+};
+
+/** The texts of PARAMETER_REFUSAL by place: see Refusal for what they say. One that says nothing is empty. */
+enum RefusalTexts : std::size_t {
+  REFUSAL_KIND = 0,   ///< What it is about: the number of an About.
+  REFUSAL_INDEX = 1,  ///< Of the endpoint.
+  REFUSAL_NAME = 2,   ///< Of the argument or parameter.
+  REFUSAL_FIELD = 3,
+  REFUSAL_GOT = 4,
+  REFUSAL_TAKES = 5,
+  REFUSAL_ADVICE = 6,
+  REFUSAL_TEXT = 7,    ///< The whole line, as it is in the log.
+  REFUSAL_MICROS = 8,  ///< When, in microseconds of the monotonic clock: of several blocks the first one is the cause.
+  REFUSAL_TEXTS = 9,   ///< How many there are.
 };
 
 /** What Block::ioctl of a kit block understands. A block without the kit answers -20 to all of it. */

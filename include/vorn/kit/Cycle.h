@@ -154,7 +154,7 @@ inline long Flow::RunInputs() {
     const bool isCertain = board->foreignLinks == 0;
     if (isCertain || MayMoreArrive()) {
       if (++waits <= MOST_WAITS) return FRAME_PENDING;
-      if (isCertain) return owner.Fail("waits for an input to which nothing is sent; do links lead round in a circle?");
+      if (isCertain) return owner.FailFlow("waits for an input to which nothing is sent; do links lead round in a circle?");
     }
     EndMissing();
   }
@@ -221,7 +221,7 @@ inline long Flow::RunJoin(std::uint32_t asked) {
   const bool mustHold = (asked & Bit(Request::HOLD)) != 0;
   if (!mustHold && AllFit()) return Work();
   if (!QueueInputs()) {
-    return owner.Fail("more samples wait for the other inputs than memory may take; takes inputs that bring as many "
+    return owner.FailFlow("more samples wait for the other inputs than memory may take; takes inputs that bring as many "
                       "samples in the long run");
   }
   const long samples = mustHold ? 0 : ReadySamples();

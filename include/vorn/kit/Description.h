@@ -25,10 +25,17 @@
 #include <vector>
 
 #include <vorn/Block.h>
+#include <vorn/kit/Refusal.h>
 #include <vorn/kit/RouteBoard.h>
 #include <vorn/kit/Streams.h>
 
 namespace vorn {
+
+/** What a host says of a plug-in, behind its name, where BlockInfo::kitVersion is not its own. */
+inline std::string OtherKit(std::uint32_t itsVersion) {
+  return "was built with version " + std::to_string(itsVersion) + " of the plug-in kit, this is version " +
+         std::to_string(KIT_VERSION) + "; build it again";
+}
 
 enum class ParameterType : std::uint32_t {
   NUMBER = 0,   ///< a double
@@ -84,6 +91,14 @@ enum BlockFlags : std::uint32_t {
   BLOCK_OWN_PARAMETERS = 4,  ///< has more parameters once it is created: ask the block for its table
 };
 
+/** Why planStreams refuses. Texts end with a 0, and are cut where they are too long. */
+struct PlanRefusal {
+  About kind;
+  std::uint32_t index;  ///< Of the endpoint.
+  char name[64];        ///< Of the argument.
+  char text[1000];      ///< The whole line: see Refusal::Text.
+};
+
 /** Everything a plug-in says of its block. Valid while the plug-in is loaded. */
 struct BlockInfo {
   std::uint32_t kitVersion;  ///< Compare with KIT_VERSION before reading on.
@@ -108,11 +123,11 @@ struct BlockInfo {
    * @param in the streams that come in, by input index. @param out by output index: what is asked for comes in (what
    * the graph says of the link; `linked` 0 for an output that is not used) and is completed with what the block makes
    * of it. A field that stays unknown is for the host to choose.
-   * @param error gets one line where the answer is negative: what does not fit, and the block that would mend it.
+   * @param refusal says where the answer is negative what does not fit, and which block would mend it. May be null.
    * @return 0, or negative.
    */
   int (*planStreams)(const char* const* arguments, std::size_t argumentCount, const Stream* in, std::size_t inCount,
-                     Stream* out, std::size_t outCount, char* error, std::size_t errorSize);
+                     Stream* out, std::size_t outCount, PlanRefusal* refusal);
 };
 
 /** The exported symbol "DescribeBlock". */

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdio>
 #include <exception>
 #include <memory>
 #include <string>
@@ -32,7 +31,7 @@ Block* CreatePluginBlock(bool first, bool last, const std::vector<std::string>& 
     auto block = std::make_unique<BlockClass>(Setup{isFirst, isLast, arguments, std::move(description)});
     const Refusal refusal = block->UnknownArguments();
     if (refusal.empty()) return block.release();
-    _tlogging_print('E', __FILE__, __LINE__, __func__, "%s: %s", name, refusal.c_str());
+    _tlogging_print('E', __FILE__, __LINE__, __func__, "%s: %s", name, refusal.Text().c_str());
   } catch (const std::exception& e) {
     _tlogging_print('E', __FILE__, __LINE__, __func__, "%s: %s", name, e.what());
   } catch (...) {
@@ -67,19 +66,33 @@ Refusal PlanPluginStreams(const std::vector<std::string>& arguments, const std::
   return CheckStreams(description, in, out);
 }
 
+template <std::size_t SIZE>
+void CopyText(const std::string& from, char (&to)[SIZE]) {
+  to[from.copy(to, SIZE - 1)] = '\0';
+}
+
+/** @return the result of a refused plan. */
+inline int AnswerRefusal(const Refusal& refusal, PlanRefusal* answer) {
+  if (answer == nullptr) return -20;
+  answer->kind = refusal.about;
+  answer->index = refusal.index;
+  CopyText(refusal.name, answer->name);
+  CopyText(refusal.Text(), answer->text);
+  return -20;
+}
+
 template <class BlockClass>
 int PlanPluginStreamsC(const char* const* arguments, std::size_t argumentCount, const Stream* in, std::size_t inCount,
-                       Stream* out, std::size_t outCount, char* error, std::size_t errorSize) {
-  const auto fail = [=](const char* why) { return std::snprintf(error, errorSize, "%s", why), -20; };
+                       Stream* out, std::size_t outCount, PlanRefusal* answer) {
   try {
     std::vector<Stream> leaving(out, out + outCount);
     const Refusal refusal =
         PlanPluginStreams<BlockClass>({arguments, arguments + argumentCount}, {in, in + inCount}, leaving);
-    if (!refusal.empty()) return fail(refusal.c_str());
+    if (!refusal.empty()) return AnswerRefusal(refusal, answer);
     std::copy(leaving.begin(), leaving.begin() + static_cast<std::ptrdiff_t>(outCount), out);
     return 0;
   } catch (const std::exception& e) {
-    return fail(e.what());
+    return AnswerRefusal(e.what(), answer);
   }
 }
 

@@ -30,7 +30,6 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -60,7 +59,7 @@ class FlowOwner {
   /** The block's streams are over: it sends and takes nothing any more. */
   virtual void OnOver() = 0;
   /** Logs why the route fails. @return FRAME_FAILED. */
-  virtual long Fail(const std::string& why) = 0;
+  virtual long FailFlow(const char* why) = 0;
   /** Logs what is lost though the route goes on. */
   virtual void Warn(const char* what) = 0;
 

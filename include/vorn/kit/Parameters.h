@@ -12,11 +12,9 @@
 #include <vector>
 
 #include <vorn/kit/Description.h>
+#include <vorn/kit/Refusal.h>
 
 namespace vorn {
-
-/** Why a parameter, an argument or a stream is refused: one line, or empty where all is well. */
-using Refusal = std::string;
 
 /**
  * A table of parameters with a value for each.
@@ -53,7 +51,7 @@ class Parameters {
     }
     for (std::size_t i = 0; i < table.size(); ++i) {
       if (!table[i].IsRequired() || values[i].given) continue;
-      return "argument '" + table[i].name + "': missing; takes " + Taken(table[i]);
+      return Refusal::Argument(table[i].name).Problem("missing").Takes(Taken(table[i]));
     }
     return {};
   }
@@ -96,9 +94,10 @@ class Parameters {
   /** Sets a value from text. The value stays as it was where the text is refused. */
   Refusal Set(unsigned id, const std::string& text) {
     const std::size_t i = IndexOf(id);
-    if (i == table.size()) return "parameter " + std::to_string(id) + ": unknown";
-    if (table[i].IsReading()) return "parameter '" + table[i].name + "': can only be read";
-    return Assign(i, "parameter", text);
+    if (i == table.size()) return Refusal::Parameter(id).Problem("unknown");
+    Refusal refusal = Refusal::Parameter(table[i].name);
+    if (table[i].IsReading()) return refusal.Problem("can only be read");
+    return Assign(i, refusal, text);
   }
 
   /** Stores a measurement; also for a value that the block itself corrected. No allocation; read back as text with TextOf. */
@@ -186,26 +185,26 @@ class Parameters {
     for (std::size_t i = 0; i < table.size(); ++i) {
       if (table[i].positional && seen++ == position) return Give(i, text);
     }
-    return "argument '" + text + "': too many without a name; takes " + Names(true);
+    return Refusal::Argument(text).Problem("too many without a name").Takes(Names(true));
   }
 
   Refusal Give(std::size_t i, const std::string& text) {
-    if (values[i].given) return "argument '" + table[i].name + "': given twice";
-    return Assign(i, "argument", text);
+    Refusal refusal = Refusal::Argument(table[i].name);
+    if (values[i].given) return refusal.Problem("given twice");
+    return Assign(i, refusal, text);
   }
 
-  Refusal Assign(std::size_t i, const char* what, const std::string& text) {
+  /** @param refusal says what the text was given as; returned, complete, where the text is not taken. */
+  Refusal Assign(std::size_t i, Refusal& refusal, const std::string& text) {
     Value value;
-    if (!Read(table[i], text, value)) {
-      return std::string(what) + " '" + table[i].name + "': got '" + text + "', takes " + Taken(table[i]);
-    }
+    if (!Read(table[i], text, value)) return refusal.Got("'" + text + "'").Takes(Taken(table[i]));
     value.given = true;
     values[i] = std::move(value);
     return {};
   }
 
   Refusal UnknownName(const std::string& name) const {
-    return "argument '" + name + "': unknown; takes " + Names(false);
+    return Refusal::Argument(name).Problem("unknown").Takes(Names(false));
   }
 
   std::string Names(bool positionalOnly) const {

@@ -3,6 +3,7 @@
 #define VORN_KIT_PLUGIN_BLOCK_H
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
@@ -18,6 +19,7 @@
 #include <vorn/kit/Description.h>
 #include <vorn/kit/Log.h>
 #include <vorn/kit/Parameters.h>
+#include <vorn/kit/Refusal.h>
 #include <vorn/kit/StreamCheck.h>
 #include <vorn/kit/Streams.h>
 
@@ -86,7 +88,12 @@ class PluginBlock : public Block, protected FlowOwner {
    */
   virtual int OutputStreams(std::vector<Stream>& streams);
 
-  /** A further check of one endpoint, when it is linked and at the start. @return what is taken, or empty. */
+  /**
+   * A further check of one endpoint, when it is linked and at the start.
+   *
+   * @return empty, or what is taken, as a text that may have a Field and an Advice: the base class adds the endpoint
+   * and what came. A refusal that names an endpoint already stays as it is.
+   */
   virtual Refusal CheckStream(bool input, std::size_t index, const FrameBuffer& stream) const;
 
   /** Whether the output goes on while this input has not ended. At least one linked input must say so. */
@@ -127,8 +134,10 @@ class PluginBlock : public Block, protected FlowOwner {
   long Take(void* to, long count, bool blocking, long* stamp);
   long Put(const void* from, long count, bool blocking, long stamp);
 
-  /** Logs what does not fit an endpoint. @return -20. */
-  int Refuse(const Refusal& refusal) const;
+  /** Logs and keeps why this block refuses something. On the route's thread. @return -20. */
+  int Refuse(const Refusal& refusal);
+  /** The same where the block cannot go on: `return Fail("the device is gone");` in Process and Drain. @return FRAME_FAILED. */
+  long Fail(const Refusal& refusal);
   /**@}*/
 
  public:
@@ -153,9 +162,11 @@ class PluginBlock : public Block, protected FlowOwner {
   bool MayArrive(std::size_t input) const final;
   void Grow(std::size_t output, long samples) final { OutEp(output).Resize(samples); }
   void OnOver() final;
-  long Fail(const std::string& why) final;
+  long FailFlow(const char* why) final { return Fail(why); }
   void Warn(const char* what) final;
 
+  int Accept();  // forgets the last refusal; 0
+  std::vector<std::string> LastRefusal() const;
   Refusal CheckLink(bool input, std::size_t index);
   Refusal CheckAllStreams();
   Refusal CheckRelinked(bool input, std::size_t index);
@@ -174,6 +185,8 @@ class PluginBlock : public Block, protected FlowOwner {
   FIFO* fifoToRead = nullptr;  // the producer, where it is one
   FIFO* fifoToWrite = nullptr;
   BlockCounters* counters = nullptr;
+  Refusal lastRefusal;         // since the last link or start that was not refused
+  std::int64_t refusedAt = 0;  // in microseconds of the monotonic clock
   bool running = false;
   bool warned = false;                             // of samples that are lost beside a block without the kit
   std::array<Stream, Endpoint::COUNT> preparedIn;  // the streams that Prepare saw
@@ -186,7 +199,7 @@ inline PluginBlock::PluginBlock(Setup setup)
   for (std::size_t i = 0; i < Endpoint::COUNT; ++i) flow.ShowUnlinked(i, InEp(i).FB());
   if ((description.same & SAME_FRAME) != 0) flow.KeepFrameSize();
   const Refusal refusal = parameters.Parse(setup.arguments);
-  if (!refusal.empty()) throw std::invalid_argument(refusal);
+  if (!refusal.empty()) throw std::invalid_argument(refusal.Text());
 }
 
 inline PluginBlock::~PluginBlock() {
@@ -196,7 +209,7 @@ inline PluginBlock::~PluginBlock() {
 
 inline void PluginBlock::Extend(const std::vector<Parameter>& more) {
   const Refusal refusal = parameters.Extend(more);
-  if (!refusal.empty()) throw std::invalid_argument(refusal);
+  if (!refusal.empty()) throw std::invalid_argument(refusal.Text());
 }
 
 inline long PluginBlock::Drain(bool) { return FRAME_DONE; }
@@ -206,9 +219,38 @@ inline int PluginBlock::OutputStreams(std::vector<Stream>&) { return -20; }
 inline Refusal PluginBlock::CheckStream(bool, std::size_t, const FrameBuffer&) const { return {}; }
 inline bool PluginBlock::Drives(std::size_t) const { return true; }
 
-inline int PluginBlock::Refuse(const Refusal& refusal) const {
-  VORN_LOG_E("%s", refusal.c_str());
+// Refusals
+
+inline int PluginBlock::Refuse(const Refusal& refusal) {
+  VORN_LOG_E("%s", refusal.Text().c_str());
+  lastRefusal = refusal;
+  using namespace std::chrono;
+  refusedAt = duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count();
   return -20;
+}
+
+inline long PluginBlock::Fail(const Refusal& refusal) {
+  Refuse(refusal);
+  return FRAME_FAILED;
+}
+
+inline int PluginBlock::Accept() {
+  lastRefusal = Refusal();
+  return 0;
+}
+
+inline std::vector<std::string> PluginBlock::LastRefusal() const {
+  const Refusal& r = lastRefusal;
+  if (r.empty()) return {};
+  return {std::to_string(static_cast<std::uint32_t>(r.about)),
+          std::to_string(r.index),
+          r.name,
+          r.field,
+          r.got,
+          r.takes,
+          r.advice,
+          r.Text(),
+          std::to_string(refusedAt)};
 }
 
 // Links
@@ -218,13 +260,15 @@ inline Refusal PluginBlock::CheckLink(bool input, std::size_t index) {
   Refusal refusal = CheckEndpoint(ports, input, index, Stream());
   if (!refusal.empty()) return refusal;
   const FrameBuffer& fb = input ? *InEp(index).FB() : Out(index);
-  const std::string came = Misfit::Label(input, index) + ": got " + StreamText(StreamOf(fb)) + ", takes ";
-  if (fb.rate == 0 || fb.channels == 0 || fb.samplesPerFrame <= 0)
-    return came + "at least 1 Hz, 1 channel and 1 sample";
+  Refusal misfit = Refusal::Endpoint(input, index).Got(StreamText(StreamOf(fb)));
+  if (fb.rate == 0 || fb.channels == 0 || fb.samplesPerFrame <= 0) {
+    return misfit.Takes("at least 1 Hz, 1 channel and 1 sample");
+  }
   refusal = CheckEndpoint(ports, input, index, StreamOf(fb));
   if (!refusal.empty()) return refusal;
   refusal = CheckStream(input, index, fb);
-  return refusal.empty() ? Refusal() : came + refusal;
+  if (refusal.about != About::BLOCK) return refusal;
+  return misfit.Field(refusal.field).Takes(refusal.line).Advice(refusal.advice);
 }
 
 inline Refusal PluginBlock::CheckAllStreams() {
@@ -272,7 +316,7 @@ inline int PluginBlock::OnInEpLinked(unsigned long index) {
   if (refusal.empty()) refusal = CheckVersion(InEp(index));
   if (!refusal.empty()) return Refuse(refusal);
   LinkFlow();
-  return 0;
+  return Accept();
 }
 
 inline int PluginBlock::OnOutEpLinked(unsigned long index) {
@@ -280,7 +324,7 @@ inline int PluginBlock::OnOutEpLinked(unsigned long index) {
   if (refusal.empty()) refusal = CheckVersion(OutEp(index));
   if (!refusal.empty()) return Refuse(refusal);
   LinkFlow();
-  return 0;
+  return Accept();
 }
 
 inline void PluginBlock::OnInEpUnlinked(unsigned long index) {
@@ -319,6 +363,7 @@ inline int PluginBlock::Start() {
       return Refuse("built with version " + std::to_string(KIT_VERSION) + " of the plug-in kit, the library with version " +
                     std::to_string(Board()->kitVersion) + "; build the plug-in again");
     }
+    Accept();
     if (IsUnlinked()) return 0;
     const Refusal refusal = CheckAllStreams();
     if (!refusal.empty()) return Refuse(refusal);
@@ -353,7 +398,7 @@ inline void PluginBlock::Reset() {
   try {
     Forget();
   } catch (const std::exception& e) {
-    VORN_LOG_E("%s", e.what());
+    Refuse(e.what());
   }
   flow.Forget();
 }
@@ -365,7 +410,7 @@ inline long PluginBlock::ProcessFrame() {
   try {
     result = flow.Run();
   } catch (const std::exception& e) {
-    VORN_LOG_E("%s", e.what());
+    Refuse(e.what());
   }
   if (counts && result >= 0) Count(arrived);
   return result;
@@ -390,11 +435,6 @@ inline bool PluginBlock::MayArrive(std::size_t input) const {
   return vorn::MayArrive(InEp(input), hops);
 }
 
-inline long PluginBlock::Fail(const std::string& why) {
-  Refuse(why);
-  return FRAME_FAILED;
-}
-
 inline void PluginBlock::Warn(const char* what) {
   if (!warned) VORN_LOG_W("%s", what);
   warned = true;
@@ -405,11 +445,11 @@ inline void PluginBlock::Warn(const char* what) {
 inline int PluginBlock::SetParameter(unsigned int paramId, const std::vector<std::string>& params) {
   std::string text;
   for (const std::string& word : params) text += (&word == params.data() ? "" : " ") + word;
+  const Parameter* const parameter = parameters.Find(paramId);
+  if (parameter == nullptr) return Refuse(Refusal::Parameter(paramId).Problem("unknown, or can only be read"));
   try {
-    const Parameter* parameter = parameters.Find(paramId);
-    if (parameter == nullptr) return Refuse("parameter " + std::to_string(paramId) + ": unknown, or can only be read");
     if (running && !parameter->IsLive() && !parameter->IsReading()) {
-      return Refuse("parameter '" + parameter->name + "': cannot be set while the route runs");
+      return Refuse(Refusal::Parameter(parameter->name).Problem("cannot be set while the route runs"));
     }
     const Parameters::Value before = parameters.ValueOf(paramId);
     const Refusal refusal = parameters.Set(paramId, text);
@@ -422,13 +462,14 @@ inline int PluginBlock::SetParameter(unsigned int paramId, const std::vector<std
     }
     return 0;
   } catch (const std::exception& e) {
-    return Refuse(e.what());
+    return Refuse(Refusal::Parameter(parameter->name).Line(e.what()));
   }
 }
 
 inline int PluginBlock::GetParameter(unsigned int paramId, std::vector<std::string>& params) {
   try {
     params.clear();
+    if (paramId == PARAMETER_REFUSAL) return params = LastRefusal(), 0;
     if (paramId == PARAMETER_STREAMS) {
       std::vector<Stream> streams;
       const int ret = OutputStreams(streams);
@@ -442,7 +483,7 @@ inline int PluginBlock::GetParameter(unsigned int paramId, std::vector<std::stri
       params.push_back(paramId == PARAMETER_TABLE ? parameters.Line(i) : parameters.TextOf(i));
     }
     if (params.empty() && paramId != PARAMETER_TABLE) {
-      return Refuse("parameter " + std::to_string(paramId) + ": unknown");
+      return Refuse(Refusal::Parameter(paramId).Problem("unknown"));
     }
     return 0;
   } catch (const std::exception& e) {

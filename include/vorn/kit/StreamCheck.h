@@ -9,7 +9,7 @@
 #include <vector>
 
 #include <vorn/kit/Description.h>
-#include <vorn/kit/Parameters.h>
+#include <vorn/kit/Refusal.h>
 #include <vorn/kit/Streams.h>
 
 namespace vorn {
@@ -17,24 +17,27 @@ namespace vorn {
 /** Collects all that is wrong with one endpoint, so that one line names every field, and what would mend it. */
 class Misfit {
  public:
-  void Add(const std::string& came, const std::string& wanted, const char* mender) {
+  void Add(const char* field, const std::string& came, const std::string& wanted, const char* mender) {
+    fields += (fields.empty() ? "" : " ") + std::string(field);
     got += (got.empty() ? "" : " ") + came;
     taken += (taken.empty() ? "" : " ") + wanted;
     menders += (menders.empty() ? "'" : ", '") + std::string(mender) + "'";
   }
 
-  /** @param like the endpoint whose stream is wanted, or empty. */
-  Refusal Text(bool input, std::size_t index, const std::string& like) const {
+  /** @param like the endpoint whose stream is wanted, or empty. @return all that was added, or empty. */
+  Refusal Of(bool input, std::size_t index, const std::string& like) const {
     if (got.empty()) return {};
-    return Label(input, index) + ": got " + got + ", takes " + taken + (like.empty() ? "" : " as " + like) + "; put " +
-           menders + (input ? " before it" : " after it");
+    return Refusal::Endpoint(input, index)
+        .Field(fields)
+        .Got(got)
+        .Takes(taken + (like.empty() ? "" : " as " + like))
+        .Advice("put " + menders + (input ? " before it" : " after it"));
   }
 
-  static std::string Label(bool input, std::size_t index) {
-    return (input ? "input " : "output ") + std::to_string(index);
-  }
+  static std::string Label(bool input, std::size_t index) { return Refusal::Endpoint(input, index).Label(); }
 
  private:
+  std::string fields;
   std::string got;
   std::string taken;
   std::string menders;
@@ -54,19 +57,20 @@ inline std::string ChannelRange(const EndpointInfo& port) {
 inline Refusal CheckEndpoint(const Description::Ports& ports, bool input, std::size_t index, const Stream& stream) {
   if (index >= ports.most) {
     const char* kind = input ? " input" : " output";
-    return Misfit::Label(input, index) + ": no such endpoint; takes " + std::to_string(ports.most) + kind +
-           (ports.most == 1 ? "" : "s");
+    return Refusal::Endpoint(input, index)
+        .Problem("no such endpoint")
+        .Takes(std::to_string(ports.most) + kind + (ports.most == 1 ? "" : "s"));
   }
   const EndpointInfo& port = ports.At(index);
   const auto format = static_cast<SampleFormat>(stream.format);
   Misfit misfit;
   if (stream.format >= 0 && (port.formats & FormatBit(format)) == 0) {
-    misfit.Add(FormatName(format), FormatNames(port.formats), "convert");
+    misfit.Add("format", FormatName(format), FormatNames(port.formats), "convert");
   }
   if (stream.channels != 0 && (stream.channels < port.minChannels || stream.channels > port.maxChannels)) {
-    misfit.Add(ChannelText(stream.channels), ChannelRange(port), "remap");
+    misfit.Add("channels", ChannelText(stream.channels), ChannelRange(port), "remap");
   }
-  return misfit.Text(input, index, "");
+  return misfit.Of(input, index, "");
 }
 
 /** The fields that must be equal, of one stream against another. What is not known on either side fits. */
@@ -74,19 +78,19 @@ inline Refusal CheckSame(std::uint32_t same, bool input, std::size_t index, cons
                          const std::string& modelLabel) {
   Misfit misfit;
   if ((same & SAME_RATE) != 0 && stream.rate != 0 && model.rate != 0 && stream.rate != model.rate) {
-    misfit.Add(std::to_string(stream.rate) + " Hz", std::to_string(model.rate) + " Hz", "resample");
+    misfit.Add("rate", std::to_string(stream.rate) + " Hz", std::to_string(model.rate) + " Hz", "resample");
   }
   if ((same & SAME_FORMAT) != 0 && stream.format >= 0 && model.format >= 0 && stream.format != model.format) {
-    misfit.Add(FormatName(static_cast<SampleFormat>(stream.format)),
+    misfit.Add("format", FormatName(static_cast<SampleFormat>(stream.format)),
                FormatName(static_cast<SampleFormat>(model.format)), "convert");
   }
   if ((same & SAME_CHANNELS) != 0 && stream.channels != 0 && model.channels != 0 && stream.channels != model.channels) {
-    misfit.Add(ChannelText(stream.channels), ChannelText(model.channels), "remap");
+    misfit.Add("channels", ChannelText(stream.channels), ChannelText(model.channels), "remap");
   }
   if ((same & SAME_FRAME) != 0 && stream.frame != 0 && model.frame != 0 && stream.frame != model.frame) {
-    misfit.Add(std::to_string(stream.frame) + " samples a frame", std::to_string(model.frame), "reframe");
+    misfit.Add("frame", std::to_string(stream.frame) + " samples a frame", std::to_string(model.frame), "reframe");
   }
-  return misfit.Text(input, index, modelLabel);
+  return misfit.Of(input, index, modelLabel);
 }
 
 /**
@@ -107,12 +111,13 @@ inline Refusal CheckStreams(const Description& description, const std::vector<St
       Refusal refusal = CheckEndpoint(ports, input, i, streams[i]);
       if (refusal.empty()) refusal = CheckSame(description.same, input, i, streams[i], model, modelLabel);
       if (!refusal.empty()) return refusal;
-      if (modelLabel.empty()) modelLabel = Misfit::Label(input, i);
+      if (modelLabel.empty()) modelLabel = Refusal::Endpoint(input, i).Label();
       model.Complete(streams[i]);
     }
     if (linked < ports.least) {
-      return std::to_string(linked) + (input ? " inputs" : " outputs") + " linked, takes " +
-             std::to_string(ports.least) + (ports.most > ports.least ? " or more" : "");
+      const std::string got = std::to_string(linked) + (input ? " inputs" : " outputs") + " linked";
+      const std::string takes = std::to_string(ports.least) + (ports.most > ports.least ? " or more" : "");
+      return Refusal(got + ", takes " + takes).Got(got).Takes(takes);
     }
   }
   return {};
