@@ -7,8 +7,7 @@ namespace {
 
 const BlockInfo* DescriptionIn(void* handle) {
   auto* const describe = reinterpret_cast<DescribeBlockFunction>(dlsym(handle, "DescribeBlock"));
-  const BlockInfo* const info = describe ? describe() : nullptr;
-  return info && info->kitVersion == KIT_VERSION ? info : nullptr;
+  return describe ? describe() : nullptr;
 }
 
 }  // namespace
@@ -21,7 +20,9 @@ Result<PlugIn> LoadedPlugIns::Find(const Word& name) {
     return Error{name.at, "no block '" + name.text + "': " + dlerror() + "; 'vorn-inspect' lists what there is"};
   }
   if (!dlsym(handle, "CreateBlock")) return Error{name.at, soFileName + " is no plug-in: it has no CreateBlock"};
-  return PlugIn{soFileName, DescriptionIn(handle)};
+  const BlockInfo* const info = DescriptionIn(handle);
+  if (info && info->kitVersion != KIT_VERSION) return Error{name.at, soFileName + ' ' + OtherKit(info->kitVersion)};
+  return PlugIn{soFileName, info};
 }
 
 std::string SoFileName(const std::string& name) {

@@ -9,7 +9,7 @@ namespace vorn::graph {
 
 struct PlugIn {
   std::string soFileName;           ///< As Route::NewBlock takes it.
-  const BlockInfo* info = nullptr;  ///< Null: a plug-in that does not describe itself, or not to this kit.
+  const BlockInfo* info = nullptr;  ///< Null: a plug-in that does not describe itself.
 };
 
 /** Where the plug-ins of a graph are looked up. */

@@ -55,8 +55,7 @@ Json Load(const std::filesystem::path& path, const std::vector<std::string>& arg
   const vorn::BlockInfo* info = describe ? describe() : nullptr;
   table["kit"] = info != nullptr;
   if (info && info->kitVersion != vorn::KIT_VERSION) {
-    table["error"] = "made with version " + std::to_string(info->kitVersion) + " of the kit, this is version " +
-                     std::to_string(vorn::KIT_VERSION);
+    table["error"] = path.filename().string() + ' ' + vorn::OtherKit(info->kitVersion);
     return table;
   }
   if (info) table.update(TableOf(*info));
