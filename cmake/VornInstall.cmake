@@ -29,5 +29,11 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/VornConfig.cmake ${CMAKE_CURRENT_BINAR
 
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig
            OUTPUT_VARIABLE VORN_PREFIX_FROM_PC)
-configure_file(cmake/vorn.pc.in vorn.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vorn.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+set(pcs vorn.pc)
+if(TARGET vorngraph)
+  list(APPEND pcs vorngraph.pc)
+endif()
+foreach(pc IN LISTS pcs)
+  configure_file(cmake/${pc}.in ${pc} @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${pc} DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endforeach()

@@ -21,7 +21,7 @@ std::string DotOf(const Result<GraphDescription>& read) {
   FakePlugIns plugIns(true);
   const auto ask = [](std::size_t, const BlockPlan&) { return Result<std::vector<vorn::Stream>>(); };
   const auto plan = Resolve(*graph, plugIns, ask);
-  if (const auto* error = std::get_if<Error>(&plan)) return ToString(*error).empty() ? std::abort(), "" : "";
+  if (const auto* error = std::get_if<Error>(&plan)) return error->ToString().empty() ? std::abort(), "" : "";
   return vorn::graph::DotOf(std::get<GraphPlan>(plan));
 }
 
@@ -36,6 +36,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string_view text(reinterpret_cast<const char*>(data), size);
   Check(ReadGraphFile(text, "graph", {}));
   Check(ReadGraphFile(text, "graph", {{"in", "a 'b\"$\\"}}));
-  if (text.find(char{0}) == text.npos) Check(ReadOneLiner(text));  // it comes from a command line
+  if (text.find(char{0}) == text.npos) Check(ReadOneLiner(text, "-e"));  // it comes from a command line
   return 0;
 }

@@ -11,11 +11,17 @@ const LinkPlan* LinkOf(const GraphPlan& plan, std::size_t node, std::size_t Link
   return found == plan.links.end() ? nullptr : &*found;
 }
 
+void TakeFarther(Figures& figures, std::uint64_t samples, std::uint32_t rate) {
+  const double seconds = static_cast<double>(samples) / rate;
+  if (seconds <= figures.seconds) return;
+  figures.samples = samples;
+  figures.seconds = seconds;
+}
+
 void Add(Figures& figures, const BlockCounters& counters, const Stream& stream) {
   figures.areKnown = true;
   figures.frames = std::max(figures.frames, counters.frames.load(std::memory_order_relaxed));
-  const auto samples = static_cast<double>(counters.samples.load(std::memory_order_relaxed));
-  figures.seconds = std::max(figures.seconds, samples / stream.rate);
+  TakeFarther(figures, counters.samples.load(std::memory_order_relaxed), stream.rate);
 }
 
 void AddLength(std::optional<double>& longest, bool isFirst, const std::optional<double>& length) {
@@ -66,7 +72,10 @@ Figures FiguresOf(const GraphPlan& plan, const LiveGraph& live) {
     all.areKnown = all.areKnown || one.areKnown;
     all.frames += one.frames;
     all.errorFrames += one.errorFrames;
-    all.seconds = std::max(all.seconds, one.seconds);
+    if (one.seconds > all.seconds) {
+      all.samples = one.samples;
+      all.seconds = one.seconds;
+    }
   }
   return all;
 }

@@ -5,13 +5,7 @@
 
 namespace vorn::graph {
 
-struct Figures {
-  bool areKnown = false;  ///< Whether any block counts.
-  std::uint64_t frames = 0;
-  std::uint64_t errorFrames = 0;
-  double seconds = 0;            ///< Of audio.
-  std::optional<double> length;  ///< Seconds until all sources have ended, when all of them know.
-};
+using Figures = Graph::Figures;
 
 /** Of a route, where the source that is farthest counts; where no source counts, the sinks. Any time. */
 Figures FiguresOf(const GraphPlan& plan, const LiveGraph& live, std::size_t route);

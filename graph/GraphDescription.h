@@ -3,6 +3,7 @@
 // can say so.
 #pragma once
 
+#include <vorn/Graph.h>
 #include <vorn/kit/Streams.h>
 
 #include <cstddef>
@@ -15,25 +16,8 @@
 
 namespace vorn::graph {
 
-/** A place in a text. Lines and columns count from 1, columns in bytes; line 0 stands for the text as a whole. */
-struct Origin {
-  std::string file;
-  int line = 0;
-  int column = 0;
-};
-
-/** graph.dot:7:3, or just graph.dot. */
-std::string ToString(const Origin& at);
-
-struct Error {
-  Error(Origin where, std::string what) : at(std::move(where)), text(std::move(what)) {}
-
-  Origin at;
-  std::string text;
-};
-
-/** graph.dot:7:3: text. */
-std::string ToString(const Error& error);
+using Origin = Graph::Place;
+using Error = Graph::Error;
 
 template <class T>
 using Result = std::variant<T, Error>;

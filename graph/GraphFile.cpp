@@ -40,8 +40,7 @@ class Substitution {
         if (name.empty()) return Error{at, "a lone '$'; write '$name', or '$$' for a dollar"};
         const auto found = variables.find(name);
         used.insert(name);
-        if (found == variables.end())
-          return Error{at, "$" + name + " has no value; add " + name + "=... to the command line"};
+        if (found == variables.end()) return Error{at, "$" + name + " has no value; add " + name + "=..."};
         filled += found->second;
       }
     }

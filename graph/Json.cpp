@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "Figures.h"
 #include "Readings.h"
 
 namespace vorn::graph {
@@ -62,6 +63,14 @@ ordered_json ReadingsJson(const GraphPlan& plan, const LiveGraph& live) {
   return json;
 }
 
+ordered_json ResultJson(const Graph::Result& result) {
+  ordered_json json = {{"end", result.Name()}};
+  if (result.signal != 0) json["signal"] = result.signal;
+  if (result.error) json["error"] = result.error->ToString();
+  json["seconds"] = result.elapsedSeconds;
+  return json;
+}
+
 void AddFigures(ordered_json& json, const Figures& figures) {
   if (!figures.areKnown) return;
   json["frames"] = figures.frames;
@@ -82,11 +91,10 @@ std::string JsonOf(const GraphPlan& plan) {
   return Text(json);
 }
 
-std::string JsonOf(const GraphPlan& plan, const LiveGraph& live, const RunResult& result) {
-  ordered_json json = {{"end", NameOf(result.end)}};
-  if (result.signal != 0) json["signal"] = result.signal;
-  if (result.error) json["error"] = ToString(*result.error);
-  json["seconds"] = result.elapsedSeconds;
+std::string JsonOf(const Graph::Result& result) { return Text(ResultJson(result)); }
+
+std::string JsonOf(const GraphPlan& plan, const LiveGraph& live, const Graph::Result& result) {
+  ordered_json json = ResultJson(result);
   AddFigures(json, FiguresOf(plan, live));
   json["routes"] = ordered_json::array();
   for (std::size_t i = 0; i < plan.graph.routes.size(); ++i) {
@@ -96,16 +104,6 @@ std::string JsonOf(const GraphPlan& plan, const LiveGraph& live, const RunResult
   }
   json["readings"] = ReadingsJson(plan, live);
   return Text(json);
-}
-
-const char* NameOf(RunResult::End end) {
-  switch (end) {
-    case RunResult::End::STREAM: return "end of stream";
-    case RunResult::End::DURATION: return "end of duration";
-    case RunResult::End::SIGNAL: return "signal";
-    case RunResult::End::FAILURE: return "failure";
-  }
-  return "?";
 }
 
 }  // namespace vorn::graph

@@ -1,14 +1,12 @@
 // The same for programs: JSON texts.
 #pragma once
 
-#include "Runner.h"
+#include "LiveGraph.h"
 
 namespace vorn::graph {
 
 std::string JsonOf(const GraphPlan& plan);
-std::string JsonOf(const GraphPlan& plan, const LiveGraph& live, const RunResult& result);
-
-/** "end of stream" and so on. */
-const char* NameOf(RunResult::End end);
+std::string JsonOf(const Graph::Result& result);
+std::string JsonOf(const GraphPlan& plan, const LiveGraph& live, const Graph::Result& result);
 
 }  // namespace vorn::graph

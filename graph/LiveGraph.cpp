@@ -164,7 +164,7 @@ Error LiveGraph::Explain(const std::vector<LogLine>& lines, const Error& otherwi
     if (said.node) return {graph.nodes[*said.node].at, Who(graph.nodes[*said.node]) + ": " + said.text};
     if (first.empty()) first = line;
   }
-  if (first.empty()) return otherwise;
+  if (first.empty()) return log.IsTaken() ? otherwise : Error{otherwise.at, otherwise.text + "; the log says why"};
   return {otherwise.at, otherwise.text + ": " + first};
 }
 

@@ -28,7 +28,9 @@ LogLine Parse(const std::string& line) {
 }  // namespace
 
 // A file in memory and not a pipe: a thread of a route must never wait for this program to read its log.
-LogTail::LogTail(std::optional<int> level) : isShown(level), file(memfd_create("vorn-run.log", MFD_CLOEXEC)) {
+void LogTail::Take(std::optional<int> level) {
+  isShown = level.has_value();
+  if (file < 0) file = memfd_create("graph.log", MFD_CLOEXEC);
   const bool isTaken = file >= 0 && _tlogging_set_file(("/proc/self/fd/" + std::to_string(file)).c_str()) == 0;
   if (!isTaken && !isShown) return;
   _tlogging_disable_options(TLOGGING_STDOUT | TLOGGING_STDERR);

@@ -1,4 +1,4 @@
-// Keeps the log's lines for the program, which shows each as a line of its own or as the reason of a failure.
+// Keeps the log's lines for whoever runs a graph: each is the reason of a failure, or worth a line of its own.
 #pragma once
 
 #include <cstddef>
@@ -16,25 +16,30 @@ struct LogLine {
 /** Threads: one. What threads of the library log in the meantime comes with the next Drain(). */
 class LogTail {
  public:
+  /** Leaves the log alone. */
+  LogTail() = default;
+  /** The log then goes nowhere, where it was taken. */
+  ~LogTail();
+  LogTail(const LogTail&) = delete;
+  LogTail& operator=(const LogTail&) = delete;
+
   /**
    * Takes the log away from its file and from standard output.
    *
    * @param level as of tlogging: what is logged also appears on standard error. Nothing: warnings and errors, here
    * alone.
    */
-  explicit LogTail(std::optional<int> level);
-  ~LogTail();
-  LogTail(const LogTail&) = delete;
-  LogTail& operator=(const LogTail&) = delete;
+  void Take(std::optional<int> level);
+  bool IsTaken() const { return file >= 0; }
 
-  /** The lines since the last call. */
+  /** The lines since the last call. Of a log that is not taken, none. */
   std::vector<LogLine> Drain();
 
   /** Whether the lines appear on standard error anyway. */
   bool IsShown() const { return isShown; }
 
  private:
-  const bool isShown;
+  bool isShown = false;
   int file = -1;
   std::size_t position = 0;
 };

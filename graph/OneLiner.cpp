@@ -61,8 +61,8 @@ class Reader {
 
 }  // namespace
 
-Result<GraphDescription> ReadOneLiner(std::string_view text) {
-  const Origin start{"-e", 1, 1};
+Result<GraphDescription> ReadOneLiner(std::string_view text, const std::string& name) {
+  const Origin start{name, 1, 1};
   const auto words = SplitWords(text, start);
   if (const auto* error = std::get_if<Error>(&words)) return *error;
 

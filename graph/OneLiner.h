@@ -9,8 +9,8 @@
 
 namespace vorn::graph {
 
-/** Blocks are named as the library will name them: gain_0, gain_1 and so on. */
-Result<GraphDescription> ReadOneLiner(std::string_view text);
+/** Blocks are named as the library will name them: gain_0, gain_1 and so on. @param name how messages call the text. */
+Result<GraphDescription> ReadOneLiner(std::string_view text, const std::string& name);
 
 /** The name in a plug-in's text: gain for gain, libgain.so and ./x/libgain.so. */
 std::string ShortPlugInName(std::string_view plugIn);

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "Figures.h"
+
 namespace vorn::graph {
 namespace {
 
@@ -14,12 +16,12 @@ constexpr std::size_t MOST_LINES_A_TICK = 10;
 }  // namespace
 
 Runner::Runner(const GraphPlan& newPlan, LiveGraph& newLive, RouteEvents& newEvents, LogTail& newLog,
-               RunObserver& newObserver)
+               const Graph::RunOptions& newOptions)
     : plan(newPlan),
       live(newLive),
       events(newEvents),
       log(newLog),
-      observer(newObserver),
+      options(newOptions),
       states(plan.graph.routes.size(), State::IDLE) {
   for (std::size_t i = 0; i < plan.fifos.size(); ++i) {
     const std::size_t from = plan.graph.nodes[plan.fifos[i].writer].route;
@@ -28,26 +30,24 @@ Runner::Runner(const GraphPlan& newPlan, LiveGraph& newLive, RouteEvents& newEve
   }
 }
 
-RunResult Runner::Run(std::optional<Clock::duration> duration) {
-  signals.emplace();
+Graph::Result Runner::Run() {
   started = Clock::now();
   StartAll();
   while (IsAnyActive()) {
     auto until = Clock::now() + TICK;
-    if (duration && !isStopping) until = std::min(until, started + *duration);
-    WaitFor(events, *signals, until);
-    if (const int signal = signals->Take()) {
-      if (!isStopping) result.signal = signal;
-      BeginStop(RunResult::End::SIGNAL);
+    if (options.duration && !isStopping) until = std::min(until, started + *options.duration);
+    events.WaitUntil(until);
+    if (const auto signal = events.TakeStop()) {
+      if (!isStopping) result.signal = *signal;
+      BeginStop(Graph::End::STOPPED);
     }
     for (const RouteEvent& event : events.Take()) Take(event);
-    if (duration && Clock::now() >= started + *duration) BeginStop(RunResult::End::DURATION);
+    if (options.duration && Clock::now() >= started + *options.duration) BeginStop(Graph::End::DURATION);
     if (isStopping) ContinueStop();
-    ShowLog();
-    ShowProgress();
+    TellLog();
+    TellProgress();
   }
   result.elapsedSeconds = Elapsed();
-  signals.reset();
   return result;
 }
 
@@ -70,9 +70,9 @@ bool Runner::IsAnyActive() const {
 
 void Runner::Take(const RouteEvent& event) {
   const RouteDescription& route = plan.graph.routes[event.route];
-  if (!event.stopped) return SayWhatWasGranted(event);
+  if (!event.stopped) return TellWhatWasGranted(event);
   if (!IsActive(event.route)) return;
-  if (*event.stopped == Route::StopReason::STOP_ERROR && result.end != RunResult::End::FAILURE) {
+  if (*event.stopped == Route::StopReason::STOP_ERROR && result.end != Graph::End::FAILURE) {
     const auto lines = log.Drain();
     recent.insert(recent.end(), lines.begin(), lines.end());
     Fail(live.Explain(recent, {route.at, route.name + " failed"}));
@@ -80,12 +80,12 @@ void Runner::Take(const RouteEvent& event) {
   TakeEnd(event.route);
 }
 
-void Runner::SayWhatWasGranted(const RouteEvent& event) {
-  if (!event.asked) return;
+void Runner::TellWhatWasGranted(const RouteEvent& event) {
+  if (!event.asked || !options.onNotice) return;
   const std::string what = plan.graph.routes[event.route].name + ": real-time priority " + std::to_string(event.asked);
-  if (event.error == 0) return observer.Say(what + " granted");
-  observer.Say(what + " not granted: " + std::strerror(event.error) +
-               (event.error == EPERM ? "; raise the limit 'rtprio' (ulimit -r), or give CAP_SYS_NICE" : ""));
+  if (event.error == 0) return options.onNotice(what + " granted");
+  options.onNotice(what + " not granted: " + std::strerror(event.error) +
+                   (event.error == EPERM ? "; raise the limit 'rtprio' (ulimit -r), or give CAP_SYS_NICE" : ""));
 }
 
 /** Its readers get what is left in the FIFOs, its writers lose theirs. */
@@ -112,11 +112,10 @@ bool Runner::WritesForNobody(std::size_t route) const {
   return true;
 }
 
-void Runner::BeginStop(RunResult::End end) {
+void Runner::BeginStop(Graph::End end) {
   if (isStopping) return;
   isStopping = true;
   result.end = end;
-  signals->EndProgramFromNowOn();
 }
 
 // From the sources on: a route that others write to ends when it has read all, by itself if it has no source of its
@@ -167,26 +166,26 @@ void Runner::StopEverything() {
 }
 
 void Runner::Fail(const Error& error) {
-  if (result.end == RunResult::End::FAILURE) return;
+  if (result.end == Graph::End::FAILURE) return;
   result.error = error;
-  BeginStop(RunResult::End::FAILURE);
-  result.end = RunResult::End::FAILURE;
+  BeginStop(Graph::End::FAILURE);
+  result.end = Graph::End::FAILURE;
   StopEverything();
 }
 
 /** Of what other routes say after a failure, nothing: that comes from being stopped. */
-void Runner::ShowLog() {
+void Runner::TellLog() {
   recent = log.Drain();
-  if (log.IsShown() || result.end == RunResult::End::FAILURE) return;
+  if (log.IsShown() || !options.onWarning || result.end == Graph::End::FAILURE) return;
   std::size_t shown = 0;
   for (const LogLine& line : recent) {
-    if (++shown <= MOST_LINES_A_TICK) observer.Complain(live.Translate(line.text));
+    if (++shown <= MOST_LINES_A_TICK) options.onWarning(live.Translate(line.text));
   }
-  if (shown > MOST_LINES_A_TICK) observer.Complain("... and " + std::to_string(shown - MOST_LINES_A_TICK) + " more");
+  if (shown > MOST_LINES_A_TICK) options.onWarning("... and " + std::to_string(shown - MOST_LINES_A_TICK) + " more");
 }
 
-void Runner::ShowProgress() {
-  if (observer.WantsProgress()) observer.Progress(FiguresOf(plan, live), Elapsed());
+void Runner::TellProgress() {
+  if (options.onProgress) options.onProgress(FiguresOf(plan, live), Elapsed());
 }
 
 }  // namespace vorn::graph

@@ -3,19 +3,9 @@
 #pragma once
 
 #include "LiveGraph.h"
-#include "RunObserver.h"
 #include "Wakeup.h"
 
 namespace vorn::graph {
-
-struct RunResult {
-  enum class End { STREAM, DURATION, SIGNAL, FAILURE };
-
-  End end = End::STREAM;
-  int signal = 0;              ///< That ended it.
-  std::optional<Error> error;  ///< Of a failure.
-  double elapsedSeconds = 0;
-};
 
 class Runner {
  public:
@@ -23,10 +13,10 @@ class Runner {
 
   /** All of these outlive it. */
   Runner(const GraphPlan& newPlan, LiveGraph& newLive, RouteEvents& newEvents, LogTail& newLog,
-         RunObserver& newObserver);
+         const Graph::RunOptions& newOptions);
 
-  /** @param duration how long at most, on the clock. Once. */
-  RunResult Run(std::optional<Clock::duration> duration);
+  /** Once. */
+  Graph::Result Run();
 
  private:
   enum class State { IDLE, RUNNING, STOPPING, ENDED };
@@ -44,10 +34,10 @@ class Runner {
 
   void Take(const RouteEvent& event);
   void TakeEnd(std::size_t route);
-  void SayWhatWasGranted(const RouteEvent& event);
+  void TellWhatWasGranted(const RouteEvent& event);
   bool WritesForNobody(std::size_t route) const;
 
-  void BeginStop(RunResult::End end);
+  void BeginStop(Graph::End end);
   void ContinueStop();
   bool WaitsForOthers(std::size_t route) const;
   bool EndsByItself(std::size_t route) const;
@@ -56,23 +46,22 @@ class Runner {
   void StopEverything();
   void Fail(const Error& error);
 
-  void ShowLog();
-  void ShowProgress();
+  void TellLog();
+  void TellProgress();
   double Elapsed() const { return std::chrono::duration<double>(Clock::now() - started).count(); }
 
   const GraphPlan& plan;
   LiveGraph& live;
   RouteEvents& events;
   LogTail& log;
-  RunObserver& observer;
+  const Graph::RunOptions& options;
 
   std::vector<Joint> joints;
   std::vector<State> states;  // by route
   std::vector<LogLine> recent;
-  std::optional<StopSignals> signals;
   Clock::time_point started;
   bool isStopping = false;
-  RunResult result;
+  Graph::Result result;
 };
 
 }  // namespace vorn::graph

@@ -55,8 +55,9 @@ void NameArguments(Node& node, const BlockInfo& info) {
 
 }  // namespace
 
-std::optional<Error> ApplySetting(GraphDescription& graph, PlugIns& plugIns, const std::string& setting) {
-  const Origin at{"--set " + setting, 0, 0};
+std::optional<Error> ApplySetting(GraphDescription& graph, PlugIns& plugIns, const std::string& setting,
+                                  const std::string& source) {
+  const Origin at{source + ' ' + setting, 0, 0};
   const std::size_t equals = setting.find('=');
   if (equals == setting.npos) return Error{at, "expected node.parameter=value"};
   const auto [node, parameter] = Split(graph, setting.substr(0, equals));

@@ -1,4 +1,4 @@
-// What the command line changes in a graph.
+// What the program changes in a graph that it has read.
 #pragma once
 
 #include "GraphDescription.h"
@@ -6,7 +6,9 @@
 
 namespace vorn::graph {
 
-/** Carries out `node.parameter=value`: it takes the place of what the graph says, in whatever way it says it. */
-std::optional<Error> ApplySetting(GraphDescription& graph, PlugIns& plugIns, const std::string& setting);
+/** Carries out `node.parameter=value`: it takes the place of what the graph says, in whatever way it says it.
+ * @param source what messages put in front of the setting. */
+std::optional<Error> ApplySetting(GraphDescription& graph, PlugIns& plugIns, const std::string& setting,
+                                  const std::string& source);
 
 }  // namespace vorn::graph

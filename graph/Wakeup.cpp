@@ -3,10 +3,10 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <utility>
 
 namespace vorn::graph {
@@ -28,6 +28,28 @@ std::vector<RouteEvent> RouteEvents::Take() {
   return std::exchange(events, {});
 }
 
+void RouteEvents::AskToStop(int signal) noexcept {
+  static_assert(std::atomic<int>::is_always_lock_free);
+  int before = NOBODY_ASKED;
+  stop.compare_exchange_strong(before, signal);
+  const int errnoBefore = errno;
+  const eventfd_t one = 1;
+  (void)!write(descriptor, &one, sizeof one);  // unlike eventfd_write() it is promised to signal handlers
+  errno = errnoBefore;
+}
+
+std::optional<int> RouteEvents::TakeStop() {
+  const int signal = stop.exchange(NOBODY_ASKED);
+  return signal == NOBODY_ASKED ? std::nullopt : std::optional(signal);
+}
+
+void RouteEvents::WaitUntil(std::chrono::steady_clock::time_point until) const {
+  if (stop != NOBODY_ASKED) return;  // Take() may have taken its wake-up
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - std::chrono::steady_clock::now());
+  pollfd wakeup{descriptor, POLLIN, 0};
+  poll(&wakeup, 1, static_cast<int>(std::clamp<long>(left.count(), 0, 60'000)));
+}
+
 void RouteWatch::OnStarted() {
   int error = 0;
   if (priority > 0) {
@@ -35,35 +57,6 @@ void RouteWatch::OnStarted() {
     error = pthread_setschedparam(pthread_self(), SCHED_FIFO, &parameters);
   }
   events.Post({route, std::nullopt, priority, error});
-}
-
-StopSignals::StopSignals() {
-  sigemptyset(&signals);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-    struct sigaction action {};
-    sigaction(signal, nullptr, &action);
-    if (action.sa_handler != SIG_IGN) sigaddset(&signals, signal);
-  }
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-  descriptor = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
-}
-
-StopSignals::~StopSignals() {
-  EndProgramFromNowOn();
-  close(descriptor);
-}
-
-int StopSignals::Take() const {
-  signalfd_siginfo info{};
-  return read(descriptor, &info, sizeof info) == sizeof info ? static_cast<int>(info.ssi_signo) : 0;
-}
-
-void StopSignals::EndProgramFromNowOn() { pthread_sigmask(SIG_UNBLOCK, &signals, nullptr); }
-
-void WaitFor(const RouteEvents& events, const StopSignals& signals, std::chrono::steady_clock::time_point until) {
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - std::chrono::steady_clock::now());
-  pollfd descriptors[] = {{events.Descriptor(), POLLIN, 0}, {signals.Descriptor(), POLLIN, 0}};
-  poll(descriptors, 2, static_cast<int>(std::clamp<long>(left.count(), 0, 60'000)));
 }
 
 }  // namespace vorn::graph

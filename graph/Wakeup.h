@@ -1,10 +1,10 @@
-// What wakes the main thread: routes that start and stop, signals, and time.
+// What wakes the thread of a run: routes that start and stop, whoever wants it to end, and time.
 #pragma once
 
 #include <vorn/Route.h>
 
+#include <atomic>
 #include <chrono>
-#include <csignal>
 #include <cstddef>
 #include <mutex>
 #include <optional>
@@ -19,7 +19,7 @@ struct RouteEvent {
   int error = 0;                             ///< Of a start: 0, or the errno that kept it from the route.
 };
 
-/** What routes tell, on its way from their threads to the main thread. */
+/** What routes tell, on its way from their threads to the one that runs them. */
 class RouteEvents {
  public:
   RouteEvents();
@@ -29,56 +29,39 @@ class RouteEvents {
 
   void Post(const RouteEvent& event);
   std::vector<RouteEvent> Take();
-  /** Readable while there are any. */
-  int Descriptor() const { return descriptor; }
+
+  /** From any thread and any signal handler. The first counts until it is taken. */
+  void AskToStop(int signal) noexcept;
+  /** What AskToStop() was told. */
+  std::optional<int> TakeStop();
+
+  /** Waits until there is something to take, or until then. */
+  void WaitUntil(std::chrono::steady_clock::time_point until) const;
 
  private:
-  const int descriptor;
-  std::mutex mutex;
+  static constexpr int NOBODY_ASKED = -1;
+
+  const int descriptor;  // readable while there is something to take
+  std::atomic<int> stop{NOBODY_ASKED};
+  std::mutex mutex;  // guards what follows
   std::vector<RouteEvent> events;
 };
 
 /** Of one route. */
 class RouteWatch final : public Route::Callbacks {
  public:
-  /** @param newPriority 1 to 99: what the route's thread asks for when it starts. 0: nothing. */
-  RouteWatch(std::size_t index, int newPriority, RouteEvents& newEvents)
-      : route(index), priority(newPriority), events(newEvents) {}
+  RouteWatch(std::size_t index, RouteEvents& newEvents) : route(index), events(newEvents) {}
+
+  /** 1 to 99: what the route's thread asks for when it starts. 0: nothing. While the route is stopped. */
+  void SetPriority(int newPriority) { priority = newPriority; }
 
   void OnStarted() override;
   void OnStopped(Route::StopReason reason) override { events.Post({route, reason, 0, 0}); }
 
  private:
   const std::size_t route;
-  const int priority;
+  int priority = 0;
   RouteEvents& events;
 };
-
-/**
- * Turns the signals that ask a program to end into something to wait for, from its construction until a stop begins.
- * From then on they end the program at once: it may be the stop that hangs. A signal that was ignored before stays
- * ignored.
- *
- * Thread: the main one, and the only one of the program that does not block these signals.
- */
-class StopSignals {
- public:
-  StopSignals();
-  ~StopSignals();
-  StopSignals(const StopSignals&) = delete;
-  StopSignals& operator=(const StopSignals&) = delete;
-
-  int Descriptor() const { return descriptor; }
-  /** The signal that came, or 0. */
-  int Take() const;
-  void EndProgramFromNowOn();
-
- private:
-  sigset_t signals;
-  int descriptor = -1;
-};
-
-/** Waits until one of the two has something to take, or until then. */
-void WaitFor(const RouteEvents& events, const StopSignals& signals, std::chrono::steady_clock::time_point until);
 
 }  // namespace vorn::graph

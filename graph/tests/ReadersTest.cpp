@@ -30,7 +30,7 @@ std::string Show(const Node& node, const GraphDescription& graph) {
 }
 
 std::string Show(const Result<GraphDescription>& result) {
-  if (const auto* error = std::get_if<Error>(&result)) return ToString(*error);
+  if (const auto* error = std::get_if<Error>(&result)) return error->ToString();
   const auto& graph = std::get<GraphDescription>(result);
   std::string text;
   for (const RouteDescription& route : graph.routes) {
@@ -65,7 +65,7 @@ TEST(OneLiner, Reads) {
       {"a b\\", "-e:1:4: a backslash ends the text"},
   };
   for (const auto& [text, shown] : cases)
-    EXPECT_EQ(Show(ReadOneLiner(text)).rfind(shown, 0), 0U) << text << "\n" << Show(ReadOneLiner(text));
+    EXPECT_EQ(Show(ReadOneLiner(text, "-e")).rfind(shown, 0), 0U) << text << "\n" << Show(ReadOneLiner(text, "-e"));
 }
 
 const Variables VARIABLES = {{"in", "my file.wav"}, {"n", "7"}};

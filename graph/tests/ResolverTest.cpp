@@ -27,7 +27,7 @@ Result<GraphPlan> Plan(const Result<GraphDescription>& read, const std::vector<s
   GraphDescription graph = std::get<0>(read);
   FakePlugIns plugIns;
   for (const std::string& setting : settings) {
-    if (auto error = ApplySetting(graph, plugIns, setting)) return *error;
+    if (auto error = ApplySetting(graph, plugIns, setting, "--set")) return *error;
   }
   return Resolve(graph, plugIns, Ask);
 }
@@ -36,7 +36,7 @@ Result<GraphPlan> PlanFile(const std::string& body) { return Plan(ReadGraphFile(
 
 /** a:0>b:0 rate format channels frame, then the FIFOs, then what is first or last of its own will. */
 std::string Show(const Result<GraphPlan>& result) {
-  if (const auto* error = std::get_if<Error>(&result)) return ToString(*error);
+  if (const auto* error = std::get_if<Error>(&result)) return error->ToString();
   const auto& plan = std::get<GraphPlan>(result);
   const auto& nodes = plan.graph.nodes;
   const auto show = [](const Stream& stream) {
@@ -179,8 +179,8 @@ TEST(PlanText, ReadsBackAsTheSameGraph) {
   std::vector<Result<GraphPlan>> plans;
   for (const Case& plan : PLANS) plans.push_back(PlanFile(plan.body));
   const char* const hard = R"(source 'my $file\"x' ! bare 'q=a"b\' "it's" '' node=$x ! any ! gain 3 ! sink)";
-  plans.push_back(
-      Plan(ReadOneLiner(hard), {"any_0.label=x", "any_0.p=\\", "any_0.q=\"", "any_0.r=\\\"$", "gain_0.smooth=yes"}));
+  plans.push_back(Plan(ReadOneLiner(hard, "-e"),
+                       {"any_0.label=x", "any_0.p=\\", "any_0.q=\"", "any_0.r=\\\"$", "gain_0.smooth=yes"}));
   for (const auto& plan : plans) {
     ASSERT_TRUE(std::holds_alternative<GraphPlan>(plan)) << Show(plan);
     const std::string dot = DotOf(std::get<GraphPlan>(plan));
@@ -193,8 +193,8 @@ TEST(PlanText, ReadsBackAsTheSameGraph) {
 
 TEST(Settings, TakeThePlaceOfWhatTheGraphSays) {
   const auto argsWith = [](const std::string& pipeline, const std::string& setting) {
-    const auto plan = Plan(ReadOneLiner("any ! " + pipeline + " ! sink"), {setting});
-    if (const auto* error = std::get_if<Error>(&plan)) return ToString(*error);
+    const auto plan = Plan(ReadOneLiner("any ! " + pipeline + " ! sink", "-e"), {setting});
+    if (const auto* error = std::get_if<Error>(&plan)) return error->ToString();
     std::string args;
     for (const std::string& arg : std::get<0>(plan).blocks[1].args) args += arg + ' ';
     return args;

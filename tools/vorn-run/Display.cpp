@@ -2,16 +2,17 @@
 
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdarg>
 #include <cstdio>
 
 namespace vorn::run {
 namespace {
 
-using graph::Figures;
+using Figures = Graph::Figures;
 
 [[gnu::format(printf, 1, 2)]] std::string Format(const char* format, ...) {
-  char text[200];
+  char text[400];  // a double has 309 digits at most
   va_list args;
   va_start(args, format);
   vsnprintf(text, sizeof text, format, args);
@@ -73,6 +74,24 @@ std::string SummaryText(const Figures& figures, double elapsedSeconds) {
   if (!figures.areKnown) return Seconds(elapsedSeconds) + ", frames not counted by any block";
   return Count(figures.frames, "frame") + ", " + Seconds(figures.seconds) + " of audio in " + Seconds(elapsedSeconds) +
          " (" + TimesRealTime(figures, elapsedSeconds) + "), " + Count(figures.errorFrames, "error frame");
+}
+
+std::vector<std::string> ReadingLines(const std::vector<Graph::Reading>& readings) {
+  std::vector<std::string> lines;
+  std::string block;
+  for (const Graph::Reading& reading : readings) {
+    if (std::isnan(reading.value) || reading.unit == "s" || reading.unit == "samples") continue;
+    if (reading.block == block) {
+      lines.back() += ", ";
+    } else {
+      lines.push_back("block '" + reading.block + "': ");
+      block = reading.block;
+    }
+    const bool isLarge = std::fabs(reading.value) >= 1000;  // counts above all: no exponents, please
+    lines.back() += reading.name + Format(isLarge ? " %.0f" : " %.4g", reading.value);
+    if (!reading.unit.empty()) lines.back() += ' ' + reading.unit;
+  }
+  return lines;
 }
 
 }  // namespace vorn::run

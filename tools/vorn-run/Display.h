@@ -1,25 +1,26 @@
 // What the program says on standard error: lines, and below them one that moves when that is a terminal.
 #pragma once
 
-#include <string>
+#include <vorn/Graph.h>
 
-#include "RunObserver.h"
+#include <string>
+#include <vector>
 
 namespace vorn::run {
 
 /** Thread: one. */
-class Display final : public graph::RunObserver {
+class Display {
  public:
   explicit Display(bool quiet);
-  ~Display() override;
+  ~Display();
   Display(const Display&) = delete;
   Display& operator=(const Display&) = delete;
 
-  bool WantsProgress() const override { return showsProgress; }
-  void Progress(const graph::Figures& figures, double elapsedSeconds) override;
-  void Say(const std::string& text) override;
+  bool ShowsProgress() const { return showsProgress; }
+  void Progress(const Graph::Figures& figures, double elapsedSeconds);
+  void Say(const std::string& text);
   /** Also when quiet. */
-  void Complain(const std::string& text) override;
+  void Complain(const std::string& text);
 
  private:
   void Line(const std::string& text);
@@ -30,6 +31,12 @@ class Display final : public graph::RunObserver {
 };
 
 /** 6000 frames, 60 s of audio in 0.136 s (440 times real time), 0 error frames. */
-std::string SummaryText(const graph::Figures& figures, double elapsedSeconds);
+std::string SummaryText(const Graph::Figures& figures, double elapsedSeconds);
+
+/**
+ * A line a block, "block 'meter': peak -6.5 dBFS, rms -23.1 dBFS", without what only says how far a block came. Blocks
+ * without anything else are left out.
+ */
+std::vector<std::string> ReadingLines(const std::vector<Graph::Reading>& readings);
 
 }  // namespace vorn::run

@@ -30,7 +30,7 @@ std::string ReadDuration(const std::string& text, std::optional<std::chrono::nan
   return {};
 }
 
-std::string ReadVariable(const std::string& text, graph::Variables& variables) {
+std::string ReadVariable(const std::string& text, Graph::Variables& variables) {
   const std::size_t equals = text.find('=');
   if (equals == text.npos || equals == 0) return "expected name=value behind the graph file, got '" + text + "'";
   const auto [at, isNew] = variables.emplace(text.substr(0, equals), text.substr(equals + 1));

@@ -1,20 +1,20 @@
 // The command line.
 #pragma once
 
+#include <vorn/Graph.h>
+
 #include <chrono>
 #include <optional>
 #include <string>
 #include <variant>
 #include <vector>
 
-#include "GraphFile.h"
-
 namespace vorn::run {
 
 struct Options {
   std::optional<std::string> pipeline;
   std::string graphFile;  ///< "-" is standard input.
-  graph::Variables variables;
+  Graph::Variables variables;
   std::vector<std::string> settings;
   bool checks = false;
   bool writesDot = false;

@@ -1,110 +1,73 @@
-// vorn-run: options, description, plan, live graph, run.
-#include <array>
+// vorn-run: runs a graph with what the command line says, and tells how it went.
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <deque>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <iterator>
 
 #include "Display.h"
-#include "Json.h"
-#include "OneLiner.h"
 #include "Options.h"
-#include "PlanText.h"
-#include "Readings.h"
-#include "Resolver.h"
-#include "Settings.h"
+#include "StopSignals.h"
 
 namespace vorn::run {
 namespace {
 
-using namespace graph;
-
 enum ExitStatus { ENDED = 0, FAILED = 1, NOT_BUILT = 2 };
 
-Result<std::string> ReadText(const std::string& file) {
-  if (file == "-") return std::string(std::istreambuf_iterator<char>(std::cin), {});
-  std::ifstream stream(file, std::ios::binary);
-  std::string text;
-  std::array<char, 4096> part;  // read(), unlike an iterator, tells of a failure by the stream's state: a folder is one
-  while (stream.read(part.data(), part.size()) || stream.gcount() > 0) {
-    text.append(part.data(), static_cast<std::size_t>(stream.gcount()));
-  }
-  if (!stream.is_open() || stream.bad()) return Error{{file, 0, 0}, "cannot be read; expected a graph file"};
-  return text;
-}
-
-Result<GraphDescription> Read(const Options& options) {
-  if (options.pipeline) return ReadOneLiner(*options.pipeline);
-  const auto text = ReadText(options.graphFile);
-  if (const auto* error = std::get_if<Error>(&text)) return *error;
-  return ReadGraphFile(std::get<std::string>(text), options.graphFile, options.variables);
-}
-
-std::optional<Error> PrepareDump(const std::string& folder, LiveGraph& live) {
-  if (folder.empty()) return std::nullopt;
-  std::error_code problem;
-  std::filesystem::create_directories(folder, problem);
-  if (problem) return Error{{"--dump", 0, 0}, "'" + folder + "' cannot be made: " + problem.message()};
-  live.SetDump(folder);
-  return std::nullopt;
+Graph Read(const Options& options) {
+  if (options.pipeline) return Graph::FromPipeline(*options.pipeline, "-e");
+  if (options.graphFile != "-") return Graph::FromFile(options.graphFile, options.variables);
+  return Graph::FromText({std::istreambuf_iterator<char>(std::cin), {}}, "-", options.variables);
 }
 
 class Program {
  public:
-  explicit Program(const Options& newOptions) : options(newOptions), display(options.isQuiet) {}
+  explicit Program(const Options& newOptions) : options(newOptions), display(options.isQuiet), graph(Read(options)) {}
 
   /** An exit status, or less the signal that the program is to die of. */
   int Run() {
-    auto read = Read(options);
-    if (const auto* error = std::get_if<Error>(&read)) return Refuse(*error);
-    GraphDescription graph = std::get<GraphDescription>(std::move(read));
-    LoadedPlugIns plugIns;
     for (const std::string& setting : options.settings) {
-      if (const auto error = ApplySetting(graph, plugIns, setting)) return Refuse(*error);
+      if (const auto error = graph.Set(setting, "--set")) return Refuse(*error);
     }
-
-    Vorn::Instance();  // reads its configuration first, so that ours of the log is the last
-    LogTail log(options.logLevel);
-    RouteEvents events;
-    std::deque<RouteWatch> watches;
-    std::vector<Route::Callbacks*> callbacks;
-    for (std::size_t i = 0; i < graph.routes.size(); ++i) {
-      callbacks.push_back(&watches.emplace_back(i, options.realtimePriority, events));
+    graph.TakeLog(options.logLevel);
+    if (const auto error = options.writesDot ? graph.Plan() : graph.Check()) return Refuse(*error);
+    if (options.writesDot) return Print(graph.ToDot());
+    if (options.checks) return Print(options.writesJson ? graph.ToJson() : graph.ToTable());
+    if (const auto error = options.dumpFolder.empty() ? std::nullopt : graph.SetDump(options.dumpFolder)) {
+      return Refuse({{"--dump", 0, 0}, error->text});
     }
-    LiveGraph live(graph, callbacks, log);
-    const auto plan = Resolve(
-        graph, plugIns, [&](std::size_t node, const BlockPlan& block) { return live.AskForStreams(node, block); });
-    if (const auto* error = std::get_if<Error>(&plan)) return Refuse(*error);
-    return Use(std::get<GraphPlan>(plan), live, events, log);
+    return Report(RunGraph());
   }
 
  private:
-  int Use(const GraphPlan& plan, LiveGraph& live, RouteEvents& events, LogTail& log) {
-    if (options.writesDot) return Print(DotOf(plan));
-    if (const auto error = live.Build(plan)) return Refuse(*error);
-    if (options.checks) return Print(options.writesJson ? JsonOf(plan) : TableOf(plan));
-    if (const auto error = PrepareDump(options.dumpFolder, live)) return Refuse(*error);
-
-    Runner runner(plan, live, events, log, display);
-    const RunResult result = runner.Run(options.duration);
-    if (result.error) display.Complain(ToString(*result.error));
-    const Figures figures = FiguresOf(plan, live);
-    const std::string how = result.signal ? strsignal(result.signal) : NameOf(result.end);
-    if (!result.error || figures.frames > 0) display.Say(how + ": " + SummaryText(figures, result.elapsedSeconds));
-    for (std::size_t i = 0; i < plan.blocks.size() && !result.error; ++i) {
-      if (const std::string text = ReadingsText(plan, live, i); !text.empty()) display.Say(text);
+  Graph::Result RunGraph() {
+    Graph::RunOptions run;
+    run.duration = options.duration;
+    run.realtimePriority = options.realtimePriority;
+    run.onNotice = [this](const std::string& text) { display.Say(text); };
+    run.onWarning = [this](const std::string& text) { display.Complain(text); };
+    if (display.ShowsProgress()) {
+      run.onProgress = [this](const auto& figures, double elapsed) { display.Progress(figures, elapsed); };
     }
-    if (options.writesJson) Print(JsonOf(plan, live, result));
-    if (result.end == RunResult::End::FAILURE) return FAILED;
+    const StopSignals signals(graph);
+    return graph.Run(run);
+  }
+
+  int Report(const Graph::Result& result) {
+    if (result.error) display.Complain(result.error->ToString());
+    const Graph::Figures figures = graph.CurrentFigures();
+    const std::string how = result.signal ? strsignal(result.signal) : result.Name();
+    if (!result.error || figures.frames > 0) display.Say(how + ": " + SummaryText(figures, result.elapsedSeconds));
+    if (!result.error) {
+      for (const std::string& line : ReadingLines(graph.CurrentReadings())) display.Say(line);
+    }
+    if (options.writesJson) Print(graph.ToJson(result));
+    if (result.error) return FAILED;
     return result.signal ? -result.signal : ENDED;
   }
 
-  int Refuse(const Error& error) {
-    display.Complain(ToString(error));
+  int Refuse(const Graph::Error& error) {
+    display.Complain(error.ToString());
     return NOT_BUILT;
   }
 
@@ -115,6 +78,7 @@ class Program {
 
   const Options& options;
   Display display;
+  Graph graph;
 };
 
 }  // namespace

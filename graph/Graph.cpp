@@ -1,0 +1,201 @@
+#include <vorn/Graph.h>
+
+#include <array>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+
+#include "Figures.h"
+#include "GraphFile.h"
+#include "Json.h"
+#include "OneLiner.h"
+#include "PlanText.h"
+#include "Readings.h"
+#include "Resolver.h"
+#include "Runner.h"
+#include "Settings.h"
+
+namespace vorn {
+namespace {
+
+using graph::GraphDescription;
+using graph::GraphPlan;
+
+graph::Result<std::string> ReadText(const std::string& path) {
+  std::ifstream stream(path, std::ios::binary);
+  std::string text;
+  std::array<char, 4096> part;  // read(), unlike an iterator, tells of a failure by the stream's state: a folder is one
+  while (stream.read(part.data(), part.size()) || stream.gcount() > 0) {
+    text.append(part.data(), static_cast<std::size_t>(stream.gcount()));
+  }
+  if (!stream.is_open() || stream.bad()) return Graph::Error{{path, 0, 0}, "cannot be read; expected a graph file"};
+  return text;
+}
+
+}  // namespace
+
+// What is below stands on what is above: the blocks go before the callbacks of their routes do.
+struct Graph::Impl {
+  explicit Impl(graph::Result<GraphDescription> read) {
+    if (auto* error = std::get_if<Error>(&read)) {
+      unreadable = *error;
+    } else {
+      description = std::get<GraphDescription>(std::move(read));
+    }
+  }
+
+  std::optional<Error> Plan();
+  std::optional<Error> Build();
+  Result Run(const RunOptions& options);
+  void TakeDown();
+
+  std::optional<Error> unreadable;
+  GraphDescription description;
+  graph::LoadedPlugIns plugIns;
+  std::string dumpFolder;
+  graph::LogTail log;
+  graph::RouteEvents events;
+  std::deque<graph::RouteWatch> watches;
+  std::unique_ptr<graph::LiveGraph> live;
+  std::optional<GraphPlan> plan;  // with it there is a live graph
+  bool isBuilt = false;
+  bool wasRun = false;
+};
+
+void Graph::Impl::TakeDown() {
+  plan.reset();
+  live.reset();
+  watches.clear();
+  events.Take();
+  isBuilt = wasRun = false;
+}
+
+std::optional<Graph::Error> Graph::Impl::Plan() {
+  if (unreadable || plan) return unreadable;
+  TakeDown();
+  std::vector<Route::Callbacks*> callbacks;
+  for (std::size_t i = 0; i < description.routes.size(); ++i) callbacks.push_back(&watches.emplace_back(i, events));
+  live = std::make_unique<graph::LiveGraph>(description, callbacks, log);
+  auto made = graph::Resolve(description, plugIns, [this](std::size_t node, const graph::BlockPlan& block) {
+    return live->AskForStreams(node, block);
+  });
+  if (auto* error = std::get_if<Error>(&made)) {
+    live.reset();
+    return *error;
+  }
+  plan = std::get<GraphPlan>(std::move(made));
+  return std::nullopt;
+}
+
+std::optional<Graph::Error> Graph::Impl::Build() {
+  if (wasRun) TakeDown();
+  if (auto error = Plan()) return error;
+  if (isBuilt) return std::nullopt;
+  if (auto error = live->Build(*plan)) {
+    TakeDown();
+    return error;
+  }
+  isBuilt = true;
+  return std::nullopt;
+}
+
+Graph::Result Graph::Impl::Run(const RunOptions& options) {
+  if (auto error = Build()) return {End::NOT_BUILT, 0, error, 0};
+  wasRun = true;
+  for (graph::RouteWatch& watch : watches) watch.SetPriority(options.realtimePriority);
+  if (!dumpFolder.empty()) live->SetDump(dumpFolder);
+  return graph::Runner(*plan, *live, events, log, options).Run();
+}
+
+std::string Graph::Place::ToString() const {
+  if (line == 0) return file;
+  return file + ':' + std::to_string(line) + ':' + std::to_string(column);
+}
+
+std::string Graph::Error::ToString() const {
+  const std::string where = at.ToString();
+  return where.empty() ? text : where + ": " + text;
+}
+
+const char* Graph::Result::Name() const {
+  switch (end) {
+    case End::STREAM: return "end of stream";
+    case End::DURATION: return "end of duration";
+    case End::STOPPED: return signal != 0 ? "signal" : "stopped";
+    case End::FAILURE: return "failure";
+    case End::NOT_BUILT: return "not built";
+  }
+  return "?";
+}
+
+Graph Graph::FromFile(const std::string& path, const Variables& variables) {
+  const auto text = ReadText(path);
+  if (const auto* error = std::get_if<Error>(&text)) return Graph(std::make_unique<Impl>(*error));
+  return FromText(std::get<std::string>(text), path, variables);
+}
+
+Graph Graph::FromText(const std::string& text, const std::string& name, const Variables& variables) {
+  return Graph(std::make_unique<Impl>(graph::ReadGraphFile(text, name, variables)));
+}
+
+Graph Graph::FromPipeline(const std::string& text, const std::string& name) {
+  return Graph(std::make_unique<Impl>(graph::ReadOneLiner(text, name)));
+}
+
+Graph::Graph(std::unique_ptr<Impl> newImpl) : impl(std::move(newImpl)) {}
+Graph::Graph(Graph&& other) noexcept = default;
+Graph& Graph::operator=(Graph&& other) noexcept = default;
+Graph::~Graph() = default;
+
+std::optional<Graph::Error> Graph::Set(const std::string& setting, const std::string& source) {
+  if (impl->unreadable) return impl->unreadable;
+  impl->TakeDown();
+  return graph::ApplySetting(impl->description, impl->plugIns, setting, source);
+}
+
+std::optional<Graph::Error> Graph::SetDump(const std::string& folder) {
+  std::error_code problem;
+  std::filesystem::create_directories(folder, problem);
+  if (problem) return Error{{}, "'" + folder + "' cannot be made: " + problem.message()};
+  impl->dumpFolder = folder;
+  return std::nullopt;
+}
+
+void Graph::TakeLog(std::optional<int> shownLevel) {
+  Vorn::Instance();  // reads its configuration first, so that ours of the log is the last
+  impl->log.Take(shownLevel);
+}
+
+std::optional<Graph::Error> Graph::Plan() { return impl->Plan(); }
+
+std::optional<Graph::Error> Graph::Check() { return impl->Build(); }
+
+Graph::Result Graph::Run(const RunOptions& options) {
+  const Result result = impl->Run(options);
+  impl->events.TakeStop();
+  return result;
+}
+
+void Graph::Stop(int signal) noexcept { impl->events.AskToStop(signal); }
+
+Graph::Figures Graph::CurrentFigures() const { return impl->isBuilt ? graph::FiguresOf(*impl->plan, *impl->live) : Figures(); }
+
+std::vector<Graph::Reading> Graph::CurrentReadings() const {
+  std::vector<Reading> all;
+  for (std::size_t i = 0; impl->isBuilt && i < impl->plan->blocks.size(); ++i) {
+    for (Reading& reading : graph::ReadingsOf(*impl->plan, *impl->live, i)) all.push_back(std::move(reading));
+  }
+  return all;
+}
+
+std::string Graph::ToDot() const { return impl->plan ? graph::DotOf(*impl->plan) : std::string(); }
+
+std::string Graph::ToTable() const { return impl->plan ? graph::TableOf(*impl->plan) : std::string(); }
+
+std::string Graph::ToJson() const { return impl->plan ? graph::JsonOf(*impl->plan) : std::string(); }
+
+std::string Graph::ToJson(const Result& result) const {
+  return impl->isBuilt ? graph::JsonOf(*impl->plan, *impl->live, result) : graph::JsonOf(result);
+}
+
+}  // namespace vorn
