@@ -11,7 +11,7 @@ namespace {
 class FifoSource : public vorn::PluginBlock {
  public:
   using PluginBlock::PluginBlock;
-  enum : unsigned { BLOCKING };
+  enum : unsigned { BLOCKING, WHOLE };
 
   static vorn::Description Describe() {
     return vorn::Description("fifosource", "reads a FIFO")
@@ -21,6 +21,11 @@ class FifoSource : public vorn::PluginBlock {
                    .Positional()
                    .Live()
                    .Help("wait for samples; false: fill up with silence"))
+        .Takes(vorn::Parameter::Flag(WHOLE, "whole")
+                   .Default("true")
+                   .Live()
+                   .Help("wait for a whole frame; false: for the first sample of one, as where the FIFO is filled from "
+                         "what comes out of this block"))
         .ReadsFifo()
         .Example("fifosource");
   }
@@ -32,12 +37,23 @@ class FifoSource : public vorn::PluginBlock {
   }
 
   long Process() override {
+    const long frame = Out().samplesPerFrame;
     long stamp = -1;
-    const long got = Take(Out().data, Out().samplesPerFrame, Flag(BLOCKING), &stamp);
+    const long got = Flag(WHOLE) || !Flag(BLOCKING) ? Take(Out().data, frame, Flag(BLOCKING), &stamp) : TakeAny(stamp);
     if (got < 0) return vorn::FRAME_END_OF_FILE;
     Out().samples = got;
     Out().timestamp = std::max(stamp, -1L);
     return vorn::FRAME_DONE;
+  }
+
+ private:
+  long TakeAny(long& stamp) {
+    const long oldest = Take(Out().data, 1, true, &stamp);
+    const long more = oldest < 1 ? 0 : std::min(Waiting(), Out().samplesPerFrame - oldest);
+    if (more <= 0) return oldest;
+    Out().samples = oldest;
+    const long rest = Take(Out().data + vorn::FrameBytes(Out()), more, true, nullptr);
+    return rest < 0 ? rest : oldest + rest;
   }
 };
 

@@ -34,9 +34,9 @@ LiveGraph::LiveGraph(const GraphDescription& newGraph, std::vector<Route::Callba
       blocks(graph.nodes.size()) {}
 
 LiveGraph::~LiveGraph() {
-  for (const Fifo& fifo : fifos) fifo.bridge->Shutdown();
+  for (FIFO* fifo : fifos) fifo->Shutdown();
   for (Route* route : routes) Vorn::Instance()->DeleteRoute(route);
-  for (const Fifo& fifo : fifos) Vorn::Instance()->DeleteFIFO(fifo.fifo);
+  for (FIFO* fifo : fifos) Vorn::Instance()->DeleteFIFO(fifo);
 }
 
 Result<std::vector<Stream>> LiveGraph::AskForStreams(std::size_t node, const BlockPlan& block) {
@@ -107,15 +107,12 @@ std::optional<Error> LiveGraph::MakeFifo(const FifoPlan& fifo) {
                  "FIFO '" + node.name + "' of " + std::to_string(fifo.capacity) + " samples: " + problem.what()};
   }
   if (!made) return Reason({node.at, "FIFO '" + node.name + "' could not be made"});
-  fifos.push_back({made, std::make_unique<FifoBridge>(*made, fifo.stream.rate, bytes, fifo.capacity, fifo.prefill)});
-
-  FifoBridge& bridge = *fifos.back().bridge;
-  for (const auto& [user, result] : {std::pair{fifo.writer, AttachConsumer(blocks[fifo.writer].block, &bridge)},
-                                     std::pair{fifo.reader, AttachProducer(blocks[fifo.reader].block, &bridge)}}) {
+  fifos.push_back(made);
+  for (const auto& [user, result] : {std::pair{fifo.writer, AttachConsumer(blocks[fifo.writer].block, made)},
+                                     std::pair{fifo.reader, AttachProducer(blocks[fifo.reader].block, made)}}) {
     if (result < 0)
       return Reason({node.at, Who(graph.nodes[user]) + " takes no FIFO; expected a fifosource or fifosink"});
   }
-  bridge.ShowUsers();
   return std::nullopt;
 }
 

@@ -6,7 +6,6 @@
 
 #include <memory>
 
-#include "FifoBridge.h"
 #include "GraphPlan.h"
 #include "LogTail.h"
 
@@ -30,9 +29,11 @@ class LiveGraph {
   std::optional<Error> Start(std::size_t route);
   std::optional<Error> Stop(std::size_t route);
   void SetDump(const std::string& folder);
+  /** Makes a source end at its next frame. @return false from one without the kit. */
+  bool EndStream(std::size_t node) { return vorn::EndStream(blocks[node].block) >= 0; }
 
   /** In the order of the plan's FIFOs. */
-  FifoBridge& Bridge(std::size_t fifo) const { return *fifos[fifo].bridge; }
+  FIFO& Fifo(std::size_t fifo) const { return *fifos[fifo]; }
 
   /** What a block counted; null for one that does not count. */
   const BlockCounters* Counters(std::size_t node) const;
@@ -45,10 +46,6 @@ class LiveGraph {
   std::string Translate(const std::string& line) const;
 
  private:
-  struct Fifo {
-    FIFO* fifo;
-    std::unique_ptr<FifoBridge> bridge;
-  };
   struct Said {
     std::optional<std::size_t> node;
     std::string text;
@@ -70,7 +67,7 @@ class LiveGraph {
   LogTail& log;
   std::vector<Route*> routes;
   std::vector<Made> blocks;  // by node
-  std::vector<Fifo> fifos;
+  std::vector<FIFO*> fifos;
 };
 
 }  // namespace vorn::graph

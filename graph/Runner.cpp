@@ -22,13 +22,9 @@ Runner::Runner(const GraphPlan& newPlan, LiveGraph& newLive, RouteEvents& newEve
       events(newEvents),
       log(newLog),
       options(newOptions),
-      states(plan.graph.routes.size(), State::IDLE) {
-  for (std::size_t i = 0; i < plan.fifos.size(); ++i) {
-    const std::size_t from = plan.graph.nodes[plan.fifos[i].writer].route;
-    const std::size_t to = plan.graph.nodes[plan.fifos[i].reader].route;
-    if (from != to) joints.push_back({i, from, to});
-  }
-}
+      standstill(newPlan),
+      states(plan.graph.routes.size(), State::IDLE),
+      cannotEnd(plan.graph.routes.size(), false) {}
 
 Graph::Result Runner::Run() {
   started = Clock::now();
@@ -43,7 +39,8 @@ Graph::Result Runner::Run() {
     }
     for (const RouteEvent& event : events.Take()) Take(event);
     if (options.duration && Clock::now() >= started + *options.duration) BeginStop(Graph::End::DURATION);
-    if (isStopping) ContinueStop();
+    if (isStopping) StopRoutesThatCannotEnd();
+    if (const auto error = standstill.Look(StatesOfFifos()); error && IsAnyActive()) Fail(*error);
     TellLog();
     TellProgress();
   }
@@ -56,7 +53,7 @@ void Runner::StartAll() {
   std::vector<std::size_t> order(states.size());
   for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
   std::stable_partition(order.begin(), order.end(), [&](std::size_t route) {
-    return std::ranges::find(joints, route, &Joint::to) != joints.end();
+    return std::ranges::any_of(plan.fifos, [&](const FifoPlan& fifo) { return plan.graph.nodes[fifo.reader].route == route; });
   });
   for (const std::size_t route : order) {
     if (auto error = live.Start(route)) return Fail(*error);
@@ -88,66 +85,51 @@ void Runner::TellWhatWasGranted(const RouteEvent& event) {
                    (event.error == EPERM ? "; raise the limit 'rtprio' (ulimit -r), or give CAP_SYS_NICE" : ""));
 }
 
-/** Its readers get what is left in the FIFOs, its writers lose theirs. */
+/** Its readers get what is left in the FIFOs, its writers need not write any more. A stream may have ended before its route. */
 void Runner::TakeEnd(std::size_t route) {
   states[route] = State::ENDED;
-  for (const Joint& joint : joints) {
-    if (joint.from == route) live.Bridge(joint.fifo).EndWriter();
-    if (joint.to == route) live.Bridge(joint.fifo).EndReader();
+  for (std::size_t i = 0; i < plan.fifos.size(); ++i) {
+    if (WriterRoute(i) == route) live.Fifo(i).EndWriting();
+    if (ReaderRoute(i) == route) live.Fifo(i).EndReading();
   }
-  for (const Joint& joint : joints) {
-    if (joint.to == route && WritesForNobody(joint.from)) Stop(joint.from);
-  }
-}
-
-/** Whether all that a route does goes into FIFOs whose readers have ended. */
-bool Runner::WritesForNobody(std::size_t route) const {
-  for (std::size_t i = 0; i < plan.blocks.size(); ++i) {
-    if (plan.graph.nodes[i].route != route || !plan.blocks[i].last) continue;
-    const auto ended = [&](const Joint& joint) {
-      return plan.fifos[joint.fifo].writer == i && states[joint.to] == State::ENDED;
-    };
-    if (std::ranges::none_of(joints, ended)) return false;
-  }
-  return true;
 }
 
 void Runner::BeginStop(Graph::End end) {
   if (isStopping) return;
   isStopping = true;
   result.end = end;
+  if (end != Graph::End::FAILURE) EndSources();
 }
 
-// From the sources on: a route that others write to ends when it has read all, by itself if it has no source of its
-// own.
-void Runner::ContinueStop() {
-  bool isAnyFree = false;
-  for (std::size_t i = 0; i < states.size(); ++i) {
-    if (!IsActive(i) || WaitsForOthers(i)) continue;
-    isAnyFree = true;
-    if (!EndsByItself(i) && IsDrained(i)) Stop(i);
-  }
-  if (!isAnyFree && IsAnyActive()) StopEverything();
-}
-
-bool Runner::WaitsForOthers(std::size_t route) const {
-  return std::ranges::any_of(joints, [&](const Joint& joint) { return joint.to == route && IsActive(joint.from); });
-}
-
-bool Runner::EndsByItself(std::size_t route) const {
-  bool reads = false;
+/** All but those that read FIFOs: they get the rest, and their end comes with it. */
+void Runner::EndSources() {
   for (std::size_t i = 0; i < plan.blocks.size(); ++i) {
-    if (plan.graph.nodes[i].route != route || !plan.blocks[i].first) continue;
-    const auto isReader = [&](const Joint& joint) { return plan.fifos[joint.fifo].reader == i; };
-    if (std::ranges::none_of(joints, isReader)) return false;
-    reads = true;
+    if (!plan.blocks[i].first) continue;
+    if (std::ranges::find(plan.fifos, i, &FifoPlan::reader) != plan.fifos.end()) continue;
+    if (!live.EndStream(i)) cannotEnd[plan.graph.nodes[i].route] = true;
   }
-  return reads;
 }
 
-bool Runner::IsDrained(std::size_t route) const {
-  return std::ranges::all_of(
-      joints, [&](const Joint& joint) { return joint.to != route || live.Bridge(joint.fifo).IsDrained(); });
+void Runner::StopRoutesThatCannotEnd() {
+  for (std::size_t i = 0; i < states.size(); ++i) {
+    if (cannotEnd[i] && IsActive(i) && IsStarved(i)) Stop(i);
+  }
+}
+
+/** Whether nothing more comes to a route through FIFOs. */
+bool Runner::IsStarved(std::size_t route) const {
+  for (std::size_t i = 0; i < plan.fifos.size(); ++i) {
+    if (ReaderRoute(i) != route || WriterRoute(i) == route) continue;
+    const FIFOState state = live.Fifo(i).State();
+    if (!state.writingEnded || state.count > 0) return false;
+  }
+  return true;
+}
+
+std::vector<FIFOState> Runner::StatesOfFifos() const {
+  std::vector<FIFOState> fifos;
+  for (std::size_t i = 0; i < plan.fifos.size(); ++i) fifos.push_back(live.Fifo(i).State());
+  return fifos;
 }
 
 /** Its end arrives as an event. */
@@ -161,7 +143,7 @@ void Runner::Stop(std::size_t route) {
 }
 
 void Runner::StopEverything() {
-  for (std::size_t i = 0; i < plan.fifos.size(); ++i) live.Bridge(i).Shutdown();
+  for (std::size_t i = 0; i < plan.fifos.size(); ++i) live.Fifo(i).Shutdown();
   for (std::size_t i = 0; i < states.size(); ++i) Stop(i);
 }
 

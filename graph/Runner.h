@@ -3,6 +3,7 @@
 #pragma once
 
 #include "LiveGraph.h"
+#include "Standstill.h"
 #include "Wakeup.h"
 
 namespace vorn::graph {
@@ -21,13 +22,6 @@ class Runner {
  private:
   enum class State { IDLE, RUNNING, STOPPING, ENDED };
 
-  /** A FIFO from one route to another. */
-  struct Joint {
-    std::size_t fifo;
-    std::size_t from;  ///< Route.
-    std::size_t to;
-  };
-
   void StartAll();
   bool IsAnyActive() const;
   bool IsActive(std::size_t route) const { return states[route] == State::RUNNING || states[route] == State::STOPPING; }
@@ -35,16 +29,18 @@ class Runner {
   void Take(const RouteEvent& event);
   void TakeEnd(std::size_t route);
   void TellWhatWasGranted(const RouteEvent& event);
-  bool WritesForNobody(std::size_t route) const;
 
   void BeginStop(Graph::End end);
-  void ContinueStop();
-  bool WaitsForOthers(std::size_t route) const;
-  bool EndsByItself(std::size_t route) const;
-  bool IsDrained(std::size_t route) const;
+  void EndSources();
+  void StopRoutesThatCannotEnd();
+  bool IsStarved(std::size_t route) const;
   void Stop(std::size_t route);
   void StopEverything();
   void Fail(const Error& error);
+
+  std::size_t WriterRoute(std::size_t fifo) const { return plan.graph.nodes[plan.fifos[fifo].writer].route; }
+  std::size_t ReaderRoute(std::size_t fifo) const { return plan.graph.nodes[plan.fifos[fifo].reader].route; }
+  std::vector<FIFOState> StatesOfFifos() const;
 
   void TellLog();
   void TellProgress();
@@ -56,8 +52,9 @@ class Runner {
   LogTail& log;
   const Graph::RunOptions& options;
 
-  std::vector<Joint> joints;
-  std::vector<State> states;  // by route
+  Standstill standstill;
+  std::vector<State> states;       // by route
+  std::vector<bool> cannotEnd;     // by route: a source without the kit is in it, which nobody can ask
   std::vector<LogLine> recent;
   Clock::time_point started;
   bool isStopping = false;

@@ -133,6 +133,8 @@ class PluginBlock : public Block, protected FlowOwner {
   /** FIFO::Take and FIFO::Put on it. A side that is no FIFO of the library has no end but its shutdown. */
   long Take(void* to, long count, bool blocking, long* stamp);
   long Put(const void* from, long count, bool blocking, long stamp);
+  /** Samples that Take gives without waiting, as far as the side tells. */
+  long Waiting() const { return fifoToRead != nullptr ? fifoToRead->State().count : 0; }
 
   /** Logs and keeps why this block refuses something. On the route's thread. @return -20. */
   int Refuse(const Refusal& refusal);
