@@ -1,8 +1,11 @@
 #include "LiveGraph.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <exception>
 #include <sstream>
+
+#include <vorn/kit/Refusal.h>
 
 #include "StreamText.h"
 
@@ -10,6 +13,13 @@ namespace vorn::graph {
 namespace {
 
 std::string Who(const Node& node) { return "block '" + node.name + "'"; }
+
+/** When a block refused, by its answer to PARAMETER_REFUSAL; 0 for never. A parameter that was refused fails nothing. */
+long long RefusedAt(const std::vector<std::string>& answer) {
+  static const std::string PARAMETER = std::to_string(static_cast<std::uint32_t>(About::PARAMETER));
+  if (answer.size() < REFUSAL_TEXTS || answer[REFUSAL_KIND] == PARAMETER) return 0;
+  return std::atoll(answer[REFUSAL_MICROS].c_str());
+}
 
 /** "rate=48000 channels=2": words that are no such field say nothing. */
 Stream ParseStream(const std::string& text) {
@@ -78,7 +88,7 @@ std::optional<Error> LiveGraph::MakeBlock(std::size_t index, const BlockPlan& pl
   const auto route = RouteAt(node.route);
   if (const auto* error = std::get_if<Error>(&route)) return *error;
   made.block = std::get<Route*>(route)->NewBlock(plan.plugIn.soFileName.c_str(), plan.first, plan.last, plan.args);
-  if (!made.block) return Reason({node.at, Who(node) + " could not be made"});
+  if (!made.block) return Reason({node.at, Who(node) + " could not be made"});  // there is none to ask for the reason
   made.counters = std::make_unique<BlockCounters>();
   if (AttachCounters(made.block, made.counters.get()) < 0) made.counters.reset();
   return std::nullopt;
@@ -91,7 +101,8 @@ std::optional<Error> LiveGraph::MakeLink(const LinkPlan& link) {
     return std::nullopt;
   }
   const auto& nodes = graph.nodes;
-  return Reason({link.at, "'" + nodes[link.from].name + "' and '" + nodes[link.to].name +
+  return Reason(Refusals(link.route), log.Drain(),
+                {link.at, "'" + nodes[link.from].name + "' and '" + nodes[link.to].name +
                               "' could not be linked with " + Describe(stream)});
 }
 
@@ -120,14 +131,24 @@ std::optional<Error> LiveGraph::Start(std::size_t route) {
   const int result = routes[route]->Start();
   if (result >= 0) return std::nullopt;
   const RouteDescription& which = graph.routes[route];
-  return Reason({which.at, which.name + " could not be started (" + std::to_string(result) + ")"});
+  return Reason(Refusals(route), log.Drain(),
+                {which.at, which.name + " could not be started (" + std::to_string(result) + ")"});
 }
 
+// One batch: a route that did not stop runs on, and to ask it later may be to wait for ever.
 std::optional<Error> LiveGraph::Stop(std::size_t route) {
-  const int result = routes[route]->Stop();
-  if (result >= 0) return std::nullopt;
+  Route::Action stop{};
+  stop.type = Route::Action::Type::STOP;
+  const Answers refusals = Refusals(route, &stop);
+  if (stop.stop.ret >= 0) return std::nullopt;
   const RouteDescription& which = graph.routes[route];
-  return Reason({which.at, which.name + " could not be stopped (" + std::to_string(result) + ")"});
+  return Reason(refusals, log.Drain(),
+                {which.at, which.name + " could not be stopped (" + std::to_string(stop.stop.ret) + ")"});
+}
+
+Error LiveGraph::WhyFailed(std::size_t route, const std::vector<LogLine>& lines) const {
+  const RouteDescription& which = graph.routes[route];
+  return Reason(Refusals(route), lines, {which.at, which.name + " failed"});
 }
 
 void LiveGraph::SetDump(const std::string& folder) {
@@ -150,6 +171,32 @@ LiveGraph::Said LiveGraph::Parse(const std::string& line) const {
     if (line.starts_with(prefix)) return {i, line.substr(prefix.size())};
   }
   return {std::nullopt, line};
+}
+
+LiveGraph::Answers LiveGraph::Refusals(std::size_t route, Route::Action* before) const {
+  Answers answers(blocks.size());
+  std::vector<Route::Action> batch;
+  if (before) batch.push_back(*before);
+  for (std::size_t i = 0; i < blocks.size(); ++i) {
+    const bool isOfKit = blocks[i].counters != nullptr;  // another would not know the question
+    if (graph.nodes[i].route != route || !isOfKit) continue;
+    Route::Action ask{};
+    ask.type = Route::Action::Type::GET_PARAMETER;
+    ask.getParameter = {blocks[i].block, PARAMETER_REFUSAL, &answers[i], 0};
+    batch.push_back(ask);
+  }
+  routes[route]->ExecuteActions(batch.data(), batch.size());
+  if (before) *before = batch.front();
+  return answers;
+}
+
+// A route that fails stops its blocks; where one refuses that, the route goes on until the next failure. So the last
+// refusal is the one that ended it.
+Error LiveGraph::Reason(const Answers& refusals, const std::vector<LogLine>& lines, const Error& otherwise) const {
+  const auto last = std::ranges::max_element(refusals, {}, RefusedAt);
+  if (last == refusals.end() || RefusedAt(*last) == 0) return Explain(lines, otherwise);
+  const Node& node = graph.nodes[static_cast<std::size_t>(last - refusals.begin())];
+  return {node.at, Who(node) + ": " + (*last)[REFUSAL_TEXT]};
 }
 
 // What the library says after a block is the consequence.

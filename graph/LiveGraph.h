@@ -40,8 +40,11 @@ class LiveGraph {
   /** The parameters of a block that is made with the kit, one a line: see Parameters::Line. */
   std::vector<std::string> ParameterTable(std::size_t node) const;
 
-  /** The reason in what was logged: the first error of a block, said of its node. @param otherwise where none names one. */
-  Error Explain(const std::vector<LogLine>& lines, const Error& otherwise) const;
+  /**
+   * Why a route stopped with an error, said of a node: what a block refused, or, where none keeps a refusal, the first
+   * error of a block in the log.
+   */
+  Error WhyFailed(std::size_t route, const std::vector<LogLine>& lines) const;
   /** A line of the log with the node's name for the block's. */
   std::string Translate(const std::string& line) const;
 
@@ -55,12 +58,18 @@ class LiveGraph {
     std::unique_ptr<BlockCounters> counters;
   };
 
+  using Answers = std::vector<std::vector<std::string>>;  ///< By node; none from one that does not answer.
+
   Said Parse(const std::string& line) const;
   Result<Route*> RouteAt(std::size_t index);
   std::optional<Error> MakeBlock(std::size_t index, const BlockPlan& plan);
   std::optional<Error> MakeLink(const LinkPlan& link);
   std::optional<Error> MakeFifo(const FifoPlan& fifo);
+  /** What PARAMETER_REFUSAL answers in a route. @param before carried out first, in the same batch. */
+  Answers Refusals(std::size_t route, Route::Action* before = nullptr) const;
   Error Reason(const Error& otherwise) { return Explain(log.Drain(), otherwise); }
+  Error Reason(const Answers& refusals, const std::vector<LogLine>& lines, const Error& otherwise) const;
+  Error Explain(const std::vector<LogLine>& lines, const Error& otherwise) const;
 
   const GraphDescription& graph;
   const std::vector<Route::Callbacks*> callbacks;

@@ -66,13 +66,12 @@ bool Runner::IsAnyActive() const {
 }
 
 void Runner::Take(const RouteEvent& event) {
-  const RouteDescription& route = plan.graph.routes[event.route];
   if (!event.stopped) return TellWhatWasGranted(event);
   if (!IsActive(event.route)) return;
   if (*event.stopped == Route::StopReason::STOP_ERROR && result.end != Graph::End::FAILURE) {
     const auto lines = log.Drain();
     recent.insert(recent.end(), lines.begin(), lines.end());
-    Fail(live.Explain(recent, {route.at, route.name + " failed"}));
+    Fail(live.WhyFailed(event.route, recent));
   }
   TakeEnd(event.route);
 }

@@ -34,7 +34,8 @@ class GraphTest : public testing::Test {
 
 TEST_F(GraphTest, RunsAFileToItsEndAndOnceMoreFromTheStart) {
   const fs::path file = folder / "g.dot";
-  std::ofstream(file) << "digraph { a [block=moody, samples=\"$n\"] b [block=moody, measure=true, file=\"$out\"] a -> b }";
+  std::ofstream(file)
+      << "digraph { a [block=moody, samples=\"$n\"] b [block=moody, measure=true, file=\"$out\"] a -> b }";
   const fs::path out = folder / "out";
   Graph graph = Graph::FromFile(file, {{"n", "12345"}, {"out", out}});
   EXPECT_FALSE(graph.CurrentFigures().areKnown);
@@ -76,7 +77,8 @@ TEST_F(GraphTest, AnswersErrorsAsValuesWithTheirPlaces) {
   EXPECT_NE(wrong.ToJson(result).find("\"end\": \"not built\""), std::string::npos);
   EXPECT_EQ(Text(wrong.Set("a.rate=5")), "");
   EXPECT_EQ(Text(wrong.Check()), "") << "it was mended";
-  EXPECT_EQ(Text(wrong.Set("c.rate=5", "here")), "here c.rate=5: expected node.parameter=value, where node is one of: a, b");
+  EXPECT_EQ(Text(wrong.Set("c.rate=5", "here")),
+            "here c.rate=5: expected node.parameter=value, where node is one of: a, b");
 }
 
 // Red if a stop between two waits is slept over, or one that comes early is forgotten.
@@ -132,13 +134,17 @@ TEST_F(GraphTest, LeavesTheSignalsToTheProgram) {
 TEST_F(GraphTest, TakesTheLogOnlyWhereItIsTold) {
   const fs::path log = folder / "log";
   ASSERT_EQ(_tlogging_set_file(log.c_str()), 0);
-  Graph graph = Graph::FromPipeline("moody 5 ! moody refuse=yes");
-  EXPECT_EQ(Text(graph.Run().error), "pipeline:1:1: RouteA could not be started (-20); the log says why");
-  EXPECT_NE(Contents(log).find("out of sorts"), std::string::npos);
+  EXPECT_EQ(Text(Graph::FromPipeline("moody 5 ! moody refuse=yes").Run().error),
+            "pipeline:1:11: block 'moody_1': out of sorts");
+  Graph stillborn = Graph::FromPipeline("moody 5 ! moody born=no");
+  EXPECT_EQ(Text(stillborn.Run().error), "pipeline:1:11: block 'moody_1' could not be made; the log says why");
+  for (const char* reason : {"out of sorts", "not today"}) {
+    EXPECT_NE(Contents(log).find(reason), std::string::npos) << reason;
+  }
 
-  graph.TakeLog();
   const auto size = fs::file_size(log);
-  EXPECT_EQ(Text(graph.Run().error), "pipeline:1:11: block 'moody_1': out of sorts");
+  stillborn.TakeLog();
+  EXPECT_EQ(Text(stillborn.Run().error), "pipeline:1:11: block 'moody_1' could not be made: moody: not today");
   EXPECT_EQ(fs::file_size(log), size);
 }
 

@@ -5,11 +5,15 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <stdexcept>
 
 class Moody : public vorn::PluginBlock {
  public:
-  using PluginBlock::PluginBlock;
-  enum : unsigned { SAMPLES, RATE, FILE_NAME, REFUSE, FAIL, TIMEOUT, SLEEP, MEASURE, LAST };
+  enum : unsigned { SAMPLES, RATE, FILE_NAME, REFUSE, FAIL, SPOIL, TIMEOUT, SLEEP, MEASURE, LAST, BORN };
+
+  explicit Moody(const vorn::Setup& setup) : PluginBlock(setup) {
+    if (!Flag(BORN)) throw std::runtime_error("not today");
+  }
 
   static vorn::Description Describe() {
     using vorn::Parameter;
@@ -21,9 +25,11 @@ class Moody : public vorn::PluginBlock {
         .Takes(Parameter::Text(FILE_NAME, "file"))
         .Takes(Parameter::Flag(REFUSE, "refuse"))
         .Takes(Parameter::Integer(FAIL, "fail", "samples", 0, 1e12).Default(1e12))
+        .Takes(Parameter::Flag(SPOIL, "spoil"))
         .Takes(Parameter::Integer(TIMEOUT, "timeout", "samples", 0, 1e12).Default(1e12))
         .Takes(Parameter::Integer(SLEEP, "sleep", "ms", 0, 1e6).Default(0.0))
         .Takes(Parameter::Flag(MEASURE, "measure"))
+        .Takes(Parameter::Flag(BORN, "born").Default(true))
         .Takes(Parameter::Reading(LAST, "last", "steps"));
   }
 
@@ -41,7 +47,7 @@ class Moody : public vorn::PluginBlock {
 
  protected:
   int Prepare() override {
-    if (Flag(REFUSE)) return Refuse("out of sorts");
+    if (Flag(REFUSE)) return VORN_LOG_E("by the way"), Refuse("out of sorts");
     done = 0;
     if (!Text(FILE_NAME).empty()) file = std::fopen(Text(FILE_NAME).c_str(), "w");
     return 0;
@@ -50,7 +56,7 @@ class Moody : public vorn::PluginBlock {
   long Process() override {
     const timespec nap{Integer(SLEEP) / 1000, Integer(SLEEP) % 1000 * 1'000'000};
     nanosleep(&nap, nullptr);
-    if (done >= Integer(FAIL)) return Refuse("a bad day");
+    if (done >= Integer(FAIL)) return VORN_LOG_E("by the way"), Fail("a bad day");
     if (done >= Integer(TIMEOUT) && !std::exchange(timedOut, true)) return vorn::FRAME_TIMEOUT;
     const bool isSource = ActiveInEps().empty();
     const long count = isSource ? std::min(Out().samplesPerFrame, Integer(SAMPLES) - done) : In().samples;
@@ -69,6 +75,7 @@ class Moody : public vorn::PluginBlock {
 
   /** What a source writes here is how much it has given. */
   int Release() override {
+    if (Flag(SPOIL) && !std::exchange(isSpoilt, true)) return Refuse("spoilt");
     if (!file) return 0;
     if (ActiveInEps().empty()) {
       std::fprintf(file, "%ld", done);
@@ -83,6 +90,7 @@ class Moody : public vorn::PluginBlock {
   std::FILE* file = nullptr;
   long done = 0;
   bool timedOut = false;
+  bool isSpoilt = false;
 };
 
 VORN_PLUGIN(Moody)

@@ -164,8 +164,9 @@ class VORN_API Graph {
 
   /**
    * Takes the log of the process (libtlogging) for as long as this graph lives. Without it a graph leaves the log
-   * alone; with it errors carry the reason that a block logged, and warnings come to RunOptions::onWarning. One graph
-   * of a process at a time, before it is planned. The log goes nowhere afterwards: set its file and options anew.
+   * alone; with it warnings come to RunOptions::onWarning, and errors carry also such reasons as are in the log alone:
+   * those of blocks without the kit, and of blocks that could not be made. One graph of a process at a time, before it
+   * is planned. The log goes nowhere afterwards: set its file and options anew.
    *
    * @param shownLevel nothing: warnings and errors, to this graph alone. 0 to 6, see <vorn/Vorn.h>: what the log has up
    *        to that level also appears on standard error.
