@@ -1,0 +1,92 @@
+#include "Graph.h"
+
+#include <sstream>
+
+namespace randomgraphs {
+namespace {
+
+bool IsFifo(const Node& node) { return node.work == Work::FIFO; }
+
+void WriteNode(std::ostream& to, const Graph& graph, std::size_t index) {
+  const Node& node = graph.nodes[index];
+  to << "    " << NameOf(index) << " [block=" << node.block;
+  if (!node.args.empty()) to << ", args=\"" << node.args << '"';
+  to << "]\n";
+}
+
+void WriteFifo(std::ostream& to, const Node& fifo, std::size_t index) {
+  to << "  " << NameOf(index) << " [shape=ellipse";
+  if (fifo.capacity > 0) to << ", capacity=" << fifo.capacity;
+  if (fifo.amount > 0) to << ", prefill=" << fifo.amount;
+  to << "]\n";
+}
+
+void WriteRoute(std::ostream& to, const Graph& graph, std::size_t route) {
+  bool isEmpty = true;
+  for (const std::size_t i : graph.order) {
+    if (IsFifo(graph.nodes[i]) || graph.nodes[i].route != route) continue;
+    if (isEmpty) to << "  subgraph cluster_Route" << static_cast<char>('A' + route) << " {\n";
+    isEmpty = false;
+    WriteNode(to, graph, i);
+  }
+  if (!isEmpty) to << "  }\n";
+}
+
+void WriteLinks(std::ostream& to, const Graph& graph, std::size_t index) {
+  const Node& node = graph.nodes[index];
+  for (std::size_t i = 0; i < node.in.size(); ++i) {
+    const Feed& feed = node.in[i];
+    const bool joinsFifo = IsFifo(node) || IsFifo(graph.nodes[feed.node]);
+    to << "  " << NameOf(feed.node);
+    if (!joinsFifo) to << ':' << feed.port;
+    to << " -> " << NameOf(index);
+    if (!joinsFifo) to << ':' << i;
+    if (!graph.nodes[feed.node].links.empty()) to << " [" << graph.nodes[feed.node].links << ']';
+    to << '\n';
+  }
+}
+
+std::string ChannelText(const std::vector<Term>& terms) {
+  std::string text;
+  for (const Term& term : terms) {
+    text += term.inverted ? "-" : text.empty() ? "" : "+";
+    text += std::to_string(term.input) + ':' + std::to_string(term.channel);
+  }
+  return text.empty() ? "_" : text;
+}
+
+}  // namespace
+
+std::string NameOf(std::size_t node) { return "n" + std::to_string(node); }
+std::string FileOf(std::size_t node) { return NameOf(node) + ".raw"; }
+
+std::string DotText(const Graph& graph) {
+  std::ostringstream text;
+  text << "digraph {\n  frame=" << graph.frame << "\n  node [shape=box]\n";
+  for (std::size_t route = 0; route < 26; ++route) WriteRoute(text, graph, route);
+  for (std::size_t i = 0; i < graph.nodes.size(); ++i) {
+    if (IsFifo(graph.nodes[i])) WriteFifo(text, graph.nodes[i], i);
+  }
+  for (std::size_t i = 0; i < graph.nodes.size(); ++i) WriteLinks(text, graph, i);
+  text << "}\n";
+  return text.str();
+}
+
+std::string MapText(const ChannelMap& map) {
+  std::string text;
+  for (const auto& output : map) {
+    text += text.empty() ? "" : "/";
+    for (std::size_t i = 0; i < output.size(); ++i) text += (i > 0 ? "," : "") + ChannelText(output[i]);
+  }
+  return text;
+}
+
+std::vector<std::size_t> NodesOf(const Graph& graph, Work work) {
+  std::vector<std::size_t> found;
+  for (std::size_t i = 0; i < graph.nodes.size(); ++i) {
+    if (graph.nodes[i].work == work) found.push_back(i);
+  }
+  return found;
+}
+
+}  // namespace randomgraphs
