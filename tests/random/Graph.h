@@ -12,17 +12,17 @@ namespace randomgraphs {
 
 /** What a block does to a stream, in the words of the model. */
 enum class Work {
-  FILE,         ///< plays a file whose sample k vouches for itself
-  NOISE,        ///< `tone white`
-  SAME,         ///< passes samples on: gain 0, level, reframe, tee, an end of a FIFO
-  SILENCE,      ///< as many, all zero
-  DELAY,        ///< `amount` zeros, then the stream
-  SUM,          ///< mix
-  REMAP,        ///< as `map` says
-  CONVERT,      ///< to `format`
-  RESAMPLE,     ///< from one rate to another: only the count is known
-  FIFO,         ///< `amount` zeros, then the stream
-  LOOP,         ///< reads a FIFO that its own output fills; see Node::loop
+  FILE,      ///< plays a file whose sample k vouches for itself
+  NOISE,     ///< `tone white`
+  SAME,      ///< passes samples on: gain 0, level, reframe, tee, an end of a FIFO
+  SILENCE,   ///< as many, all zero
+  DELAY,     ///< `amount` zeros, then the stream
+  SUM,       ///< mix
+  REMAP,     ///< as `map` says
+  CONVERT,   ///< to `format`
+  RESAMPLE,  ///< from one rate to another: only the count is known
+  FIFO,      ///< `amount` zeros, then the stream
+  LOOP,      ///< reads a FIFO that its own output fills; see Node::loop
   FILE_SINK,
   NULL_SINK,
 };
@@ -46,7 +46,7 @@ struct Node {
   std::string block;  ///< Empty for a FIFO.
   std::string args = {};
   std::size_t route = 0;
-  std::vector<Feed> in = {};  ///< By input; always of nodes before this one, but for LOOP.
+  std::vector<Feed> in = {};                               ///< By input; always of nodes before this one, but for LOOP.
   vorn::SampleFormat format = vorn::SampleFormat::S16_LE;  ///< of what leaves; of what comes into a sink
   unsigned channels = 1;
   long amount = 0;
@@ -58,8 +58,8 @@ struct Node {
   ChannelMap map = {};
   /** SUM: the last input is the sum itself, so many samples later; 0 for none. Such a loop adds nothing to its length. */
   long loop = 0;
-  std::string links = {};  ///< Attributes of the links that leave it.
-  long capacity = 0;       ///< FIFO; 0: left to the planner
+  std::string links = {};   ///< Attributes of the links that leave it.
+  long capacity = 0;        ///< FIFO; 0: left to the planner
   bool closesLoop = false;  ///< FIFO: its reader is in a route that its writer waits for
 };
 

@@ -29,6 +29,7 @@ Graph GraphMaker::Make() {
   baseFormat = AnyFormat(dice);
   islands.resize(dice.Chance(55) ? 1 : 1 + dice.Below(MOST_ROUTES));
   for (std::size_t i = 0; i < islands.size(); ++i) islands[i] = i;
+  mayLoop = dice.Chance(45);
   ChooseEnding();
   AddSources();
   const std::size_t steps = dice.Below(graph.ending == Ending::BY_ITSELF ? 12 : 6);
@@ -61,10 +62,11 @@ void GraphMaker::Grow() {
   if (turn < 70) return Keep(Diamond(TakeEnd()));
   if (turn < 80) return CrossSomewhere();
   if (turn < 86) return JoinThroughFifos();
-  if (turn < 91) return SendAndReturn();
-  if (turn < 95) return FeedBack();
-  if (turn < 97) return Postpone();
-  Keep(Source(dice.Below(islands.size()), NewFrame()));
+  if (turn < 90) return Keep(Source(dice.Below(islands.size()), NewFrame()));
+  if (!mayLoop) return Keep(Change(TakeEnd()));
+  if (turn < 95) return SendAndReturn();
+  if (turn < 98) return FeedBack();
+  Postpone();
 }
 
 /** Sinks for all ends; some share a null. */
@@ -115,9 +117,7 @@ GraphMaker::End GraphMaker::Append(Work work, const char* block, const std::stri
   return Add(std::move(node), end);
 }
 
-void GraphMaker::AddSink(const End& end) {
-  Append(Work::FILE_SINK, "filesink", FileOf(graph.nodes.size()), end);
-}
+void GraphMaker::AddSink(const End& end) { Append(Work::FILE_SINK, "filesink", FileOf(graph.nodes.size()), end); }
 
 GraphMaker::End GraphMaker::TakeEnd() {
   if (ends.empty()) return Source(0, NewFrame());

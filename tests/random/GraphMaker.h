@@ -26,7 +26,7 @@ class GraphMaker {
   /** A size that is another one in every variant; two of one number are always alike. */
   struct Frame {
     long samples = 0;
-    unsigned number = 0;  ///< 0: the default of the file
+    unsigned number = 0;   ///< 0: the default of the file
     bool isSmall = true;   ///< not above MOST_FRAME
     bool isFixed = false;  ///< but for these, which are always alike
   };
@@ -110,13 +110,15 @@ class GraphMaker {
   End TightSource();
   long Prefill(bool isTight, const Frame& frame);
 
-  // Routes that FIFOs join, directly or not, are one island: to join them once more could make them wait for each other.
+  // Routes that FIFOs join, directly or not, are one island: to join them once more could make them wait for each
+  // other.
   std::vector<std::size_t> RoutesApartFrom(std::size_t route) const;
   void Unite(std::size_t route, std::size_t other);
 
   Dice dice;  // what the graph is
   Dice pace;  // in which frames it runs
   Graph graph;
+  bool mayLoop = false;
   unsigned baseRate = 48000;
   vorn::SampleFormat baseFormat = vorn::SampleFormat::S16_LE;
   std::vector<std::size_t> islands;  // by route

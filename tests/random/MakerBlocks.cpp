@@ -122,7 +122,9 @@ GraphMaker::Ends GraphMaker::Join(Ends ins) {
   return Remap(ins, outputs);
 }
 
-GraphMaker::Ends GraphMaker::Split(const End& end) { return Remap({end}, {1, 1 + static_cast<unsigned>(dice.Below(2))}); }
+GraphMaker::Ends GraphMaker::Split(const End& end) {
+  return Remap({end}, {1, 1 + static_cast<unsigned>(dice.Below(2))});
+}
 
 /** Some blocks, after which the stream is like it was before, but later. */
 GraphMaker::End GraphMaker::Leg(End end, const End& model) {

@@ -4,7 +4,8 @@
 //   random_graphs show SEED           prints a graph
 //   random_graphs shrink SEED         leaves out of a graph that fails what it fails without
 //
-// RANDOM_GRAPHS_TIMEOUT is how many seconds a graph may take before it counts as hanging, VORN_RUN another program to try.
+// RANDOM_GRAPHS_TIMEOUT is how many seconds a graph may take before it counts as hanging, VORN_RUN another program to
+// try.
 #include <sched.h>
 
 #include <algorithm>
@@ -31,7 +32,7 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t MOST_REPORTS = 5;
 constexpr std::size_t MOST_SEEDS = 8;
-constexpr unsigned WORKERS_A_CORE = 2;  // most of the time goes into files and processes that begin and end
+constexpr unsigned WORKERS_A_CORE = 2;     // most of the time goes into files and processes that begin and end
 constexpr std::uint64_t FRAMES_AGAIN = 5;  // every so many-th graph is run with other frames as well
 
 fs::path Scratch() {
@@ -60,7 +61,7 @@ class Series {
 
  private:
   void Work(const fs::path& folder) {
-    // The console has one address a network namespace. Where there is none to be had, vorn-run says so and fails.
+    // The console has one address a network namespace.
     unshare(CLONE_NEWNET);
     Bench bench(folder);
     for (std::uint64_t i; (i = next++) < count;) {
@@ -125,7 +126,7 @@ class Series {
 
   std::mutex mutex;
   // Guarded.
-  std::map<std::string, std::vector<std::uint64_t>> failures;      // seeds by kind
+  std::map<std::string, std::vector<std::uint64_t>> failures;          // seeds by kind
   std::map<std::string, std::pair<std::size_t, std::size_t>> classes;  // of graphs: how many there were, and failed
 };
 
