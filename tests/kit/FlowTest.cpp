@@ -159,10 +159,14 @@ TEST(Flow, EveryBlockObeysTheOneBehindIt) {
   EXPECT_EQ(join.marks[0], Mark::NOTHING);
   EXPECT_EQ(join.asked, (Asked{{0, Request::HOLD}, {1, Request::HOLD}}));  // a frame of each waits here
   EXPECT_EQ(join.board.holders, 1);
-  join.Send(0, Mark::NOTHING);
-  join.Send(1, Mark::NOTHING);
-  join.Run();
-  EXPECT_EQ(join.sent[0], (Bytes{2, 4, 6, 8}));
+  join.flow.Hear(0, Request::HOLD);  // at the end too
+  for (const Mark mark : {Mark::NOTHING, Mark::NONE, Mark::ENDED}) {
+    join.Send(0, Mark::ENDED);
+    join.Send(1, Mark::ENDED);
+    join.Run();
+    EXPECT_EQ(join.marks[0], mark);
+    EXPECT_EQ(join.sent[0], mark == Mark::NONE ? (Bytes{2, 4, 6, 8}) : Bytes());
+  }
 
   Bench source(0, 1);
   source.toPlay = 9;

@@ -224,8 +224,9 @@ inline long Flow::RunJoin(std::uint32_t asked) {
     return owner.FailFlow("more samples wait for the other inputs than memory may take; takes inputs that bring as many "
                       "samples in the long run");
   }
-  const long samples = mustHold ? 0 : ReadySamples();
-  const long result = samples > 0 ? RunQueued(samples) : IsLive() ? Pause(asked) : AtEnd(asked);
+  const long samples = ReadySamples();
+  const bool mustPause = samples > 0 ? mustHold : IsLive();
+  const long result = mustPause ? Pause(asked) : samples > 0 ? RunQueued(samples) : AtEnd(asked);
   Balance();
   return result;
 }
