@@ -48,7 +48,7 @@ Graph::Result Runner::Run() {
   return result;
 }
 
-// Readers first: nothing that comes in at the other end is to wait for them.
+// The routes that read FIFOs first: what a microphone brings to the others then has somewhere to go.
 void Runner::StartAll() {
   std::vector<std::size_t> order(states.size());
   for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;

@@ -68,7 +68,7 @@ class Device {
   int lastError = 0;
 };
 
-/** The parameters that both blocks have; ids count on from `firstId`. */
+/** The parameters that both blocks have. */
 enum DeviceParameters : unsigned { DEVICE, RATE, CHANNELS, FORMAT, PERIOD, BUFFER, XRUNS };
 void DescribeDevice(vorn::Description& description, const char* deviceHelp);
 Wanted WantedOf(const vorn::Parameters& parameters, const vorn::Stream& stream);

@@ -97,8 +97,8 @@ enum FrameResult : long {
  * One frame at one endpoint: a description, and a pointer to bytes that the link owns.
  *
  * Both ends of a link point at the same bytes. Copying a FrameBuffer copies the description only. A
- * commit carries the description over the link: from an output to the input behind it when a frame was
- * produced, and back when it was consumed.
+ * commit copies the block's description of each frame to the other end of the link: from an output to the
+ * input behind it when a frame was produced, and from an input to the output before it when it was consumed.
  */
 struct FrameBuffer {
   std::uint8_t* data = nullptr;  ///< First byte; not owned; null until linked.
