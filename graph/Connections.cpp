@@ -8,8 +8,6 @@
 namespace vorn::graph {
 namespace {
 
-std::string Quoted(const std::string& name) { return "'" + name + "'"; }
-
 class Connector {
  public:
   explicit Connector(GraphPlan& newPlan)

@@ -178,7 +178,9 @@ Graph::Result Graph::Run(const RunOptions& options) {
 
 void Graph::Stop(int signal) noexcept { impl->events.AskToStop(signal); }
 
-Graph::Figures Graph::CurrentFigures() const { return impl->isBuilt ? graph::FiguresOf(*impl->plan, *impl->live) : Figures(); }
+Graph::Figures Graph::CurrentFigures() const {
+  return impl->isBuilt ? graph::FiguresOf(*impl->plan, *impl->live) : Figures();
+}
 
 std::vector<Graph::Reading> Graph::CurrentReadings() const {
   std::vector<Reading> all;

@@ -22,6 +22,9 @@ using Error = Graph::Error;
 template <class T>
 using Result = std::variant<T, Error>;
 
+/** For messages. */
+inline std::string Quoted(const std::string& name) { return "'" + name + "'"; }
+
 struct Word {
   std::string text;
   Origin at;

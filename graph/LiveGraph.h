@@ -37,7 +37,7 @@ class LiveGraph {
 
   /** What a block counted; null for one that does not count. */
   const BlockCounters* Counters(std::size_t node) const;
-  /** The parameters of a block that is made with the kit, one a line: see Parameters::Line. */
+  /** The parameters of a block that is made with the kit, one a line: see ParameterLine. */
   std::vector<std::string> ParameterTable(std::size_t node) const;
 
   /**

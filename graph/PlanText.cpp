@@ -1,18 +1,18 @@
 #include "PlanText.h"
 
 #include <algorithm>
-#include <array>
 #include <cctype>
 #include <limits>
 
 #include "GraphFile.h"
 #include "QuotedWords.h"
 #include "StreamText.h"
+#include "support/TextTable.h"
 
 namespace vorn::graph {
 namespace {
 
-using Row = std::array<std::string, 7>;
+using support::Row;
 
 std::string FormatOf(const Stream& stream) { return FormatName(static_cast<SampleFormat>(stream.format)); }
 
@@ -179,14 +179,7 @@ std::string TableOf(const GraphPlan& plan) {
   for (const FifoPlan& fifo : plan.fifos) rows.push_back(RowOf(plan, fifo));
 
   std::string table;
-  for (const Row& row : rows) {
-    for (std::size_t column = 0; column < row.size(); ++column) {
-      std::size_t width = 0;
-      for (const Row& other : rows) width = std::max(width, other[column].size());
-      const bool isLast = column + 1 == row.size();
-      table += row[column] + (isLast ? "\n" : std::string(width + 2 - row[column].size(), ' '));
-    }
-  }
+  for (const std::string& line : support::TextTable(rows)) table += line + '\n';
   return table;
 }
 

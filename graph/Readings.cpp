@@ -1,8 +1,9 @@
 #include "Readings.h"
 
+#include <vorn/kit/ParameterLine.h>
+
 #include <cmath>
 #include <cstdlib>
-#include <sstream>
 
 namespace vorn::graph {
 
@@ -10,12 +11,10 @@ std::vector<Reading> ReadingsOf(const GraphPlan& plan, const LiveGraph& live, st
   std::vector<Reading> readings;
   if (!plan.blocks[node].plugIn.info) return readings;
   for (const std::string& line : live.ParameterTable(node)) {
-    std::istringstream words(line);
-    std::string id, name, unit, range, value, access;
-    words >> id >> name >> unit >> range >> value >> access;
-    if (access != "read") continue;
-    readings.push_back({plan.graph.nodes[node].name, name, unit == "-" ? "" : unit,
-                        value == "-" ? std::nan("") : std::strtod(value.c_str(), nullptr)});
+    const auto parameter = ParameterLine::Parse(line);
+    if (!parameter || !parameter->IsReading()) continue;
+    const double value = parameter->value.empty() ? std::nan("") : std::strtod(parameter->value.c_str(), nullptr);
+    readings.push_back({plan.graph.nodes[node].name, parameter->name, parameter->unit, value});
   }
   return readings;
 }

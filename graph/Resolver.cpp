@@ -16,8 +16,6 @@ Stream& At(Streams& streams, std::size_t port) {
   return streams[port];
 }
 
-std::string Quoted(const std::string& name) { return "'" + name + "'"; }
-
 /** The arguments of a block: those of its own, then its parameters by name. */
 std::vector<std::string> ArgumentsOf(const Node& node) {
   std::vector<std::string> args;

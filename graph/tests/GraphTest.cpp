@@ -81,7 +81,7 @@ TEST_F(GraphTest, AnswersErrorsAsValuesWithTheirPlaces) {
             "here c.rate=5: expected node.parameter=value, where node is one of: a, b");
 }
 
-// Red if a stop between two waits is slept over, or one that comes early is forgotten.
+// Red if a stop that comes early is forgotten, or comes again in the next run.
 TEST_F(GraphTest, StopsFromAnyThreadAndBeforeItHasBegun) {
   Graph graph = Graph::FromPipeline("moody ! moody");
   for (int i = 0; i < 20; ++i) {

@@ -67,7 +67,7 @@
  * set and read by its id, checked like an argument; while the route runs only those that are Live(), otherwise all, for
  * the next Prepare. What is refused leaves everything as it was: -20, and an E line with the parameter, what came and
  * what is taken. GetParameter of PARAMETER_TABLE answers the whole table of the running block, with values: see
- * Parameters::Line.
+ * ParameterLine.
  *
  *
  * Refusals
@@ -131,8 +131,8 @@
  * ends.
  *
  * A block without the kit is never shown an empty frame and counts as holding nothing. What a block of the kit holds is
- * lost, with a warning, when all that comes to it passes such a block first, or leaves a `tee` beside one: put any block
- * of the kit (a gain, say) in between.
+ * lost, with a warning, when all that comes to it passes such a block first, or leaves a `tee` beside one: put any
+ * block of the kit (a gain, say) in between.
  *
  *
  * FIFOs

@@ -189,7 +189,8 @@ TEST(Flow, EveryBlockObeysTheOneBehindIt) {
 TEST(Flow, ABlockThatBuffersDrainsBeforeItEnds) {
   Bench block(1, 1);
   block.buffers = 3;
-  for (const auto& [came, left] : std::vector<std::pair<Bytes, Bytes>>{{{1, 2}, {}}, {{3, 4}, {1, 2, 3, 4}}, {{5}, {}}}) {
+  for (const auto& [came, left] :
+       std::vector<std::pair<Bytes, Bytes>>{{{1, 2}, {}}, {{3, 4}, {1, 2, 3, 4}}, {{5}, {}}}) {
     block.Send(0, came);
     block.Run();
     EXPECT_EQ(block.sent[0], left);
@@ -208,7 +209,8 @@ TEST(Flow, ABlockThatBuffersDrainsBeforeItEnds) {
   EXPECT_EQ(block.marks[0], Mark::ENDED);
 }
 
-// Red if a source ends its route while another runs, while a block holds something, or before all have heard of its end.
+// Red if a source ends its route while another runs, while a block holds something, or before all have heard of its
+// end.
 TEST(Flow, TheRouteIsOverWhenAllSourcesEndedAndNothingIsHeld) {
   Bench source(0, 1);
   ++source.board.drivers;

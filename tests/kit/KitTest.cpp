@@ -103,6 +103,14 @@ TEST(Parameters, ArgumentsAreCheckedAndNamed) {
                                              "2 sure - false|true false stopped",
                                              "3 size - small|middle|large middle live", "4 name - - /a%20b=c%25 live",
                                              "5 level dBFS - -3.5 read", "6 own - 0..1 1 stopped"}));
+  for (const std::string& line : table) {
+    const auto parsed = vorn::ParameterLine::Parse(line);
+    ASSERT_TRUE(parsed) << line;
+    EXPECT_EQ(parsed->ToString(), line);
+  }
+  EXPECT_EQ(vorn::ParameterLine::Parse(table[4])->value, "/a b=c%");
+  for (const char* other : {"", "0 a - - 1", "x a - - 1 live"})
+    EXPECT_FALSE(vorn::ParameterLine::Parse(other)) << other;
 }
 
 // Red if a refused value changes anything, or one that cannot change while running does.

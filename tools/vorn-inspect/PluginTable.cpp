@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <cstdlib>
-#include <sstream>
 
 namespace vorn_inspect {
 namespace {
@@ -68,18 +66,6 @@ Json Endpoints(std::uint32_t least, std::uint32_t most, const vorn::EndpointInfo
   return {{"least", least}, {"most", most}, {"each", std::move(each)}};
 }
 
-// What Parameters::Line made of a field.
-std::string Plain(const std::string& field) {
-  if (field == "-") return {};
-  std::string text;
-  for (std::size_t i = 0; i < field.size(); ++i) {
-    const bool isCode = field[i] == '%' && i + 2 < field.size();
-    text += isCode ? static_cast<char>(std::strtol(field.substr(i + 1, 2).c_str(), nullptr, 16)) : field[i];
-    if (isCode) i += 2;
-  }
-  return text;
-}
-
 }  // namespace
 
 Json TableOf(const vorn::BlockInfo& info) {
@@ -98,22 +84,19 @@ Json TableOf(const vorn::BlockInfo& info) {
 
 void AddValues(Json& parameters, const std::vector<std::string>& lines) {
   for (const std::string& line : lines) {
-    std::istringstream words(line);
-    std::uint32_t id = 0;
-    std::string name, unit, range, value, access, help;
-    if (!(words >> id >> name >> unit >> range >> value >> access)) continue;
-    words >> help;
-    auto known = std::find_if(parameters.begin(), parameters.end(), [id](const Json& p) { return p["id"] == id; });
+    const auto own = vorn::ParameterLine::Parse(line);
+    if (!own) continue;
+    auto known = std::find_if(parameters.begin(), parameters.end(), [&](const Json& p) { return p["id"] == own->id; });
     if (known == parameters.end()) {
-      parameters.push_back({{"id", id},
-                            {"name", name},
-                            {"unit", Plain(unit)},
-                            {"range", Plain(range)},
-                            {"access", access},
-                            {"help", Plain(help)}});
+      parameters.push_back({{"id", own->id},
+                            {"name", own->name},
+                            {"unit", own->unit},
+                            {"range", own->range},
+                            {"access", own->access},
+                            {"help", own->help}});
       known = parameters.end() - 1;
     }
-    (*known)["value"] = Plain(value);
+    (*known)["value"] = own->value;
   }
 }
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <vector>
 
+#include "support/TextTable.h"
+
 namespace vorn_inspect {
 
 using Json = nlohmann::json;
@@ -65,23 +67,15 @@ std::string ValueOf(const Json& parameter) {
 bool IsOfBlock(const Json& parameters) { return !parameters.empty() && parameters[0].contains("value"); }
 
 std::string ParameterLines(const Json& parameters) {
-  std::vector<std::vector<std::string>> rows = {
+  std::vector<support::Row> rows = {
       {"id", "name", "unit", "range", IsOfBlock(parameters) ? "value" : "default", "set", ""}};
   for (const Json& p : parameters) {
     rows.push_back({std::to_string(p["id"].get<unsigned>()), p["name"], p["unit"], p["range"], ValueOf(p), WhenOf(p),
                     p.value("help", "")});
   }
   if (rows.size() == 1) return "Parameters: none\n";
-  std::vector<std::size_t> widths(rows[0].size());
-  for (const auto& row : rows) {
-    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
-  }
   std::string text = "Parameters:\n";
-  for (const auto& row : rows) {
-    std::string line = " ";
-    for (std::size_t i = 0; i < row.size(); ++i) line += " " + Padded(row[i], widths[i]);
-    text += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
-  }
+  for (const std::string& line : support::TextTable(rows)) text += "  " + line + "\n";
   return text;
 }
 

@@ -3,22 +3,15 @@
 #include <unistd.h>
 
 #include <cmath>
-#include <cstdarg>
 #include <cstdio>
+
+#include "support/Format.h"
 
 namespace vorn::run {
 namespace {
 
 using Figures = Graph::Figures;
-
-[[gnu::format(printf, 1, 2)]] std::string Format(const char* format, ...) {
-  char text[400];  // a double has 309 digits at most
-  va_list args;
-  va_start(args, format);
-  vsnprintf(text, sizeof text, format, args);
-  va_end(args);
-  return text;
-}
+using support::Format;
 
 std::string Clock(double seconds) {
   const auto tenths = static_cast<long long>(seconds * 10);

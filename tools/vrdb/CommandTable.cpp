@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <map>
 
+#include <vorn/kit/Streams.h>
+
 #include "LocalCommands.h"
 
 namespace vrdb {
@@ -143,8 +145,8 @@ const Command* FindCommand(std::string_view word) {
 }
 
 const std::vector<std::string>& LinkFormats() {
-  static const std::vector<std::string> FORMATS = {"BYTE",   "S16_LE",   "S16_BE",  "S32_LE",
-                                                   "S32_BE", "FLOAT_LE", "FLOAT_BE"};
+  constexpr vorn::FormatSet PACKED = vorn::Formats({vorn::SampleFormat::S24_3LE, vorn::SampleFormat::S24_3BE});
+  static const std::vector<std::string> FORMATS = Split(vorn::FormatNames(vorn::ALL_FORMATS & ~PACKED)).words;
   return FORMATS;
 }
 

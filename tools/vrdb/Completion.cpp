@@ -98,9 +98,9 @@ Words InstanceNames(const Report& report, const std::string& route) {
   return names;
 }
 
-Words ParameterNames(const std::vector<Parameter>& table) {
+Words ParameterNames(const std::vector<vorn::ParameterLine>& table) {
   Words names;
-  for (const Parameter& parameter : table) names.push_back(parameter.name);
+  for (const vorn::ParameterLine& parameter : table) names.push_back(parameter.name);
   return names;
 }
 
@@ -110,10 +110,11 @@ Words Alternatives(std::string words) {
   return Split(words).words;
 }
 
-Words ValuesOf(const std::string& name, const std::vector<Parameter>& table) {
-  for (const Parameter& parameter : table) {
+Words ValuesOf(const std::string& name, const std::vector<vorn::ParameterLine>& table) {
+  for (const vorn::ParameterLine& parameter : table) {
     const bool isList = parameter.range.find('|') != std::string::npos;
-    if (isList && (parameter.name == name || parameter.id == name)) return Alternatives(parameter.range);
+    if (isList && (parameter.name == name || std::to_string(parameter.id) == name))
+      return Alternatives(parameter.range);
   }
   return {};
 }

@@ -17,7 +17,7 @@ namespace vrdb {
 /** What completion may ask about the process; asked only when the word to complete needs it. */
 struct Live {
   std::function<Report()> report;
-  std::function<std::vector<Parameter>(const std::string& route, const std::string& block)> parameters;
+  std::function<std::vector<vorn::ParameterLine>(const std::string& route, const std::string& block)> parameters;
   std::function<pid_t()> process;  ///< whose files are meant
 };
 

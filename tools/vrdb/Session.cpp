@@ -124,7 +124,7 @@ class Session {
       return ParseStatus(reply);
     };
     live.parameters = [this](const std::string& route, const std::string& block) {
-      std::vector<Parameter> table;
+      std::vector<vorn::ParameterLine> table;
       ReadParameters(shell, route, block, table);
       return table;
     };

@@ -12,6 +12,7 @@
 
 #include "LocalCommands.h"
 #include "ReportJson.h"
+#include "support/Format.h"
 
 namespace vrdb {
 namespace {
@@ -45,9 +46,8 @@ void PrintLines(const Sample& sample, const Rates& rates) {
   const char* time = sample.time.c_str();
   for (const RouteStatus& route : sample.report.routes) {
     const auto rate = rates.FramesPerSecond(route.name);
-    char text[32] = "-";
-    if (rate) std::snprintf(text, sizeof text, "%.1f", *rate);
-    std::printf("%s route %s %s %s %ju %ju\n", time, route.name.c_str(), route.status.c_str(), text,
+    const std::string text = rate ? support::Format("%.1f", *rate) : "-";
+    std::printf("%s route %s %s %s %ju %ju\n", time, route.name.c_str(), route.status.c_str(), text.c_str(),
                 static_cast<std::uintmax_t>(route.frames), static_cast<std::uintmax_t>(route.errors));
   }
   for (const FifoStatus& fifo : sample.report.fifos) {

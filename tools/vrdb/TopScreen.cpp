@@ -7,13 +7,15 @@
 #include <algorithm>
 #include <array>
 #include <csignal>
-#include <cstdarg>
 #include <cstdio>
 
 #include "Top.h"
+#include "support/Format.h"
 
 namespace vrdb {
 namespace {
+
+using support::Format;
 
 using Clock = std::chrono::steady_clock;
 
@@ -49,15 +51,6 @@ class Line {
   std::size_t left;
   const Style& style;
 };
-
-__attribute__((format(printf, 1, 2))) std::string Format(const char* format, ...) {
-  char text[64];
-  va_list values;
-  va_start(values, format);
-  std::vsnprintf(text, sizeof text, format, values);
-  va_end(values);
-  return text;
-}
 
 std::string LinksOf(const BlockStatus& block) {
   Words inputs, outputs;

@@ -16,7 +16,7 @@ namespace vorn {
 /** Parameter ids from here on belong to the kit; they can be read, not set. Read them through Route::GetParameter. */
 enum ReservedParameters : unsigned {
   RESERVED_PARAMETERS = 0xFFFFFF00,
-  /** GetParameter answers the block's table, one parameter a text: see Parameters::Line for its fields. */
+  /** GetParameter answers the block's table, one parameter a text: see ParameterLine for its fields. */
   PARAMETER_TABLE = 0xFFFFFF00,
   /** GetParameter answers one text an output, in index order: see StreamText. -20 from a block that makes no stream of its own. */
   PARAMETER_STREAMS = 0xFFFFFF01,
@@ -49,8 +49,8 @@ enum KitCommand : unsigned {
   KIT_GET_VERSION = 0x564B0002,      ///< Answers KIT_VERSION. `arg` is not used.
   KIT_ATTACH_COUNTERS = 0x564B0003,  ///< `arg` is the BlockCounters* to count into, or null to let go of it. 0.
 
-  KIT_END_STREAM = 0x564B0004,       ///< Makes a source end. `arg` is not used. 0; -20 from a block with inputs.
-  KIT_FOLLOW = 0x564B0005,           ///< Makes a source a follower: see FollowLoop. `arg` is not used. 0.
+  KIT_END_STREAM = 0x564B0004,  ///< Makes a source end. `arg` is not used. 0; -20 from a block with inputs.
+  KIT_FOLLOW = 0x564B0005,      ///< Makes a source a follower: see FollowLoop. `arg` is not used. 0.
 
   KIT_REQUEST = 0x564B0010,  ///< Between blocks of one route, on its thread. `arg` is a KitRequest*.
 };
@@ -101,16 +101,16 @@ inline int AttachCounters(Block* block, BlockCounters* counters) { return block-
 constexpr long NO_FIFO_STAMP = std::numeric_limits<long>::min() / 2;
 
 /**
- * Makes a source say at its next frame that its stream is over, as if there were no more: what the blocks behind it hold
- * still comes out, and the route ends when all its sources have ended. From any thread, while the route runs.
+ * Makes a source say at its next frame that its stream is over, as if there were no more: what the blocks behind it
+ * hold still comes out, and the route ends when all its sources have ended. From any thread, while the route runs.
  *
  * @return 0, or -20 from a block with inputs or without the kit.
  */
 inline int EndStream(Block* block) { return block->ioctl(KIT_END_STREAM, nullptr); }
 
 /**
- * Says of a source that it reads what goes round in a loop of FIFOs: it keeps no block and no route going once all other
- * sources have ended. Do it while the block's route is stopped.
+ * Says of a source that it reads what goes round in a loop of FIFOs: it keeps no block and no route going once all
+ * other sources have ended. Do it while the block's route is stopped.
  *
  * @return as EndStream.
  */

@@ -154,7 +154,8 @@ inline long Flow::RunInputs() {
     const bool isCertain = board->foreignLinks == 0;
     if (isCertain || MayMoreArrive()) {
       if (++waits <= MOST_WAITS) return FRAME_PENDING;
-      if (isCertain) return owner.FailFlow("waits for an input to which nothing is sent; do links lead round in a circle?");
+      if (isCertain)
+        return owner.FailFlow("waits for an input to which nothing is sent; do links lead round in a circle?");
     }
     EndMissing();
   }
@@ -221,8 +222,9 @@ inline long Flow::RunJoin(std::uint32_t asked) {
   const bool mustHold = (asked & Bit(Request::HOLD)) != 0;
   if (!mustHold && AllFit()) return Work();
   if (!QueueInputs()) {
-    return owner.FailFlow("more samples wait for the other inputs than memory may take; takes inputs that bring as many "
-                      "samples in the long run");
+    return owner.FailFlow(
+        "more samples wait for the other inputs than memory may take; takes inputs that bring as many "
+        "samples in the long run");
   }
   const long samples = ReadySamples();
   const bool mustPause = samples > 0 ? mustHold : IsLive();
@@ -359,8 +361,9 @@ inline bool Flow::IsRouteOver() {
   if (idleCycles == 0 || !board->HasEnded()) return false;
   if (board->holders == 0) return true;
   if (idleCycles < IDLE_CYCLES_BEFORE_LOSS) return false;
-  owner.Warn("samples are lost that blocks behind one without the kit still hold; put any block of the kit between the "
-             "two paths that part before it");
+  owner.Warn(
+      "samples are lost that blocks behind one without the kit still hold; put any block of the kit between the "
+      "two paths that part before it");
   return true;
 }
 

@@ -16,8 +16,8 @@
  *   anything, connected or not: see RouteBoard. A source that finds it so answers FRAME_END_OF_FILE.
  * - A block that has enough for the next cycle says so upstream: see Request.
  *
- * A block without the kit must never be called for an empty frame. So a block of the kit beside one sends nothing at all
- * where it has no samples, and the blocks behind such a place cannot count on something in every cycle: they look
+ * A block without the kit must never be called for an empty frame. So a block of the kit beside one sends nothing at
+ * all where it has no samples, and the blocks behind such a place cannot count on something in every cycle: they look
  * upstream whether a frame is still on its way.
  */
 #ifndef VORN_KIT_FLOW_H
@@ -74,13 +74,16 @@ class Flow {
   struct Port {
     std::size_t index;
     FrameBuffer* fb;
-    bool foreign;          ///< The block at the other end is without the kit.
-    bool lined = false;    ///< An input that is lined up with others.
-    bool drives = true;    ///< An input that the output follows.
+    bool foreign;        ///< The block at the other end is without the kit.
+    bool lined = false;  ///< An input that is lined up with others.
+    bool drives = true;  ///< An input that the output follows.
   };
 
   explicit Flow(FlowOwner& newOwner) : owner(newOwner) { frames.fill(nullptr); }
-  ~Flow() { Stop(); Link({}, {}); }
+  ~Flow() {
+    Stop();
+    Link({}, {});
+  }
   Flow(const Flow&) = delete;
   Flow& operator=(const Flow&) = delete;
 
@@ -180,7 +183,7 @@ class Flow {
   std::uint32_t foreignOutputs = 0;
   long foreignLinks = 0;  // as counted on the board
   bool isJoin = false;
-  unsigned long renewed = 0;  // board->links when `drives` was worked out
+  unsigned long renewed = 0;     // board->links when `drives` was worked out
   unsigned long leadsAsked = 0;  // and `leads`
   int leads = 0;
   std::array<std::unique_ptr<Queued>, Endpoint::COUNT> queues;  // of the inputs of a join

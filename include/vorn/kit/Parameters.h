@@ -12,6 +12,7 @@
 #include <vector>
 
 #include <vorn/kit/Description.h>
+#include <vorn/kit/ParameterLine.h>
 #include <vorn/kit/Refusal.h>
 
 namespace vorn {
@@ -122,22 +123,11 @@ class Parameters {
     return i;
   }
 
-  /**
-   * One parameter a line, fields separated by one blank, none of them empty or with a blank inside:
-   *
-   *     id name unit range value access help
-   *     0 gain dB -120..60 -6 live how%20much
-   *
-   * `-` stands for no unit, no range, an empty value. A range is `low..high` with -inf and inf for no limit, or words
-   * joined by `|`. Blanks and '%' inside a field are written %20 and %25, and a value that is just `-` is written %2D.
-   * Access is `live` (set at any time), `stopped` (set while the route is stopped) or `read` (a measurement). The help
-   * is left out where there is none.
-   */
+  /** The line of a parameter in the table that the block answers: see ParameterLine. */
   std::string Line(std::size_t i) const {
     const Parameter& p = table[i];
     const char* access = p.IsReading() ? "read" : p.IsLive() ? "live" : "stopped";
-    return std::to_string(p.id) + ' ' + p.name + ' ' + Escaped(p.unit) + ' ' + RangeOf(p) + ' ' + Escaped(TextOf(i)) +
-           ' ' + access + (p.help.empty() ? "" : ' ' + Escaped(p.help));
+    return ParameterLine{p.id, p.name, p.unit, RangeOf(p), TextOf(i), access, p.help}.ToString();
   }
 
   /** What a parameter takes, in words: "a number from -120 to 60 dB". */
@@ -270,7 +260,7 @@ class Parameters {
 
   static std::string RangeOf(const Parameter& p) {
     std::string range = p.words;
-    if (p.IsReading()) return "-";
+    if (p.IsReading()) return "";
     switch (p.type) {
       case ParameterType::NUMBER:
       case ParameterType::INTEGER: return NumberText(p.minimum) + ".." + NumberText(p.maximum);
@@ -280,23 +270,7 @@ class Parameters {
         return range;
       case ParameterType::TEXT: break;
     }
-    return "-";
-  }
-
-  static std::string Escaped(const std::string& text) {
-    if (text.empty()) return "-";
-    if (text == "-") return "%2D";
-    std::string escaped;
-    for (const char c : text) {
-      static constexpr char HEX[] = "0123456789ABCDEF";
-      const auto byte = static_cast<unsigned char>(c);
-      if (byte > ' ' && c != '%' && byte != 0x7F) {
-        escaped += c;
-      } else {
-        escaped += {'%', HEX[byte >> 4], HEX[byte & 15]};
-      }
-    }
-    return escaped;
+    return "";
   }
 
   const Value& At(unsigned id) const {

@@ -362,8 +362,9 @@ inline int PluginBlock::Start() {
   try {
     flow.Share(Board());
     if (Board() != nullptr && Board()->kitVersion != KIT_VERSION) {
-      return Refuse("built with version " + std::to_string(KIT_VERSION) + " of the plug-in kit, the library with version " +
-                    std::to_string(Board()->kitVersion) + "; build the plug-in again");
+      return Refuse("built with version " + std::to_string(KIT_VERSION) +
+                    " of the plug-in kit, the library with version " + std::to_string(Board()->kitVersion) +
+                    "; build the plug-in again");
     }
     Accept();
     if (IsUnlinked()) return 0;
