@@ -47,7 +47,7 @@ class PluginBlock : public Block, protected FlowOwner {
   /** @name What a block writes */
   /**@{*/
 
-  /** Makes ready to run. The streams fit the description. @return 0, or -20 after an E line of your own. */
+  /** Makes ready to run. The streams fit the description. @return 0, or Refuse(why). */
   virtual int Prepare() { return 0; }
 
   /**

@@ -34,8 +34,6 @@ class Misfit {
         .Advice("put " + menders + (input ? " before it" : " after it"));
   }
 
-  static std::string Label(bool input, std::size_t index) { return Refusal::Endpoint(input, index).Label(); }
-
  private:
   std::string fields;
   std::string got;
