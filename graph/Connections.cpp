@@ -8,12 +8,30 @@
 namespace vorn::graph {
 namespace {
 
+/** Unless its argument `blocking` says no. Nothing is known of a plug-in that does not describe itself. */
+bool WaitsForFifo(const BlockPlan& block) {
+  const BlockInfo* info = block.plugIn.info;
+  if (!info) return false;
+  const auto* const end = info->parameters + info->parameterCount;
+  const auto* const blocking =
+      std::find_if(info->parameters, end, [](const ParameterInfo& one) { return std::string("blocking") == one.name; });
+  if (blocking == end) return true;
+  std::string value;
+  std::int32_t position = 0;
+  for (const std::string& arg : block.args) {
+    if (arg.starts_with("blocking=")) value = arg.substr(arg.find('=') + 1);
+    if (arg.find('=') == arg.npos && position++ == blocking->position) value = arg;
+  }
+  return value != "false" && value != "no" && value != "off" && value != "0";
+}
+
 class Connector {
  public:
   explicit Connector(GraphPlan& newPlan)
       : plan(newPlan), graph(plan.graph), usedOuts(graph.nodes.size()), usedIns(graph.nodes.size()) {}
 
   std::optional<Error> Connect() {
+    plan.routes.resize(graph.routes.size());
     for (std::size_t i = 0; i < graph.nodes.size(); ++i) {
       if (graph.nodes[i].isFifo) plan.fifos.push_back({i});
     }
@@ -39,7 +57,9 @@ class Connector {
 
   std::optional<Error> JoinFifo(const Edge& edge, bool writes) {
     const std::size_t node = writes ? edge.to.node : edge.from.node;
-    FifoPlan& fifo = *std::ranges::find(plan.fifos, node, &FifoPlan::node);
+    const auto found = std::ranges::find(plan.fifos, node, &FifoPlan::node);
+    const auto index = static_cast<std::size_t>(found - plan.fifos.begin());
+    FifoPlan& fifo = *found;
     std::size_t& user = writes ? fifo.writer : fifo.reader;
     const std::string who = Quoted(NodeOf(node).name);
     if (edge.from.port || edge.to.port) return Error{edge.at, "FIFO " + who + " is not joined by a port; leave it out"};
@@ -54,11 +74,22 @@ class Connector {
     }
     user = writes ? edge.from.node : edge.to.node;
     fifo.stream.Complete(edge.stream);
-    return CheckUser(edge, user, writes, who);
+    if (auto error = CheckUser(edge, user, writes, who)) return error;
+    BlockPlan& block = plan.blocks[user];
+    (writes ? block.writes : block.reads) = index;
+    block.waits = WaitsForFifo(block);
+    RoutePlan& route = plan.routes[NodeOf(user).route];
+    (writes ? route.writes : route.reads).push_back(index);
+    return std::nullopt;
   }
 
   std::optional<Error> CheckUser(const Edge& edge, std::size_t user, bool writes, const std::string& fifo) const {
-    const BlockInfo* info = plan.blocks[user].plugIn.info;
+    const BlockPlan& block = plan.blocks[user];
+    if (const std::size_t other = writes ? block.writes : block.reads; other != BlockPlan::NO_FIFO) {
+      return Error{edge.at, "block " + Quoted(NodeOf(user).name) + (writes ? " writes to" : " reads from") + " FIFO " +
+                                Quoted(NodeOf(plan.fifos[other].node).name) + " already; a block takes one"};
+    }
+    const BlockInfo* info = block.plugIn.info;
     if (!info || info->flags & (writes ? BLOCK_WRITES_FIFO : BLOCK_READS_FIFO)) return std::nullopt;
     return Error{edge.at, "block " + Quoted(NodeOf(user).name) + (writes ? " writes to" : " reads from") +
                               " no FIFO; put a '" + (writes ? "fifosink' before " : "fifosource' behind ") + fifo};
@@ -87,6 +118,8 @@ class Connector {
     plan.links.push_back({from.route, edge.from.node, edge.from.port.value_or(UNASSIGNED), edge.to.node,
                           edge.to.port.value_or(UNASSIGNED), edge.stream, edge.at});
     plan.links.back().stream.linked = 1;
+    plan.blocks[edge.from.node].outs.push_back(plan.links.size() - 1);
+    plan.blocks[edge.to.node].ins.push_back(plan.links.size() - 1);
     return std::nullopt;
   }
 
@@ -152,8 +185,8 @@ std::optional<Error> CheckSide(const GraphPlan& plan, std::size_t node, bool inp
   const std::uint32_t most = input ? info->maxInputs : info->maxOutputs;
   std::uint32_t linked = 0;
   std::uint32_t ports = 0;  // one bit each
-  for (const LinkPlan& link : plan.links) {
-    if ((input ? link.to : link.from) != node) continue;
+  for (const std::size_t index : input ? plan.blocks[node].ins : plan.blocks[node].outs) {
+    const LinkPlan& link = plan.links[index];
     ++linked;
     const std::size_t port = input ? link.in : link.out;
     ports |= 1U << port;
@@ -170,13 +203,11 @@ std::optional<Error> CheckSide(const GraphPlan& plan, std::size_t node, bool inp
 }
 
 std::optional<Error> CheckFifoUse(const GraphPlan& plan, std::size_t node) {
-  const BlockInfo* info = plan.blocks[node].plugIn.info;
+  const BlockPlan& block = plan.blocks[node];
+  const BlockInfo* info = block.plugIn.info;
   if (!info) return std::nullopt;
-  const auto uses = [&](std::size_t FifoPlan::*user) {
-    return std::ranges::find(plan.fifos, node, user) != plan.fifos.end();
-  };
-  const bool reads = info->flags & BLOCK_READS_FIFO && !uses(&FifoPlan::reader);
-  const bool writes = info->flags & BLOCK_WRITES_FIFO && !uses(&FifoPlan::writer);
+  const bool reads = info->flags & BLOCK_READS_FIFO && block.reads == BlockPlan::NO_FIFO;
+  const bool writes = info->flags & BLOCK_WRITES_FIFO && block.writes == BlockPlan::NO_FIFO;
   if (!reads && !writes) return std::nullopt;
   const std::string& name = plan.graph.nodes[node].name;
   return Error{plan.graph.nodes[node].at, "block " + Quoted(name) +
@@ -186,9 +217,8 @@ std::optional<Error> CheckFifoUse(const GraphPlan& plan, std::size_t node) {
 
 /** What the file says of first or last, against the links and the plug-in. @param open nothing: it follows from them. */
 std::optional<Error> CheckOpenEnd(const GraphPlan& plan, std::size_t node, bool input, std::optional<bool> open) {
-  const std::size_t LinkPlan::*const end = input ? &LinkPlan::to : &LinkPlan::from;
   const BlockInfo* info = plan.blocks[node].plugIn.info;
-  const bool isOpen = std::ranges::find(plan.links, node, end) == plan.links.end();
+  const bool isOpen = (input ? plan.blocks[node].ins : plan.blocks[node].outs).empty();
   const bool mustBeClosed = info && (input ? info->minInputs : info->minOutputs) > 0;
   if (!open || (*open ? !mustBeClosed : !isOpen)) return std::nullopt;
   const std::string which = input ? "first" : "last";
@@ -198,93 +228,6 @@ std::optional<Error> CheckOpenEnd(const GraphPlan& plan, std::size_t node, bool 
                              (*open ? "=true, but it needs an " + kind : "=false, but no " + kind + " is linked") +
                              "; leave '" + which + "' out"};
 }
-
-class Order {
- public:
-  explicit Order(GraphPlan& newPlan)
-      : plan(newPlan), waitsFor(plan.graph.nodes.size()), feeds(plan.graph.nodes.size()) {
-    for (const LinkPlan& link : plan.links) Add(link.from, link.to);
-  }
-
-  Result<std::vector<std::size_t>> Make() {
-    if (!Visit().empty()) return Cycle();
-    for (const FifoPlan& fifo : plan.fifos) Add(fifo.writer, fifo.reader);
-    for (auto rest = Visit(); !rest.empty(); rest = Visit()) {
-      FifoPlan* opened = PrefilledInto(rest);
-      if (!opened) return FifoCycle(rest);
-      opened->closesCycle = true;
-      std::erase(waitsFor[opened->reader], opened->writer);
-      std::erase(feeds[opened->writer], opened->reader);
-    }
-    return order;
-  }
-
- private:
-  void Add(std::size_t from, std::size_t to) {
-    feeds[from].push_back(to);
-    waitsFor[to].push_back(from);
-  }
-
-  /** Puts into order what can be. @return what waits for itself, and what waits for that. */
-  std::vector<std::size_t> Visit() {
-    order.clear();
-    std::vector<std::size_t> missing(waitsFor.size());
-    for (std::size_t i = 0; i < waitsFor.size(); ++i) {
-      missing[i] = waitsFor[i].size();
-      if (missing[i] == 0 && !plan.graph.nodes[i].isFifo) order.push_back(i);
-    }
-    for (std::size_t i = 0; i < order.size(); ++i) {
-      for (const std::size_t next : feeds[order[i]]) {
-        if (--missing[next] == 0) order.push_back(next);
-      }
-    }
-    std::vector<std::size_t> rest;
-    for (std::size_t i = 0; i < missing.size(); ++i) {
-      if (missing[i] > 0) rest.push_back(i);
-    }
-    return rest;
-  }
-
-  /** From anything that is left, back along what it waits for, until a block comes again. */
-  Error Cycle() {
-    const auto rest = Visit();
-    std::vector<std::size_t> path{rest.front()};
-    while (std::ranges::count(path, path.back()) == 1) {
-      path.push_back(*std::ranges::find_if(
-          waitsFor[path.back()], [&](std::size_t from) { return std::ranges::find(rest, from) != rest.end(); }));
-    }
-    path.erase(path.begin(), std::ranges::find(path, path.back()));
-    const auto closing = std::ranges::find_if(
-        plan.links, [&](const LinkPlan& link) { return link.from == path[1] && link.to == path[0]; });
-    std::ranges::reverse(path);
-    std::string text;
-    for (const std::size_t node : path) text += (text.empty() ? "" : " -> ") + plan.graph.nodes[node].name;
-    return {closing->at, text + " is a cycle; close it by a FIFO with a prefill, or not at all"};
-  }
-
-  FifoPlan* PrefilledInto(const std::vector<std::size_t>& rest) {
-    const auto isIn = [&](std::size_t node) { return std::ranges::find(rest, node) != rest.end(); };
-    const auto found = std::ranges::find_if(plan.fifos, [&](const FifoPlan& fifo) {
-      return !fifo.closesCycle && plan.graph.nodes[fifo.node].prefill > 0 && isIn(fifo.reader) && isIn(fifo.writer);
-    });
-    return found == plan.fifos.end() ? nullptr : &*found;
-  }
-
-  Error FifoCycle(const std::vector<std::size_t>& rest) const {
-    for (const FifoPlan& fifo : plan.fifos) {
-      if (std::ranges::find(rest, fifo.reader) == rest.end()) continue;
-      const Node& node = plan.graph.nodes[fifo.node];
-      return {node.at,
-              "FIFO " + Quoted(node.name) + " closes a cycle, in which everybody would wait; give it a prefill"};
-    }
-    return {plan.graph.at, "a cycle"};
-  }
-
-  GraphPlan& plan;
-  std::vector<std::vector<std::size_t>> waitsFor;  // by node
-  std::vector<std::vector<std::size_t>> feeds;
-  std::vector<std::size_t> order;
-};
 
 }  // namespace
 
@@ -299,12 +242,12 @@ std::optional<Error> CheckEnds(GraphPlan& plan) {
     if (auto error = CheckSide(plan, i, false)) return error;
     if (auto error = CheckOpenEnd(plan, i, true, node.first)) return error;
     if (auto error = CheckOpenEnd(plan, i, false, node.last)) return error;
-    plan.blocks[i].first = node.first.value_or(std::ranges::find(plan.links, i, &LinkPlan::to) == plan.links.end());
-    plan.blocks[i].last = node.last.value_or(std::ranges::find(plan.links, i, &LinkPlan::from) == plan.links.end());
+    BlockPlan& block = plan.blocks[i];
+    block.first = node.first.value_or(block.ins.empty());
+    block.last = node.last.value_or(block.outs.empty());
+    if (block.first) plan.routes[node.route].firsts.push_back(i);
   }
   return std::nullopt;
 }
-
-Result<std::vector<std::size_t>> OrderOfStreams(GraphPlan& plan) { return Order(plan).Make(); }
 
 }  // namespace vorn::graph

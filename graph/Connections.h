@@ -1,4 +1,4 @@
-// Who is linked to whom: ends and ports of the edges, what is first and last, and the order in which streams flow.
+// Who is linked to whom: ends and ports of the edges, and what is first and last.
 #pragma once
 
 #include "GraphPlan.h"
@@ -10,13 +10,5 @@ std::optional<Error> Connect(GraphPlan& plan);
 
 /** First and last, and whether every block has the links it needs. After Connect. */
 std::optional<Error> CheckEnds(GraphPlan& plan);
-
-/**
- * The blocks in an order in which every stream is known before it is needed.
- *
- * Where FIFOs close a cycle, the reader of one with a prefill comes before its writer, and the FIFO is marked. A cycle
- * of links is an error, and so is one of FIFOs without any prefill.
- */
-Result<std::vector<std::size_t>> OrderOfStreams(GraphPlan& plan);
 
 }  // namespace vorn::graph

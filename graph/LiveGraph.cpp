@@ -91,6 +91,7 @@ std::optional<Error> LiveGraph::MakeBlock(std::size_t index, const BlockPlan& pl
   if (!made.block) return Reason({node.at, Who(node) + " could not be made"});  // there is none to ask for the reason
   made.counters = std::make_unique<BlockCounters>();
   if (AttachCounters(made.block, made.counters.get()) < 0) made.counters.reset();
+  if (plan.follows) FollowLoop(made.block);
   return std::nullopt;
 }
 

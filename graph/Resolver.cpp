@@ -3,6 +3,8 @@
 #include <algorithm>
 
 #include "Connections.h"
+#include "FifoPlanning.h"
+#include "StreamOrder.h"
 #include "StreamText.h"
 
 namespace vorn::graph {
@@ -38,10 +40,7 @@ class Resolver {
     for (const std::size_t node : std::get<0>(order)) {
       if (auto error = PlanStreams(node)) return error;
     }
-    for (FifoPlan& fifo : plan.fifos) {
-      if (auto error = SizeFifo(fifo)) return error;
-    }
-    return std::nullopt;
+    return PlanFifos(plan, std::get<0>(order));
   }
 
  private:
@@ -85,15 +84,14 @@ class Resolver {
   std::optional<Error> PlanStreams(std::size_t node) {
     Streams in;
     Streams out;
-    for (const LinkPlan& link : plan.links) {
-      if (link.to == node) At(in, link.in) = link.stream;
-      if (link.from == node) At(out, link.out) = link.stream;
-    }
+    const BlockPlan& block = plan.blocks[node];
+    for (const std::size_t link : block.ins) At(in, plan.links[link].in) = plan.links[link].stream;
+    for (const std::size_t link : block.outs) At(out, plan.links[link].out) = plan.links[link].stream;
     if (auto error = AskPlugIn(node, in, out)) return error;
 
     const Stream incoming = IncomingTo(node, in);
-    for (LinkPlan& link : plan.links) {
-      if (link.from != node) continue;
+    for (const std::size_t index : block.outs) {
+      LinkPlan& link = plan.links[index];
       if (auto error = SettleLink(link, out[link.out], incoming)) return error;
     }
     return std::nullopt;
@@ -147,16 +145,11 @@ class Resolver {
   Stream IncomingTo(std::size_t node, const Streams& in) const {
     const auto linked = std::ranges::find_if(in, [](const Stream& stream) { return stream.linked != 0; });
     if (linked != in.end()) return *linked;
-    const auto fifo = std::ranges::find(plan.fifos, node, &FifoPlan::reader);
-    if (fifo == plan.fifos.end()) return {};
-    Stream stream = fifo->stream;
-    if (!fifo->closesCycle) stream.Complete(IntoFifo(*fifo));
+    if (plan.blocks[node].reads == BlockPlan::NO_FIFO) return {};
+    const FifoPlan& fifo = plan.fifos[plan.blocks[node].reads];
+    Stream stream = fifo.stream;
+    if (!fifo.closesCycle) stream.Complete(StreamInto(plan, fifo));
     return stream;
-  }
-
-  Stream IntoFifo(const FifoPlan& fifo) const {
-    const auto link = std::ranges::find(plan.links, fifo.writer, &LinkPlan::to);
-    return link == plan.links.end() ? Stream() : link->stream;
   }
 
   std::optional<Error> SettleLink(LinkPlan& link, const Stream& made, Stream incoming) const {
@@ -171,52 +164,6 @@ class Resolver {
     link.stream.Complete(incoming);
     link.stream.Complete(graph.routes[link.route].defaults);
     Settle(link.stream);
-    return std::nullopt;
-  }
-
-  std::optional<Error> SizeFifo(FifoPlan& fifo) {
-    const Node& node = NodeOf(fifo.node);
-    const std::string who = "FIFO " + Quoted(node.name);
-    Stream written = IntoFifo(fifo);
-    Stream read;
-    long readFrame = 0;
-    for (const LinkPlan& link : plan.links) {
-      if (link.from != fifo.reader) continue;
-      if (readFrame == 0) read = link.stream;
-      readFrame = std::max(readFrame, static_cast<long>(link.stream.frame));
-    }
-    const long writtenFrame = written.frame;
-    written.frame = read.frame = 0;
-    const auto difference = Compare(written, read);
-    if (difference.Any()) {
-      return Error{node.at, who + ": " + Quoted(NodeOf(fifo.writer).name) + " writes " + Describe(written, difference) +
-                                ", " + Quoted(NodeOf(fifo.reader).name) + " reads " + Describe(read, difference) +
-                                "; put " + Menders(difference) + " before " + Quoted(NodeOf(fifo.writer).name)};
-    }
-    fifo.stream = written;
-    fifo.stream.Complete(read);
-    Settle(fifo.stream);
-    return CheckCapacity(fifo, node, writtenFrame, readFrame);
-  }
-
-  std::optional<Error> CheckCapacity(FifoPlan& fifo, const Node& node, long writtenFrame, long readFrame) const {
-    const std::string who = "FIFO " + Quoted(node.name);
-    const long frame = std::max(writtenFrame, readFrame);
-    fifo.stream.frame = frame;
-    fifo.prefill = node.prefill;
-    fifo.capacity =
-        node.capacity.value_or(fifo.prefill + std::max(4 * frame, static_cast<long>(fifo.stream.rate) / 10));
-    if (fifo.capacity < 2 * frame) {
-      return Error{node.at, who + ": a capacity of " + std::to_string(fifo.capacity) +
-                                " samples is less than two frames: " + Quoted(NodeOf(fifo.writer).name) + " writes " +
-                                std::to_string(writtenFrame) + ", " + Quoted(NodeOf(fifo.reader).name) + " reads " +
-                                std::to_string(readFrame) + "; expected at least " + std::to_string(2 * frame)};
-    }
-    if (fifo.closesCycle && fifo.prefill < readFrame) {
-      return Error{node.at, who + " closes a cycle, so " + Quoted(NodeOf(fifo.reader).name) + " reads a frame of " +
-                                std::to_string(readFrame) +
-                                " samples before any is written; expected a prefill of at least that"};
-    }
     return std::nullopt;
   }
 

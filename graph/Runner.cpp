@@ -53,7 +53,7 @@ void Runner::StartAll() {
   std::vector<std::size_t> order(states.size());
   for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
   std::stable_partition(order.begin(), order.end(), [&](std::size_t route) {
-    return std::ranges::any_of(plan.fifos, [&](const FifoPlan& fifo) { return plan.graph.nodes[fifo.reader].route == route; });
+    return !plan.routes[route].reads.empty();
   });
   for (const std::size_t route : order) {
     if (auto error = live.Start(route)) return Fail(*error);
@@ -87,10 +87,8 @@ void Runner::TellWhatWasGranted(const RouteEvent& event) {
 /** Its readers get what is left in the FIFOs, its writers need not write any more. A stream may have ended before its route. */
 void Runner::TakeEnd(std::size_t route) {
   states[route] = State::ENDED;
-  for (std::size_t i = 0; i < plan.fifos.size(); ++i) {
-    if (WriterRoute(i) == route) live.Fifo(i).EndWriting();
-    if (ReaderRoute(i) == route) live.Fifo(i).EndReading();
-  }
+  for (const std::size_t fifo : plan.routes[route].writes) live.Fifo(fifo).EndWriting();
+  for (const std::size_t fifo : plan.routes[route].reads) live.Fifo(fifo).EndReading();
 }
 
 void Runner::BeginStop(Graph::End end) {
@@ -100,12 +98,14 @@ void Runner::BeginStop(Graph::End end) {
   if (end != Graph::End::FAILURE) EndSources();
 }
 
-/** All but those that read FIFOs: they get the rest, and their end comes with it. */
+/** All but those that read FIFOs: they get the rest, and their end comes with it, unless they feed themselves. */
 void Runner::EndSources() {
-  for (std::size_t i = 0; i < plan.blocks.size(); ++i) {
-    if (!plan.blocks[i].first) continue;
-    if (std::ranges::find(plan.fifos, i, &FifoPlan::reader) != plan.fifos.end()) continue;
-    if (!live.EndStream(i)) cannotEnd[plan.graph.nodes[i].route] = true;
+  for (std::size_t route = 0; route < states.size(); ++route) {
+    for (const std::size_t source : plan.routes[route].firsts) {
+      const std::size_t fifo = plan.blocks[source].reads;
+      if (fifo != BlockPlan::NO_FIFO && !plan.fifos[fifo].isFedByLoop) continue;
+      if (!live.EndStream(source)) cannotEnd[route] = true;
+    }
   }
 }
 
@@ -117,9 +117,9 @@ void Runner::StopRoutesThatCannotEnd() {
 
 /** Whether nothing more comes to a route through FIFOs. */
 bool Runner::IsStarved(std::size_t route) const {
-  for (std::size_t i = 0; i < plan.fifos.size(); ++i) {
-    if (ReaderRoute(i) != route || WriterRoute(i) == route) continue;
-    const FIFOState state = live.Fifo(i).State();
+  for (const std::size_t fifo : plan.routes[route].reads) {
+    if (plan.graph.nodes[plan.fifos[fifo].writer].route == route) continue;
+    const FIFOState state = live.Fifo(fifo).State();
     if (!state.writingEnded || state.count > 0) return false;
   }
   return true;

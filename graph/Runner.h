@@ -38,8 +38,6 @@ class Runner {
   void StopEverything();
   void Fail(const Error& error);
 
-  std::size_t WriterRoute(std::size_t fifo) const { return plan.graph.nodes[plan.fifos[fifo].writer].route; }
-  std::size_t ReaderRoute(std::size_t fifo) const { return plan.graph.nodes[plan.fifos[fifo].reader].route; }
   std::vector<FIFOState> StatesOfFifos() const;
 
   void TellLog();

@@ -53,7 +53,11 @@ struct Sink {
 };
 struct Reader {
   static Description Describe() {
-    return Description("reader", "").Output(Port("out")).OptionalInput(Port("in")).ReadsFifo();
+    return Description("reader", "")
+        .Output(Port("out"))
+        .OptionalInput(Port("in"))
+        .Takes(Parameter::Flag(0, "blocking").Default("true").Positional())
+        .ReadsFifo();
   }
 };
 struct Writer {

@@ -78,8 +78,8 @@ const Case PLANS[] = {
     {"subgraph cluster_RouteB { reader -> sink } subgraph cluster_RouteA { any -> writer [rate=8000 channels=1] } "
      "f [shape=ellipse] writer -> f -> reader",
      "reader:0>sink:0 8000 S16_LE 1 80; any:0>writer:0 8000 S16_LE 1 80; writer>f>reader 8000 S16_LE 1 80 800/0; "},
-    {"any -> writer [frame=500] reader -> sink [frame=1200] f [shape=ellipse prefill=3] writer -> f -> reader "
-     "[rate=48000]",
+    {"subgraph cluster_RouteA { any -> writer [frame=500] } subgraph cluster_RouteB { reader -> sink [frame=1200] } "
+     "f [shape=ellipse prefill=3] writer -> f -> reader [rate=48000]",
      "any:0>writer:0 48000 S16_LE 2 500; reader:0>sink:0 48000 S16_LE 2 1200; writer>f>reader 48000 S16_LE 2 1200 "
      "4803/3; "},
     // A cycle that a FIFO with a prefill closes: the reader's stream is known first.
@@ -131,6 +131,8 @@ const Case MISTAKES[] = {
      "f:1:47: block 'gain' reads from no FIFO; put a 'fifosource' behind 'f'"},
     {"f [shape=ellipse] any -> f", "f:1:32: block 'any' writes to no FIFO; put a 'fifosink' before 'f'"},
     {"f [shape=ellipse] any -> {w v} -> f w [block=writer] v [block=writer]", "f:1:41: FIFO 'f' has a second writer"},
+    {"f [shape=ellipse] g [shape=ellipse] any -> writer -> {f g}",
+     "f:1:60: block 'writer' writes to FIFO 'f' already; a block takes one"},
     {"f [shape=ellipse] any -> writer -> f:1", "f:1:42: FIFO 'f' is not joined by a port"},
     {"f [shape=ellipse] any -> writer -> f [frame=3]", "f:1:42: FIFO 'f' has no frames"},
     {"f [shape=ellipse] any -> writer writer -> f [rate=1] f -> reader [rate=2]",
@@ -145,7 +147,7 @@ const Case MISTAKES[] = {
     {"f [shape=ellipse] writer -> f -> reader -> writer",
      "f:1:10: FIFO 'f' closes a cycle, in which everybody would wait"},
     {"f [shape=ellipse prefill=479] writer -> f -> reader -> writer",
-     "f:1:10: FIFO 'f' closes a cycle, so 'reader' reads a frame"},
+     "f:1:10: FIFO 'f' closes a cycle, in which everybody would wait"},
 };
 
 TEST(Resolver, WorksOutPortsAndStreams) {

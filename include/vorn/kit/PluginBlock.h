@@ -190,6 +190,7 @@ class PluginBlock : public Block, protected FlowOwner {
   Refusal lastRefusal;         // since the last link or start that was not refused
   std::int64_t refusedAt = 0;  // in microseconds of the monotonic clock
   bool running = false;
+  bool isSpoilt = false;                           // Release failed
   bool warned = false;                             // of samples that are lost beside a block without the kit
   std::array<Stream, Endpoint::COUNT> preparedIn;  // the streams that Prepare saw
   std::array<Stream, Endpoint::COUNT> preparedOut;
@@ -367,6 +368,7 @@ inline int PluginBlock::Start() {
                     "; build the plug-in again");
     }
     Accept();
+    isSpoilt = false;
     if (IsUnlinked()) return 0;
     const Refusal refusal = CheckAllStreams();
     if (!refusal.empty()) return Refuse(refusal);
@@ -384,14 +386,18 @@ inline int PluginBlock::Start() {
   }
 }
 
+// A route whose block does not stop runs on. One that could not undo its Prepare has nothing to run with: it fails at the
+// next frame, and then lets its route stop.
 inline int PluginBlock::Stop() {
   if (!running) return 0;
   try {
-    const int ret = Release();
-    running = ret != 0;
+    const int ret = isSpoilt ? 0 : Release();
+    isSpoilt = ret != 0;
+    running = isSpoilt;
     if (!running) flow.Stop();
     return ret;
   } catch (const std::exception& e) {
+    isSpoilt = true;
     return Refuse(e.what());
   }
 }
@@ -407,6 +413,7 @@ inline void PluginBlock::Reset() {
 }
 
 inline long PluginBlock::ProcessFrame() {
+  if (isSpoilt) return FRAME_FAILED;
   long result = FRAME_FAILED;
   const bool counts = counters != nullptr;
   const long arrived = counts && !flow.Inputs().empty() ? flow.Inputs().front().fb->samples : 0;

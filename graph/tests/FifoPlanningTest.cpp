@@ -1,0 +1,211 @@
+// What is worked out of the FIFOs of a graph: how large they are, what goes round, and what would stand still.
+#include <gtest/gtest.h>
+
+#include "FakePlugIns.h"
+#include "GraphFile.h"
+#include "Resolver.h"
+
+namespace vorn::graph {
+namespace {
+
+Result<GraphPlan> Plan(const std::string& body) {
+  const auto read = ReadGraphFile("digraph { node [shape=box] " + body + "}", "f", {});
+  if (const auto* error = std::get_if<Error>(&read)) return *error;
+  FakePlugIns plugIns;
+  return Resolve(std::get<0>(read), plugIns, [](std::size_t, const BlockPlan&) { return std::vector<Stream>(); });
+}
+
+/** The capacities by FIFO, or what is wrong. */
+std::string Capacities(const std::string& body) {
+  const auto plan = Plan(body);
+  if (const auto* error = std::get_if<Error>(&plan)) return error->text;
+  std::string text;
+  for (const FifoPlan& fifo : std::get<GraphPlan>(plan).fifos) {
+    text += (text.empty() ? "" : " ") + std::to_string(fifo.capacity);
+  }
+  return text;
+}
+
+std::string Fifo(const std::string& name, const std::string& attributes = "") {
+  return name + " [shape=ellipse " + attributes + "] ";
+}
+
+/** One route that writes f and reads it back. `way` leads from a source to the writer. */
+std::string OneRoute(const std::string& fifo, const std::string& way = "any -> writer ") {
+  return way + "reader -> sink [frame=480] " + Fifo("f", fifo) + "writer -> f -> reader ";
+}
+
+/** Route A sends to B over f1, and gets it back over f2; `back` leads through B. */
+std::string SendAndReturn(const std::string& f1, const std::string& f2, const std::string& back = "br -> bw ") {
+  return "bw [block=writer] br [block=reader] send [block=writer] ret [block=reader] "
+         "subgraph cluster_RouteA { any -> mix; ret -> mix; tee [block=any] mix -> tee -> {send sink} } "
+         "subgraph cluster_RouteB { " +
+         back + "} " + Fifo("f1", f1) + Fifo("f2", f2) + "send -> f1 -> br; bw -> f2 -> ret ";
+}
+
+/** Route A sends over f1 and f2, route B joins both; `in` and `out` are the ways to w1 and behind r1. */
+std::string Diamond(const std::string& f1, const std::string& f2, const std::string& in = "tee -> w1 ",
+                    const std::string& out = "r1 -> mix ") {
+  return "w1 [block=writer] w2 [block=writer] r1 [block=reader] r2 [block=reader] tee [block=any] "
+         "subgraph cluster_RouteA { any -> tee -> w2; " +
+         in + "} subgraph cluster_RouteB { " + out + " r2 -> mix -> sink } " + Fifo("f1", f1) + Fifo("f2", f2) +
+         "w1 -> f1 -> r1; w2 -> f2 -> r2 ";
+}
+
+const std::string GATHER = "g [block=any] any -> g; g -> writer [frame=9600] ";
+const std::string GATHER_BACK = "g [block=any] x [block=any] br -> g; g -> x [frame=9600] x -> bw [frame=480] ";
+const std::string GATHER_IN = "g [block=any] tee -> g; g -> w1 [frame=9600] ";
+const std::string GATHER_OUT =
+    "g [block=any] x [block=any] r1 -> g [frame=480] g -> x [frame=9600] x -> mix [frame=480] ";
+const std::string WAITS = "closes a cycle, in which everybody would wait: ";
+const std::string IN_ONE = WAITS + "'reader' (RouteA) for 'f'; ";
+const std::string IN_TWO = WAITS + "'br' (RouteB) for 'f1', 'ret' (RouteA) for 'f2'; ";
+const std::string SPLIT = "put 'writer' and 'reader' into routes of their own";
+
+struct Case {
+  std::string body;
+  std::string text;
+};
+
+// Red if a graph is taken that hangs, or if the number would not let it run.
+TEST(FifoPlanning, RefusesLoopsThatWaitForThemselves) {
+  const Case cases[] = {
+      // Before anything is written, the reader wants a frame.
+      {OneRoute(""), "FIFO 'f' " + IN_ONE + "give it a prefill of 480, or " + SPLIT},
+      {OneRoute("prefill=479"), "FIFO 'f' " + IN_ONE + "give it a prefill of 480, not 479, or " + SPLIT},
+      {SendAndReturn("", ""), "FIFO 'f2' " + IN_TWO + "give it a prefill of 480"},
+      {SendAndReturn("prefill=479", "prefill=479"), "FIFO 'f2' " + IN_TWO + "give it a prefill of 480, not 479"},
+      // Blocks gather: 20 frames are read before one of 9600 samples is written.
+      {OneRoute("prefill=9599", GATHER), "FIFO 'f' " + IN_ONE + "give it a prefill of 10080, not 9599, or " + SPLIT},
+      {SendAndReturn("", "prefill=9599", GATHER_BACK), "FIFO 'f2' " + IN_TWO + "give it a prefill of 19680, not 9599"},
+      // A resampler looks ahead, 2048 samples at 8000 Hz; and pauses its source, but not the reader beside it.
+      {SendAndReturn(
+           "", "", "g [block=any] x [block=any] br -> g; g -> x [rate=8000 frame=80] x -> bw [rate=48000 frame=480] "),
+       "FIFO 'f2' " + IN_TWO + "give it a prefill of 25056"},
+      {OneRoute("", "g [block=any] x [block=any] any -> g; g -> x [rate=8000] x -> writer [rate=48000] "),
+       "FIFO 'f' " + IN_ONE + SPLIT},
+      // More is read than written, or written than read, whatever is in it at first.
+      {OneRoute("prefill=4800", "any -> writer [frame=400] "),
+       "FIFO 'f' " + IN_ONE +
+           "no prefill is enough, since in the long run more is read than written; make the frames "
+           "equally long, or " +
+           SPLIT},
+      {OneRoute("prefill=480", "any -> writer [frame=500] "),
+       "FIFO 'f' is too small, and everybody would wait: 'writer' (RouteA) for room in 'f'; no capacity is enough, "
+       "since "
+       "in the long run more is written than read; make the frames equally long"},
+  };
+  for (const auto& [body, text] : cases) EXPECT_EQ(Capacities(body), text) << body;
+}
+
+// Red if something is refused that runs.
+TEST(FifoPlanning, TakesLoopsThatCanStart) {
+  const std::string cases[] = {
+      OneRoute("prefill=480"),
+      OneRoute("prefill=9600", GATHER),
+      // The stream ends before 9600 samples are there, and what there is goes on.
+      OneRoute("prefill=1440", "g [block=any] s [block=source args=x] s -> g [frame=480] g -> writer [frame=9600] "),
+      // Somebody else holds the reader back: the mix, until both have brought something.
+      "g [block=any] x [block=any] any -> g; g -> x [frame=9600] x -> mix [frame=480] reader -> mix [frame=480] "
+      "mix -> writer " +
+          Fifo("f", "prefill=480") + "writer -> f -> reader ",
+      SendAndReturn("", "prefill=480"),
+      SendAndReturn("prefill=480", ""),
+      SendAndReturn("prefill=9600", "", GATHER_BACK),
+      // Who does not wait starts, and nothing is known of a block that does not describe itself.
+      OneRoute("") + "reader [blocking=false] ",
+      OneRoute("") + "reader [args=no] ",
+      OneRoute("") + "reader [block=bare first=true] ",
+  };
+  for (const std::string& body : cases) {
+    EXPECT_TRUE(std::holds_alternative<GraphPlan>(Plan(body))) << body << "\n" << Capacities(body);
+  }
+}
+
+// Red if a FIFO is too small for what another way gathers, or a FIFO without another way grows.
+TEST(FifoPlanning, MakesRoomForWhatParallelWaysGather) {
+  EXPECT_EQ(Capacities(Diamond("", "")), "4800 4800");
+  EXPECT_EQ(Capacities(Diamond("", "", GATHER_IN, "r1 -> mix [frame=480] ")), "57600 24000");
+  EXPECT_EQ(Capacities(Diamond("", "", "tee -> w1 ", GATHER_OUT)), "43200 43200");
+  EXPECT_EQ(Capacities(Diamond("", "", "tee -> w1 ", "x [block=any] r1 -> x [frame=9600] x -> mix [frame=480] ")),
+            "76800 43200");
+  EXPECT_EQ(Capacities("rate=8000 " + Diamond("", "", "g [block=any] tee -> g; g -> w1 [rate=48000 frame=480] ",
+                                              "x [block=any] r1 -> x [frame=480] x -> mix [rate=8000 frame=80] ")),
+            "53952 8992");
+
+  const auto overThird = [](const std::string& f1, const std::string& tail) {
+    return "w1 [block=writer] w2 [block=writer] w3 [block=writer] r1 [block=reader] r2 [block=reader] r3 "
+           "[block=reader] "
+           "subgraph cluster_RouteA { tee [block=any] any -> tee -> {w1 w2} } "
+           "subgraph cluster_RouteB { g [block=any] r2 -> g; g -> w3 [frame=9600] } "
+           "subgraph cluster_RouteC { r1 -> mix [frame=480] r3 -> mix [frame=480] mix -> " +
+           std::string(tail.empty() ? "sink } " : "w4 } ") + Fifo("f1", f1) + Fifo("f2") + Fifo("f3") +
+           "w1 -> f1 -> r1; w2 -> f2 -> r2; w3 -> f3 -> r3 " + tail;
+  };
+  EXPECT_EQ(Capacities(overThird("", "")), "24000 24000 57600");
+  EXPECT_EQ(Capacities(overThird("", "w4 [block=writer] r4 [block=reader] subgraph cluster_RouteD { r4 -> sink } " +
+                                         Fifo("f4") + "w4 -> f4 -> r4 ")),
+            "24000 24000 57600 4800");
+  EXPECT_EQ(Capacities(overThird("capacity=4800", "")),
+            "FIFO 'f1' is too small, and everybody would wait: 'w1' (RouteA) for room in 'f1', 'r3' (RouteC) for 'f3', "
+            "'r2' (RouteB) for 'f2'; give it a capacity of 24000, not 4800");
+}
+
+// Red if a capacity is taken with which both routes wait, or one is refused that suffices.
+TEST(FifoPlanning, RefusesACapacityThatCannotSuffice) {
+  const auto refused = [](const std::string& enough, const std::string& given) {
+    return "FIFO 'f2' is too small, and everybody would wait: 'r1' (RouteB) for 'f1', 'w2' (RouteA) for room in 'f2'; "
+           "give it a capacity of " +
+           enough + ", not " + given;
+  };
+  const std::string read = "r1 -> mix [frame=480] ";
+  EXPECT_EQ(Capacities(Diamond("", "capacity=8640", GATHER_IN, read)), refused("24000", "8640"));
+  EXPECT_EQ(Capacities(Diamond("", "capacity=9600", GATHER_IN, read)), "57600 9600");
+  EXPECT_EQ(Capacities(Diamond("", "capacity=4800", "tee -> w1 ", GATHER_OUT)), refused("43200", "4800"));
+  EXPECT_EQ(Capacities(Diamond("", "capacity=960")), "4800 960");
+  EXPECT_EQ(Capacities(Diamond("prefill=9600", "capacity=960", GATHER_IN, read)), "67200 960");
+}
+
+/** The blocks that follow, by name. */
+std::string Followers(const std::string& body) {
+  const auto plan = Plan(body);
+  if (const auto* error = std::get_if<Error>(&plan)) return error->text;
+  const auto& [graph, routes, blocks, links, fifos] = std::get<GraphPlan>(plan);
+  std::string names;
+  for (std::size_t i = 0; i < blocks.size(); ++i) {
+    if (blocks[i].follows) names += (names.empty() ? "" : " ") + graph.nodes[i].name;
+  }
+  return names;
+}
+
+// Red if a source of a loop keeps its route going for ever, or one that brings something new ends with the others.
+TEST(StreamOrder, FindsWhatOnlyGoesRound) {
+  EXPECT_EQ(Followers(OneRoute("prefill=480")), "");
+  EXPECT_EQ(Followers(Diamond("", "")), "");
+  EXPECT_EQ(Followers(SendAndReturn("", "prefill=480")), "ret");
+  EXPECT_EQ(Followers(SendAndReturn("prefill=480", "prefill=480")), "ret");
+  EXPECT_EQ(Followers(SendAndReturn("prefill=480", "")), "br ret");
+  EXPECT_EQ(Followers("reader -> writer " + Fifo("f", "prefill=480") + "writer -> f -> reader "), "reader");
+  const std::string tail = "subgraph cluster_RouteC { r3 [block=reader] sink3 [block=sink] r3 -> sink3 } " +
+                           Fifo("f3") + "w3 [block=writer] w3 -> f3 -> r3 ";
+  EXPECT_EQ(Followers(SendAndReturn("prefill=480", "", "t [block=any] br -> t -> {bw w3} ") + tail), "br ret r3");
+  EXPECT_EQ(Followers(SendAndReturn("", "prefill=480", "t [block=any] br -> t -> {bw w3} ") + tail), "ret");
+}
+
+TEST(GraphPlan, KnowsWhatFeedsARouteAndWhatItFeeds) {
+  const auto plan = Plan(SendAndReturn("", "prefill=480"));
+  const auto& [graph, routes, blocks, links, fifos] = std::get<GraphPlan>(plan);
+  using Fifos = std::vector<std::size_t>;
+  EXPECT_EQ(routes[0].reads, Fifos{1});
+  EXPECT_EQ(routes[0].writes, Fifos{0});
+  EXPECT_EQ(routes[1].reads, Fifos{0});
+  EXPECT_EQ(routes[1].writes, Fifos{1});
+  std::string firsts;
+  for (const RoutePlan& route : routes) {
+    for (const std::size_t node : route.firsts) firsts += graph.nodes[node].name + ' ';
+  }
+  EXPECT_EQ(firsts, "ret any br ");
+}
+
+}  // namespace
+}  // namespace vorn::graph
