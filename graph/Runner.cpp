@@ -52,9 +52,8 @@ Graph::Result Runner::Run() {
 void Runner::StartAll() {
   std::vector<std::size_t> order(states.size());
   for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
-  std::stable_partition(order.begin(), order.end(), [&](std::size_t route) {
-    return !plan.routes[route].reads.empty();
-  });
+  std::stable_partition(order.begin(), order.end(),
+                        [&](std::size_t route) { return !plan.routes[route].reads.empty(); });
   for (const std::size_t route : order) {
     if (auto error = live.Start(route)) return Fail(*error);
     states[route] = State::RUNNING;

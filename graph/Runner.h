@@ -51,8 +51,8 @@ class Runner {
   const Graph::RunOptions& options;
 
   Standstill standstill;
-  std::vector<State> states;       // by route
-  std::vector<bool> cannotEnd;     // by route: a source without the kit is in it, which nobody can ask
+  std::vector<State> states;    // by route
+  std::vector<bool> cannotEnd;  // by route: a source without the kit is in it, which nobody can ask
   std::vector<LogLine> recent;
   Clock::time_point started;
   bool isStopping = false;

@@ -1,8 +1,8 @@
 // A client of a JACK server (or of PipeWire in its place): ports on one side, a ring of interleaved floats on the
 // other.
 //
-// Threads: the server's thread calls OnProcess(), moves samples between the ports and the ring, and posts a semaphore; it
-// waits for nothing. The route's thread waits on that semaphore.
+// Threads: the server's thread calls OnProcess(), moves samples between the ports and the ring, and posts a semaphore;
+// it waits for nothing. The route's thread waits on that semaphore.
 #pragma once
 
 #include <jack/jack.h>

@@ -132,6 +132,10 @@ TEST(Flow, JoinWaitsForAllInputsAndLinesThemUp) {
   EXPECT_EQ(join.marks[0], Mark::NOTHING);
   EXPECT_EQ(join.asked, (Asked{{0, Request::SPARE}, {1, Request::NEED}}));
 
+  join.asked.clear();
+  join.flow.Hear(0, Request::NEED);
+  EXPECT_EQ(join.asked, (Asked{{1, Request::NEED}}));  // not the one that has enough
+
   join.Send(0, Mark::NOTHING);
   join.Send(1, Bytes{10, 10, 10, 10});
   join.Run();

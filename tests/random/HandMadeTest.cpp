@@ -57,8 +57,8 @@ std::string RouteOf(const std::string& letter, const std::string& graph) {
 struct HandMade {
   std::string name;
   std::string graph;
-  std::map<std::string, long> plays;       ///< files that hold a ramp, and how long
-  std::map<std::string, Samples> writes;   ///< what must be in which file
+  std::map<std::string, long> plays;        ///< files that hold a ramp, and how long
+  std::map<std::string, Samples> writes;    ///< what must be in which file
   std::map<std::string, long> counts = {};  ///< where only the count is known
   std::vector<std::string> options = {};
   int status = 0;
@@ -68,18 +68,19 @@ struct HandMade {
 void PrintTo(const HandMade& made, std::ostream* to) { *to << made.name; }
 
 const std::string TWO_ROUTES_JOIN =
-    RouteOf("A", Plays("a") + "t [block=tee] late [block=reframe, args=9600] back [block=reframe, args=480] "
-                              "k1 [block=fifosink] k2 [block=fifosink] a -> t -> k1 t -> late -> back -> k2") +
-    RouteOf("B", "s1 [block=fifosource] s2 [block=fifosource] m [block=mix] " + Writes("o") +
-                     "s1 -> m:0 s2 -> m:1 m -> o");
+    RouteOf("A", Plays("a") +
+                     "t [block=tee] late [block=reframe, args=9600] back [block=reframe, args=480] "
+                     "k1 [block=fifosink] k2 [block=fifosink] a -> t -> k1 t -> late -> back -> k2") +
+    RouteOf("B",
+            "s1 [block=fifosource] s2 [block=fifosource] m [block=mix] " + Writes("o") + "s1 -> m:0 s2 -> m:1 m -> o");
 
 const std::string SEND = Plays("a") + "t [block=tee] k1 [block=fifosink] s2 [block=fifosource] m [block=mix] " +
                          Writes("o") + "a -> t -> m:0 t -> k1 s2 -> m:1 m -> o";
 const std::string RETURN = "s1 [block=fifosource] k2 [block=fifosink] s1 -> k2";
 const std::string SEND_AND_RETURN = RouteOf("A", SEND) + RouteOf("B", RETURN) + "f1 [shape=ellipse] k1 -> f1 -> s1 ";
 
-const std::string FIFO_IN_ROUTE = Plays("a") + Writes("o") +
-                                  "k [block=fifosink] s [block=fifosource] a -> k s -> o k -> f -> s f [shape=ellipse";
+const std::string FIFO_IN_ROUTE =
+    Plays("a") + Writes("o") + "k [block=fifosink] s [block=fifosource] a -> k s -> o k -> f -> s f [shape=ellipse";
 
 const HandMade TABLE[] = {
     {"ASourceThatEndsLeavesOthersWhatTheirBlocksHold",
@@ -172,7 +173,7 @@ const HandMade TABLE[] = {
      {},
      {"--check"},
      2,
-     {"FIFO 'f1'", "capacity", "at least"}},
+     {"FIFO 'f1'", "too small", "give it a capacity of "}},
     {"RoutesThatWaitForEachOtherAreFound",
      RouteOf("A", Plays("a") + "t [block=tee] all [block=hoard] k1 [block=fifosink] k2 [block=fifosink] "
                                "a -> t -> k1 t -> all -> k2") +
@@ -244,8 +245,7 @@ TEST_P(HandMadeTest, GivesEverySampleOrSaysWhyNot) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(All, HandMadeTest, testing::ValuesIn(TABLE),
-                         [](const auto& made) { return made.param.name; });
+INSTANTIATE_TEST_SUITE_P(All, HandMadeTest, testing::ValuesIn(TABLE), [](const auto& made) { return made.param.name; });
 
 /** A run that is stopped while its source plays on and on. What the source gave goes through to the end. */
 class StoppedTest : public HandMadeTest {
@@ -253,11 +253,11 @@ class StoppedTest : public HandMadeTest {
   void ExpectWhole(const std::vector<std::string>& options, const std::optional<Interruption>& interruption,
                    int status) const {
     Put("a", Ramp(30000));
-    const Ended ended =
-        Run(Plays("a", 48000, "loop=true") + Writes("tap") + Writes("late") + Writes("framed") + Writes("resampled") +
-                "t [block=tee] d [block=delay, samples=24000] r [block=reframe, args=1000] s [block=resample, args=44100] "
-                "a -> t -> tap t -> d -> late t -> r -> framed t -> s -> resampled",
-            options, interruption);
+    const Ended ended = Run(
+        Plays("a", 48000, "loop=true") + Writes("tap") + Writes("late") + Writes("framed") + Writes("resampled") +
+            "t [block=tee] d [block=delay, samples=24000] r [block=reframe, args=1000] s [block=resample, args=44100] "
+            "a -> t -> tap t -> d -> late t -> r -> framed t -> s -> resampled",
+        options, interruption);
     EXPECT_EQ(ended.status, status) << ended.err;
     const Samples played = Get("tap");
     EXPECT_EQ(Get("late"), Late(24000, played));

@@ -95,8 +95,8 @@ struct BlockCounters {
 inline int AttachCounters(Block* block, BlockCounters* counters) { return block->ioctl(KIT_ATTACH_COUNTERS, counters); }
 
 /**
- * The time stamp for a frame without a time, when it is put into a FIFO. A FIFO counts on from the stamp of a frame's first sample; from this
- * one it stays negative for ever, so that a reader sees that there is no time.
+ * The time stamp for a frame without a time, when it is put into a FIFO. A FIFO counts on from the stamp of a frame's
+ * first sample; from this one it stays negative for ever, so that a reader sees that there is no time.
  */
 constexpr long NO_FIFO_STAMP = std::numeric_limits<long>::min() / 2;
 

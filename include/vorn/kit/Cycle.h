@@ -403,6 +403,7 @@ inline int Flow::AskAll(Request request) {
   bool any = false;
   for (const Port& in : inputs) {
     if (HasEnded(in.index) && request != Request::LEADS) continue;
+    if (request == Request::NEED && isJoin && IsAhead(in)) continue;  // another input is what is missing
     const int answer = owner.Ask(in.index, request);
     all = all && answer > 0;
     any = any || answer != 0;
@@ -416,21 +417,26 @@ inline void Flow::HoldBack() {
   }
 }
 
+/** Whether an input of a join has enough for the next cycle. */
+inline bool Flow::IsAhead(const Port& in) const {
+  long frame = in.fb->samplesPerFrame;
+  for (const Port& other : inputs) frame = std::min(frame, other.fb->samplesPerFrame);
+  return queues[in.index]->queue.Samples() >= frame;
+}
+
 /** Inputs that are ahead of the others let theirs come up. */
 inline void Flow::Balance() {
   if (!IsLive()) return;
-  long frame = std::numeric_limits<long>::max();
-  for (const Port& in : inputs) frame = std::min(frame, in.fb->samplesPerFrame);
   bool ahead = false;
   bool behind = false;
   for (const Port& in : inputs) {
-    if (!HasEnded(in.index)) (queues[in.index]->queue.Samples() >= frame ? ahead : behind) = true;
+    if (!HasEnded(in.index)) (IsAhead(in) ? ahead : behind) = true;
   }
   if (!ahead) return;
   if (!behind) return HoldBack();
   for (const Port& in : inputs) {
     if (HasEnded(in.index)) continue;
-    owner.Ask(in.index, queues[in.index]->queue.Samples() >= frame ? Request::SPARE : Request::NEED);
+    owner.Ask(in.index, IsAhead(in) ? Request::SPARE : Request::NEED);
   }
 }
 

@@ -160,6 +160,7 @@ class Flow {
   int Leads();
   int AskAll(Request request);
   void HoldBack();
+  bool IsAhead(const Port& in) const;
   void Balance();
 
   void ClearOutputs();

@@ -386,8 +386,8 @@ inline int PluginBlock::Start() {
   }
 }
 
-// A route whose block does not stop runs on. One that could not undo its Prepare has nothing to run with: it fails at the
-// next frame, and then lets its route stop.
+// A route whose block does not stop runs on. One that could not undo its Prepare has nothing to run with: it fails at
+// the next frame, and then lets its route stop.
 inline int PluginBlock::Stop() {
   if (!running) return 0;
   try {
