@@ -227,7 +227,7 @@ inline long Flow::RunJoin(std::uint32_t asked) {
         "samples in the long run");
   }
   const long samples = ReadySamples();
-  const bool mustPause = samples > 0 ? mustHold : IsLive();
+  const bool mustPause = samples > 0 ? mustHold : IsLive() || QueuesHold();
   const long result = mustPause ? Pause(asked) : samples > 0 ? RunQueued(samples) : AtEnd(asked);
   Balance();
   return result;
@@ -250,7 +250,10 @@ inline bool Flow::QueueInputs() {
   return true;
 }
 
-/** How many samples can be worked on now: what all inputs have; at the end, what is left in those that drive. */
+/**
+ * How many samples can be worked on now: what all inputs have; at the end, what is left in those that drive, and has
+ * come into those that do not.
+ */
 inline long Flow::ReadySamples() const {
   const bool live = IsLive();
   long ready = live ? std::numeric_limits<long>::max() : 0;
@@ -260,6 +263,9 @@ inline long Flow::ReadySamples() const {
     most = in.index == inputs.front().index ? in.fb->samplesPerFrame : std::min(most, in.fb->samplesPerFrame);
     if (live && !HasEnded(in.index)) ready = std::min(ready, samples);
     if (!live && in.drives) ready = std::max(ready, samples);
+  }
+  for (const Port& in : inputs) {
+    if (!live && !HasEnded(in.index)) ready = std::min(ready, queues[in.index]->queue.Samples());
   }
   return std::min(ready, most);
 }
@@ -470,7 +476,10 @@ inline bool Flow::IsLive() const {
 
 inline bool Flow::IsHolding() const {
   if (quit) return false;
-  if (!drained && owner.HoldsSamples()) return true;
+  return (!drained && owner.HoldsSamples()) || QueuesHold();
+}
+
+inline bool Flow::QueuesHold() const {
   for (const Port& in : inputs) {
     if (in.drives && queues[in.index] && queues[in.index]->queue.Samples() != 0) return true;
   }

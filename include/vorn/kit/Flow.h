@@ -168,6 +168,7 @@ class Flow {
   bool IsOutputFull() const;
   bool IsLive() const;
   bool IsHolding() const;
+  bool QueuesHold() const;
   bool IsUnwanted() const { return !outputs.empty() && (unwanted & linkedOutputs) == linkedOutputs; }
 
   FlowOwner& owner;
