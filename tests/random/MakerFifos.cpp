@@ -87,7 +87,7 @@ GraphMaker::End GraphMaker::TightSource() { return Source(dice.Below(islands.siz
 
 long GraphMaker::Prefill(bool isTight, const Frame& frame) {
   static const std::vector<long> MORE = {0, 1, 480};
-  return isTight ? frame.samples + dice.Pick(MORE) : 6 * MOST_FRAME + dice.Between(0, 1000);
+  return isTight ? frame.samples + dice.Pick(MORE) : 16 * MOST_FRAME + dice.Between(0, 1000);
 }
 
 /** The stream goes to another route, or through a FIFO of its own, comes back later, and is added to itself. */
