@@ -53,7 +53,7 @@ class DryRun {
         passed(plan.fifos.size()),
         frames(plan.blocks.size()),
         samples(plan.links.size(), Amount{0}) {
-    for (auto node = order.rbegin(); node != order.rend(); ++node) steady[*node] = SteadyBehind(*node);
+    for (std::size_t i = order.size(); i-- > 0;) steady[order[i]] = SteadyBehind(order[i]);
     for (const std::size_t node : order) AddSource(node);
     for (std::size_t i = 0; i < plan.fifos.size(); ++i) AddFilled(i);
   }

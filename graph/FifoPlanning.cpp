@@ -262,9 +262,9 @@ class FifoPlanner {
   bool Feeds(std::size_t source, std::size_t node) const {
     std::vector<bool> isBefore(plan.blocks.size());
     isBefore[node] = true;
-    for (auto it = order.rbegin(); it != order.rend(); ++it) {
-      if (!isBefore[*it]) continue;
-      for (const std::size_t in : plan.blocks[*it].ins) isBefore[plan.links[in].from] = true;
+    for (std::size_t i = order.size(); i-- > 0;) {
+      if (!isBefore[order[i]]) continue;
+      for (const std::size_t in : plan.blocks[order[i]].ins) isBefore[plan.links[in].from] = true;
     }
     return isBefore[source];
   }

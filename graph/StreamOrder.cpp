@@ -9,8 +9,7 @@ namespace {
 class StreamOrder {
  public:
   explicit StreamOrder(GraphPlan& newPlan) : plan(newPlan), steps(plan.blocks.size()) {
-    for (std::size_t i = 0; i < plan.links.size(); ++i)
-      steps[plan.links[i].from].push_back({plan.links[i].to, &plan.links[i]});
+    for (const LinkPlan& link : plan.links) steps[link.from].push_back({link.to, &link});
     for (FifoPlan& fifo : plan.fifos) steps[fifo.writer].push_back({fifo.reader, nullptr, &fifo});
   }
 
@@ -44,8 +43,9 @@ class StreamOrder {
     for (std::size_t i = 0; i < steps.size(); ++i) {
       if (!plan.graph.nodes[i].isFifo) starts.push_back(i);
     }
-    const auto fed = std::ranges::stable_partition(starts, [&](std::size_t node) { return !IsFed(node); });
-    std::reverse(starts.begin(), fed.begin());
+    const auto fed =
+        std::stable_partition(starts.begin(), starts.end(), [&](std::size_t node) { return !IsFed(node); });
+    std::reverse(starts.begin(), fed);
     for (const std::size_t start : starts) {
       if (auto cycle = SearchFrom(start); !cycle.empty()) return cycle;
     }
