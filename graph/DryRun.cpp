@@ -52,7 +52,7 @@ class DryRun {
         steady(plan.blocks.size()),
         passed(plan.fifos.size()),
         frames(plan.blocks.size()),
-        samples(plan.links.size(), Amount{0}) {
+        samples(plan.links.size()) {
     for (std::size_t i = order.size(); i-- > 0;) steady[order[i]] = SteadyBehind(order[i]);
     for (const std::size_t node : order) AddSource(node);
     for (std::size_t i = 0; i < plan.fifos.size(); ++i) AddFilled(i);
@@ -63,6 +63,9 @@ class DryRun {
       before = passed;
       RunSources();
       RunBlocks();
+      for (const Source& source : sources) LineUp(source);
+      RunBlocks();
+      Write();
       if (std::ranges::equal(passed, before, AreEqual)) break;
     }
     for (std::size_t i = 0; i < passed.size(); ++i) {
@@ -149,7 +152,6 @@ class DryRun {
     }
     for (const Source& source : sources) {
       const Amount& most = cycles[source.route];
-      if (source.ahead > 0) LineUp(source);
       Take(source, most);
       frames[source.node].LimitTo(most.count, most.limit);
       if (frames[source.node].count * source.frame >= source.length) frames[source.node] = {};
@@ -169,10 +171,15 @@ class DryRun {
     return most.count * source.frame >= source.length ? Amount() : most;
   }
 
+  /** Against what the others bring without being lined up: two that held each other back would creep. */
   void LineUp(const Source& source) {
+    if (source.ahead == 0) return;
     const LinkPlan& link = plan.links[source.join];
     const Amount others = Arrived(plan.blocks[link.to], link.stream.rate, source.join);
-    frames[source.node].LimitTo(std::floor((others.count + source.ahead) / source.frame), others.limit);
+    const double most = std::floor((others.count + source.ahead) / source.frame);
+    frames[source.node].LimitTo(most, others.limit);
+    const std::size_t fifo = plan.blocks[source.node].reads;
+    if (fifo != BlockPlan::NO_FIFO) passed[fifo].taken.LimitTo(most * source.frame, others.limit);
   }
 
   /** Everything that ever was in it. */
@@ -195,10 +202,13 @@ class DryRun {
       const BlockPlan& block = plan.blocks[node];
       for (const std::size_t out : block.outs) samples[out] = Given(block, node, plan.links[out].stream);
     }
+  }
+
+  void Write() {
     for (std::size_t i = 0; i < passed.size(); ++i) {
       passed[i].written = Arrived(plan.blocks[plan.fifos[i].writer], plan.fifos[i].stream.rate);
-      if (plan.blocks[plan.fifos[i].reader].ins.empty()) continue;
-      passed[i].taken = {};
+      const BlockPlan& reader = plan.blocks[plan.fifos[i].reader];
+      if (!reader.plugIn.info || !reader.ins.empty()) passed[i].taken = {};
     }
   }
 
