@@ -8,23 +8,6 @@
 namespace vorn::graph {
 namespace {
 
-/** Unless its argument `blocking` says no. Nothing is known of a plug-in that does not describe itself. */
-bool WaitsForFifo(const BlockPlan& block) {
-  const BlockInfo* info = block.plugIn.info;
-  if (!info) return false;
-  const auto* const end = info->parameters + info->parameterCount;
-  const auto* const blocking =
-      std::find_if(info->parameters, end, [](const ParameterInfo& one) { return std::string("blocking") == one.name; });
-  if (blocking == end) return true;
-  std::string value;
-  std::int32_t position = 0;
-  for (const std::string& arg : block.args) {
-    if (arg.starts_with("blocking=")) value = arg.substr(arg.find('=') + 1);
-    if (arg.find('=') == arg.npos && position++ == blocking->position) value = arg;
-  }
-  return value != "false" && value != "no" && value != "off" && value != "0";
-}
-
 class Connector {
  public:
   explicit Connector(GraphPlan& newPlan)
@@ -77,7 +60,7 @@ class Connector {
     if (auto error = CheckUser(edge, user, writes, who)) return error;
     BlockPlan& block = plan.blocks[user];
     (writes ? block.writes : block.reads) = index;
-    block.waits = WaitsForFifo(block);
+    block.waits = block.plugIn.info && FlagOf(block, "blocking", true);
     RoutePlan& route = plan.routes[NodeOf(user).route];
     (writes ? route.writes : route.reads).push_back(index);
     return std::nullopt;
@@ -230,6 +213,22 @@ std::optional<Error> CheckOpenEnd(const GraphPlan& plan, std::size_t node, bool 
 }
 
 }  // namespace
+
+bool FlagOf(const BlockPlan& block, const std::string& name, bool otherwise) {
+  const BlockInfo* info = block.plugIn.info;
+  if (!info) return otherwise;
+  const auto* const end = info->parameters + info->parameterCount;
+  const auto* const flag =
+      std::find_if(info->parameters, end, [&](const ParameterInfo& one) { return name == one.name; });
+  if (flag == end) return otherwise;
+  std::optional<std::string> value;
+  std::int32_t position = 0;
+  for (const std::string& arg : block.args) {
+    if (arg.starts_with(name + '=')) value = arg.substr(name.size() + 1);
+    if (arg.find('=') == arg.npos && position++ == flag->position) value = arg;
+  }
+  return value ? *value != "false" && *value != "no" && *value != "off" && *value != "0" : otherwise;
+}
 
 std::optional<Error> Connect(GraphPlan& plan) { return Connector(plan).Connect(); }
 

@@ -148,7 +148,8 @@ class DryRun {
     for (const Source& source : sources) {
       Amount& most = frames[source.node];
       most = MostFrames(source);
-      if (most.count * source.frame < source.steady) cycles[source.route].LimitTo(most.count, most.limit);
+      if (most.count * source.frame < source.steady && !TakesAny(source.node))
+        cycles[source.route].LimitTo(most.count, most.limit);
     }
     for (const Source& source : sources) {
       const Amount& most = cycles[source.route];
@@ -161,7 +162,8 @@ class DryRun {
   Amount MostFrames(const Source& source) const {
     Amount most;
     if (const std::size_t fifo = plan.blocks[source.node].reads; plan.blocks[source.node].waits) {
-      most.LimitTo(std::floor(Filling(fifo) / source.frame), {fifo, false});
+      const double there = Filling(fifo) / source.frame;
+      most.LimitTo(TakesAny(source.node) ? there : std::floor(there), {fifo, false});
     }
     for (const auto& [fifo, held] : source.fills) {
       const auto empty = static_cast<double>(plan.fifos[fifo].capacity - plan.fifos[fifo].prefill);
@@ -169,6 +171,12 @@ class DryRun {
       most.LimitTo(1 + std::floor(room / source.frame), {fifo, true});
     }
     return most.count * source.frame >= source.length ? Amount() : most;
+  }
+
+  /** With short frames, a cycle for each sample. Of a prefill alone it is a frame a cycle all the same. */
+  bool TakesAny(std::size_t node) const {
+    const BlockPlan& block = plan.blocks[node];
+    return block.takesAny && passed[block.reads].written.count > 0;
   }
 
   /** Against what the others bring without being lined up: two that held each other back would creep. */

@@ -5,6 +5,7 @@
 #include <numeric>
 #include <string_view>
 
+#include "Connections.h"
 #include "DryRun.h"
 #include "StreamText.h"
 
@@ -51,9 +52,8 @@ class FifoPlanner {
     for (std::size_t i = 0; i < plan.fifos.size(); ++i) {
       if (auto error = SettleCapacity(i)) return error;
     }
-    if (auto error = CheckDeadlock()) return error;
     TakeWhatIsThere();
-    return std::nullopt;
+    return CheckDeadlock();
   }
 
  private:
@@ -278,9 +278,10 @@ class FifoPlanner {
   void TakeWhatIsThere() {
     for (const FifoPlan& fifo : plan.fifos) {
       BlockPlan& reader = plan.blocks[fifo.reader];
-      if (!LeadsTo(To(fifo), From(fifo)) || !HasParameter(reader, "whole")) continue;
       const auto isSaid = [](const std::string& arg) { return arg.starts_with("whole="); };
-      if (std::ranges::none_of(reader.args, isSaid)) reader.args.emplace_back("whole=false");
+      const bool mayTake = LeadsTo(To(fifo), From(fifo)) && HasParameter(reader, "whole");
+      if (mayTake && std::ranges::none_of(reader.args, isSaid)) reader.args.emplace_back("whole=false");
+      reader.takesAny = !FlagOf(reader, "whole", true);
     }
   }
 

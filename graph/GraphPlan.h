@@ -19,7 +19,8 @@ struct BlockPlan {
   std::vector<std::size_t> outs;
   std::size_t reads = NO_FIFO;
   std::size_t writes = NO_FIFO;
-  bool waits = false;  ///< For its FIFO, as far as is known.
+  bool waits = false;     ///< For its FIFO, as far as is known.
+  bool takesAny = false;  ///< A reader: waits for one sample; otherwise for a frame.
 };
 
 /** What feeds a route, and what it feeds. */

@@ -57,6 +57,7 @@ struct Reader {
         .Output(Port("out"))
         .OptionalInput(Port("in"))
         .Takes(Parameter::Flag(0, "blocking").Default("true").Positional())
+        .Takes(Parameter::Flag(1, "whole").Default("true"))
         .ReadsFifo();
   }
 };

@@ -85,7 +85,7 @@ TEST(FifoPlanning, RefusesLoopsThatWaitForThemselves) {
       {OneRoute("", "g [block=any] x [block=any] any -> g; g -> x [rate=8000] x -> writer [rate=48000] "),
        "FIFO 'f' " + IN_ONE + SPLIT},
       // More is read than written, or written than read, whatever is in it at first.
-      {OneRoute("prefill=4800", "any -> writer [frame=400] "),
+      {OneRoute("prefill=4800", "any -> writer [frame=400] ") + "reader [whole=true] ",
        "FIFO 'f' " + IN_ONE +
            "no prefill is enough, since in the long run more is read than written; make the frames "
            "equally long, or " +
@@ -103,6 +103,7 @@ TEST(FifoPlanning, TakesLoopsThatCanStart) {
   const std::string cases[] = {
       OneRoute("prefill=480"),
       OneRoute("prefill=9600", GATHER),
+      OneRoute("prefill=4800", "any -> writer [frame=400] "),
       // The stream ends before 9600 samples are there, and what there is goes on.
       OneRoute("prefill=1440", "g [block=any] s [block=source args=x] s -> g [frame=480] g -> writer [frame=9600] "),
       // Somebody else holds the reader back: the mix, until both have brought something.
