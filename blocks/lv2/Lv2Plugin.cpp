@@ -42,7 +42,7 @@ class World {
   LilvWorld* Get() const { return world; }
   Node Uri(const char* uri) const { return Node(lilv_new_uri(world, uri)); }
   const LilvPlugin* Find(const std::string& uri) const {
-    if (uri.find(':') == std::string::npos) return nullptr;  // the library prints a line of its own for such a one
+    if (uri.find(':') == std::string::npos) return nullptr;  // the library would complain about it
     const Node node = Uri(uri.c_str());
     return node ? lilv_plugins_get_by_uri(lilv_world_get_all_plugins(world), node.get()) : nullptr;
   }

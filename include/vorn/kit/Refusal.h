@@ -1,9 +1,11 @@
 /**
  * Part of <vorn/Plugin.h>: why a block refuses something, as fields for programs and as a line for people.
  *
- *     return vorn::Refusal::Input(0).Field("rate").Got("44100 Hz").Takes("48000 Hz").Advice("put 'resample' before
- * it"); return "no FIFO to read";   // where a function returns a Refusal, a plain text will do return {}; // all is
- * well
+ *     return vorn::Refusal::Input(0).Field("rate").Got("44100 Hz").Takes("48000 Hz");
+ *     return "no FIFO to read";
+ *     return {};
+ *
+ * A function that returns a Refusal may return a plain text as well; an empty one says that all is well.
  */
 #ifndef VORN_KIT_REFUSAL_H
 #define VORN_KIT_REFUSAL_H

@@ -51,7 +51,7 @@ inline std::string ChannelRange(const EndpointInfo& port) {
   return std::to_string(port.minChannels) + " to " + ChannelText(port.maxChannels);
 }
 
-/** One endpoint by itself: is there such a one, and does it take this format and channel count? */
+/** One endpoint by itself: does the block have it, and does it take this format and channel count? */
 inline Refusal CheckEndpoint(const Description::Ports& ports, bool input, std::size_t index, const Stream& stream) {
   if (index >= ports.most) {
     const char* kind = input ? " input" : " output";
