@@ -1,4 +1,5 @@
 // Requests: from their caller through the queue to their handlers and back.
+#include "testkit/FailingNew.h"
 #include "testkit/RouteTest.h"
 
 using Action = Route::Action;
@@ -120,6 +121,39 @@ TEST_F(RouteTest, KnowsAllActionsAndRefusesNullBlocks) {
   EXPECT_EQ(Log::Take(), Lines(expected));
   EXPECT_TRUE(batch[5].setParameter.ret == -20 && batch[6].getParameter.ret == -20 && batch[7].reset.ret == -20);
   EXPECT_TRUE(batch[8].del.ret == -20 && batch[9].setParameter.ret == 0 && batch[10].getParameter.ret == 8);
+}
+
+// Each allocation of a batch fails once. Red if an action stays queued that points to a caller who has gone, a caller
+// waits for ever, the process ends, or a block that nobody got stays.
+TEST_F(RouteTest, RefusesWhatFindsNoMemory) {
+  route.reset(), route = std::make_unique<RouteImpl>("RouteA", nullptr, "");
+  Log::Keep("");
+  const std::function<Block*(bool, bool)> make = [](bool first, bool last) { return new Probe(first, last, "a"); };
+  const std::vector<std::string> args{std::to_string(reinterpret_cast<std::uintptr_t>(&make))};
+  long untried = 0;
+  for (long n = 0; untried == 0; ++n) {
+    {
+      Block *first = nullptr, *second = nullptr;
+      std::vector<Action> batch(6, Action{Type::START, {}});
+      batch[0] = batch[1] = {Type::NEW_BLOCK, {}};
+      batch[0].newBlock = {"libprobe.so", true, false, &args, &first};
+      batch[1].newBlock = {"libprobe.so", false, true, &args, &second};
+      batch[2] = {Type::NEW_LINK, {}};
+      batch[2].newLink = {1, SampleFormat::BYTE, 1, 1, &first, 0, &second, 0, nullptr};
+      batch[4] = {Type::SET_DUMP, {}};
+      batch[4].setDump = {"/nonexistent/folder/with/a/long/name/"};
+      batch[5].type = Type::STOP;
+      allocationsLeft = n;
+      route->ExecuteActions(batch.data(), batch.size());
+      untried = allocationsLeft.exchange(-1) + 1;
+      EXPECT_EQ(route->Blocks_l().size(), static_cast<std::size_t>((first != nullptr) + (second != nullptr)));
+      EXPECT_EQ(route->Links_l().size(), static_cast<std::size_t>(batch[2].newLink.link != nullptr));
+    }
+    EXPECT_EQ(route->Stop() + route->DeleteAll(), 0) << n;
+  }
+  allocationsLeft = 0;
+  route.reset();  // ends without memory
+  EXPECT_EQ(allocationsLeft.exchange(-1), 0);
 }
 
 // Red if the end of a route leaves out a step, or takes another order.

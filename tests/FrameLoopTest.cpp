@@ -1,17 +1,8 @@
 // Frame cycles: who is called in which wave, what is committed, what is counted.
 #include <map>
 
+#include "testkit/FailingNew.h"
 #include "testkit/RouteTest.h"
-
-thread_local long allocations = 0;
-
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  ++allocations;
-  if (void* memory = std::malloc(size)) return memory;
-  throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 #define ENDS(reason) "|I ~Stopping|I ~Stopped|OnStopped " #reason
 
@@ -105,13 +96,56 @@ struct Meter : Probe {
   long before = 0, after = -1;
 };
 
-// The first cycle is the narrowest. Red if a wave that is wider than all before it grows a list.
+// The first cycle is the narrowest. Red if a wave that is wider than all before it grows a list, or a block that asks
+// to be started again before each cycle costs one.
 TEST_F(RouteTest, AllocatesNothingAfterTheFirstCycle) {
-  Script script(1000, 0);
-  script.front() = -3, script.back() = -21;
-  Meter* meter = Add<Meter>(*route, FIRST, "src", script);
-  for (std::size_t i = 0; i < 20; ++i) Join(*route, meter, Add(*route, LAST, "out"), i);
+  for (int startResult : {0, 3}) {
+    Renew();
+    Script script(1000, 0);
+    script.front() = -3, script.back() = -21;
+    Meter* meter = Add<Meter>(*route, FIRST, "src", script);
+    meter->startResult = startResult;
+    for (std::size_t i = 0; i < 20; ++i) Join(*route, meter, Add(*route, LAST, "out"), i);
+    Log::Keep("");
+    RunToEnd();
+    EXPECT_EQ(meter->after, meter->before);
+    EXPECT_EQ(meter->starts, startResult ? 1001 : 1);
+  }
+}
+
+struct Lost : Probe {
+  explicit Lost(bool isFirst, bool isLast) : Probe(isFirst, isLast, "a", {-10, -21}) { Tell("made"); }
+  ~Lost() override { Tell("gone"); }
+  int Start() override { return Tell("start"), 0; }
+  int Stop() override { return Tell("stop"), 0; }
+  void Reset() override { Tell("reset"); }
+  long ProcessFrame() override { return Tell("frame"), Probe::ProcessFrame(); }
+  int OnInEpLinked(unsigned long) override { return Tell("in"), 0; }
+  void OnOutEpUnlinked(unsigned long) override { Tell("out"); }
+  int SetParameter(unsigned, const std::vector<std::string>&) override { return Tell("set"), 0; }
+  static void Tell(const std::string& what) {
+    const auto [where, block] = Route::Here();
+    Log::Add(what + " " + (where ? where : "-") + " " + (block ? block : "-"));
+  }
+};
+struct LostCallbacks : Route::Callbacks {
+  void OnStarted() override { Lost::Tell("started"); }
+  void OnStopped(Route::StopReason) override { Lost::Tell("stopped"); }
+};
+
+// Red if code of a block runs under another name or none, or the name stays when other code runs.
+TEST_F(RouteTest, KnowsWhoseCodeAThreadRuns) {
+  LostCallbacks client;
+  route.reset(), route = std::make_unique<RouteImpl>("RouteA", &client, "");
   Log::Keep("");
+  Block* block = Add<Lost>(*route, ALONE);
+  Join(*route, block, block);
+  route->SetParameter(block, 1, {});
   RunToEnd();
-  EXPECT_EQ(meter->after, meter->before);
+  route->Delete(block);
+  Lost::Tell("test");
+  const std::string at = " RouteA @a|", none = " RouteA -|";
+  EXPECT_EQ(Log::Take(), Lines("made RouteA libprobe.so|in" + at + "set" + at + "start" + at + "started" + none +
+                               "frame" + at + "reset" + at + "frame" + at + "stop" + at + "stopped" + none + "out" +
+                               at + "gone" + at + "test - -"));
 }

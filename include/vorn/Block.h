@@ -309,6 +309,8 @@ class VORN_API Block {
  private:
   friend class RouteImpl;
 
+  /** What the hook answers; one that throws refuses. */
+  int AskHook(int (Block::*hook)(unsigned long), unsigned long index);
   void DumpFrame(const OutputEndpoint& ep);
   std::FILE* OpenDump(const OutputEndpoint& ep) const;
 

@@ -131,6 +131,21 @@ class VORN_API Route {
 
   virtual ~Route();
 
+  /** Where a thread is; null for what it is not in. */
+  struct Position {
+    const char* route;  ///< Name of the route whose thread it is.
+    const char* block;  ///< Name of the block whose code runs; the plug-in's file while a block is made.
+  };
+
+  /**
+   * Where the calling thread is, for a handler of crashes or of std::terminate, which can so name the block to blame.
+   * What a block does on a thread of its own, nobody knows.
+   *
+   * @return texts that are good as long as the handler does not return.
+   * Thread: any. Async-signal-safe: reads two pointers.
+   */
+  static Position Here() noexcept;
+
   /**
    * Loads a plug-in and creates a block of it.
    *

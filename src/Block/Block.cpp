@@ -1,6 +1,9 @@
 #include <vorn/Block.h>
 
+#include <exception>
+
 #include "Block/Topology.h"
+#include "Block/Whereabouts.h"
 #include "Log.h"
 
 namespace vorn {
@@ -68,6 +71,7 @@ void Flatten(const std::map<std::size_t, Ep*>& active, std::vector<Ep*>& linked)
 template <class Ep>
 bool Activate(std::map<std::size_t, Ep*>& active, std::vector<Ep*>& linked, Ep& ep, unsigned long index) {
   const Topology::Lock lock;
+  linked.reserve(linked.size() + 1);  // all that follows is done or not
   const bool added = active.emplace(index, &ep).second;
   Flatten(active, linked);
   return added;
@@ -87,12 +91,22 @@ void MarkEmpty(const std::vector<Ep*>& linked) {
 
 }  // namespace
 
+int Block::AskHook(int (Block::*hook)(unsigned long), unsigned long index) {
+  Whereabouts::InBlock(name.c_str());
+  try {
+    return (this->*hook)(index);
+  } catch (const std::exception& e) {
+    LOG_E("%s: %s: The hook for endpoint %zu threw: %s", routeName.c_str(), name.c_str(), index, e.what());
+    return -20;
+  }
+}
+
 int Block::BaseOnInEpLinked(unsigned long index) {
   if (!Activate(activeInEps, linkedInEps, inEps[index], index)) {
     LOG_E("%s: %s: Input endpoint %zu existed", routeName.c_str(), name.c_str(), index);
     return -20;
   }
-  const int ret = OnInEpLinked(index);
+  const int ret = AskHook(&Block::OnInEpLinked, index);
   if (ret < 0) {
     Deactivate(activeInEps, linkedInEps, index);
     return ret;
@@ -106,7 +120,7 @@ int Block::BaseOnOutEpLinked(unsigned long index) {
     LOG_E("%s: %s: Output endpoint %zu existed", routeName.c_str(), name.c_str(), index);
     return -20;
   }
-  const int ret = OnOutEpLinked(index);
+  const int ret = AskHook(&Block::OnOutEpLinked, index);
   if (ret < 0) {
     Deactivate(activeOutEps, linkedOutEps, index);
     return ret;
@@ -118,12 +132,14 @@ int Block::BaseOnOutEpLinked(unsigned long index) {
 void Block::BaseOnInEpUnlinked(unsigned long index) {
   Deactivate(activeInEps, linkedInEps, index);
   LOG_D("%s: %s: Input endpoint %zu unlinked", routeName.c_str(), name.c_str(), index);
+  Whereabouts::InBlock(name.c_str());
   OnInEpUnlinked(index);
 }
 
 void Block::BaseOnOutEpUnlinked(unsigned long index) {
   Deactivate(activeOutEps, linkedOutEps, index);
   LOG_D("%s: %s: Output endpoint %zu unlinked", routeName.c_str(), name.c_str(), index);
+  Whereabouts::InBlock(name.c_str());
   OnOutEpUnlinked(index);
 }
 

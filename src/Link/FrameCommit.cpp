@@ -1,4 +1,5 @@
 #include <cstdio>
+#include <new>
 
 #include <vorn/Block.h>
 
@@ -26,15 +27,19 @@ void Block::DumpFrame(const OutputEndpoint& ep) {
   std::fwrite(frame.data, sampleSize, static_cast<std::size_t>(frame.samples), file);
 }
 
-std::FILE* Block::OpenDump(const OutputEndpoint& ep) const {
+std::FILE* Block::OpenDump(const OutputEndpoint& ep) const try {
   char endpoint[sizeof "-O00"];
   std::snprintf(endpoint, sizeof endpoint, "-O%02zu", ep.index);
   const FrameBuffer& frame = ep.fb;
   const std::string path = *dumpPath + routeName + "-" + name + endpoint + "-" + std::to_string(frame.rate) + "Hz" +
                            "-" + FormatToString(frame.format) + "-" + std::to_string(frame.channels) + "ch" + ".pcm";
   std::FILE* file = std::fopen(path.c_str(), "wb");
-  if (!file) LOG_D("%s: %s: Unable to open %s to dump data", routeName.c_str(), name.c_str(), path.c_str());
+  if (!file)
+    LOG_FROM('D', "CommitFrame", "%s: %s: Unable to open %s to dump data", routeName.c_str(), name.c_str(),
+             path.c_str());
   return file;
+} catch (const std::bad_alloc&) {
+  return nullptr;  // a dump is not worth the end of the route: the next frame tries again
 }
 
 void Block::CloseDump() {

@@ -1,5 +1,9 @@
 #include <dlfcn.h>
 
+#include <exception>
+#include <new>
+
+#include "Block/Whereabouts.h"
 #include "Log.h"
 #include "Route/RouteImpl.h"
 #include "Thread.h"
@@ -34,14 +38,18 @@ void Route::Callbacks::OnStopped(StopReason) {}
 void Route::Callbacks::OnExit() {}
 
 RouteImpl::RouteImpl(const std::string& newName, Route::Callbacks* newCallbacks, const std::string& newDumpPath)
-    : name(newName), callbacks(newCallbacks), dumpPath(newDumpPath) {
+    : name(newName), callbacks(newCallbacks), dumpPath(newDumpPath), lastEntries(NewEntries(3)) {
   thread = StartThread(name, [this] { MainThread(this); });
 }
 
 RouteImpl::~RouteImpl() {
-  Stop();
-  DeleteAll();
-  Exit();
+  ending.store(true, std::memory_order_relaxed);
+  for (const Action::Type type : {Action::Type::STOP, Action::Type::DELETE_ALL, Action::Type::EXIT}) {
+    Action action = Request(type);
+    Entries entry;
+    entry.splice(entry.begin(), lastEntries, lastEntries.begin());
+    Await(entry, &action);
+  }
   thread.join();
   for (void* handle : soHandles) dlclose(handle);
   LOG_I("%s: Deleted", name.c_str());
@@ -139,21 +147,35 @@ void RouteImpl::SetDump(const char* path) {
   ExecuteActions(&action, 1);
 }
 
-void RouteImpl::Exit() {
-  Action action = Request(Action::Type::EXIT);
-  ExecuteActions(&action, 1);
-}
-
 void RouteImpl::ExecuteActions(Action* actions, std::size_t count) {
   if (!actions || count == 0) return;
+  Entries entries;
+  try {
+    entries = NewEntries(count);
+  } catch (const std::bad_alloc&) {  // all or nothing: the results stay as their owner preset them
+    LOG_E("%s: No memory for a batch of %zu actions", name.c_str(), count);
+    return;
+  }
+  Await(entries, actions);
+}
+
+RouteImpl::Entries RouteImpl::NewEntries(std::size_t count) {
+  Entries entries;
+  while (entries.size() < count) entries.push_back(std::make_shared<ActionPlus>());
+  return entries;
+}
+
+/** Queues the actions, one an entry, and waits until they are carried out. Allocates nothing. */
+void RouteImpl::Await(Entries& entries, Action* actions) {
   std::condition_variable done;
   bool finished = false;
+  for (const auto& entry : entries) entry->action = actions++;
+  entries.back()->done = &done;
+  entries.back()->finished = &finished;
+
   std::unique_lock<std::mutex> lock(mutex);
-  for (std::size_t i = 0; i < count; ++i) {
-    const bool isLast = i + 1 == count;
-    actionList.push_back(
-        std::make_shared<ActionPlus>(ActionPlus{&actions[i], isLast ? &done : nullptr, isLast ? &finished : nullptr}));
-  }
+  if (isLeft) return;
+  actionList.splice(actionList.end(), entries);
   unsettled.store(true, std::memory_order_release);
   wakeup.notify_one();
   done.wait(lock, [&finished] { return finished; });
@@ -163,13 +185,31 @@ void RouteImpl::ProcessActions() {
   while (!actionList.empty()) {
     const std::shared_ptr<ActionPlus> entry = actionList.front();
     LOG_D("%s: Processing action '%s'", name.c_str(), TypeName(entry->action->type));
-    Dispatch_l(*entry->action);
-    if (entry->done) {
-      *entry->finished = true;
-      entry->done->notify_one();
+    try {
+      Dispatch_l(*entry->action);
+    } catch (const std::exception& e) {  // no memory, or a block that throws: the request's failure alone
+      const char* const block = Whereabouts::blockName;
+      LOG_E("%s: %s%sAction '%s' failed: %s", name.c_str(), block ? block : "", block ? ": " : "",
+            TypeName(entry->action->type), e.what());
     }
+    Whereabouts::InBlock(nullptr);
+    Release_l(*entry);
     actionList.pop_front();
   }
+}
+
+void RouteImpl::Release_l(const ActionPlus& entry) {
+  if (!entry.done) return;
+  *entry.finished = true;
+  entry.done->notify_one();
+}
+
+/** Lets go of all who wait for this route, and of those who will. The caller never returns to what it was called from. */
+void RouteImpl::Leave() {
+  if (!holdsMutex) mutex.lock();
+  isLeft = true;
+  for (const auto& entry : actionList) Release_l(*entry);
+  mutex.unlock();
 }
 
 void RouteImpl::Dispatch_l(Action& action) {
@@ -178,17 +218,18 @@ void RouteImpl::Dispatch_l(Action& action) {
   switch (action.type) {
     case Type::NEW_BLOCK: {
       auto& a = action.newBlock;
-      Block* block = nullptr;
-      if (a.soFileName) {
-        block = NewBlock_l(std::string(a.soFileName), a.first, a.last, a.args ? *a.args : NO_TEXTS);
-      } else {
+      if (a.block) *a.block = nullptr;
+      if (!a.soFileName) {
         LOG_E("%s: so file name is nullptr", name.c_str());
+        break;
       }
+      Block* block = NewBlock_l(std::string(a.soFileName), a.first, a.last, a.args ? *a.args : NO_TEXTS);
       if (a.block) *a.block = block;
       break;
     }
     case Type::NEW_LINK: {
       auto& a = action.newLink;
+      a.link = nullptr;
       a.link = NewLink_l(a.rate, a.format, a.channels, a.samplesPerFrame, BlockAt(a.source), a.sourceBlkOutEpIdx,
                          BlockAt(a.sink), a.sinkBlkInEpIdx);
       break;
@@ -211,13 +252,13 @@ void RouteImpl::Dispatch_l(Action& action) {
     case Type::DELETE_ALL: action.deleteAll.ret = DeleteAll_l(); break;
     case Type::EXIT: Exit_l(); break;
     case Type::SET_DUMP: SetDump_l(action.setDump.path); break;
-    default: LOG_E("%s: Unknown action: %s", name.c_str(), TypeName(action.type));
+    default: LOG_FROM('E', "ProcessActions", "%s: Unknown action: %s", name.c_str(), TypeName(action.type));
   }
 }
 
 int RouteImpl::Exit_l() {
   StoreStatus(EXIT);
-  if (callbacks) callbacks->OnExit();
+  Tell("OnExit", [](Callbacks& client) { client.OnExit(); });
   return 0;
 }
 

@@ -1,8 +1,11 @@
 #include <dlfcn.h>
 
 #include <exception>
+#include <memory>
+#include <new>
 
 #include "Block/Topology.h"
+#include "Block/Whereabouts.h"
 #include "Log.h"
 #include "Route/RouteImpl.h"
 
@@ -22,6 +25,11 @@ std::string BaseName(const std::string& soFileName) {
   const std::size_t begin = soFileName.compare(0, 3, "lib") == 0 ? 3 : 0;
   return end > begin ? soFileName.substr(begin, end - begin) : std::string();
 }
+
+struct CloseHandle {
+  void operator()(void* handle) const { dlclose(handle); }
+};
+using Handle = std::unique_ptr<void, CloseHandle>;
 
 Block* CallCreateBlock(void* function, bool first, bool last, const std::vector<std::string>& args) {
   try {
@@ -51,34 +59,50 @@ Block* RouteImpl::NewBlock_l(const std::string& soFileName, bool first, bool las
     LOG_E("%s: Invalid so file name", name.c_str());
     return nullptr;
   }
-  void* handle = dlopen(soFileName.c_str(), RTLD_LAZY);
+  Whereabouts::InBlock(soFileName.c_str());  // it has no name yet
+  Handle handle(dlopen(soFileName.c_str(), RTLD_LAZY));
   if (!handle) {
     LOG_E("%s: Can't open %s", name.c_str(), soFileName.c_str());
     LOG_D("%s: %s", name.c_str(), dlerror());
     return nullptr;
   }
-  void* function = dlsym(handle, "CreateBlock");
+  void* function = dlsym(handle.get(), "CreateBlock");
   if (!function) {
     LOG_E("%s: Can't find 'CreateBlock' function in %s", name.c_str(), soFileName.c_str());
-    dlclose(handle);
     return nullptr;
   }
-  Block* block = CallCreateBlock(function, first, last, args);
+  std::unique_ptr<Block> block(CallCreateBlock(function, first, last, args));  // goes before its code does
   if (!block) {
     LOG_E("%s: CreateBlock() returns nullptr", name.c_str());
-    dlclose(handle);
     return nullptr;
   }
   if (!NameBlock_l(*block, baseName)) {
     LOG_E("%s: Unable to give a name to this block", name.c_str());
-    return nullptr;
+    handle.release();
+    return block.release(), nullptr;
   }
-  soHandles.push_back(handle);
+  soHandles.reserve(soHandles.size() + 1);
+  EnterBlock_l(*block);
+  soHandles.push_back(handle.release());
+  return block.release();
+}
+
+/** All or nothing, where memory runs out. */
+void RouteImpl::EnterBlock_l(Block& block) try {
   const Topology::Lock lock;
-  blocks.insert(block);
-  if (block->IsFirst()) firstBlocks.insert(block);
-  if (block->IsLast()) lastBlocks.insert(block);
-  return block;
+  blocks.insert(&block);
+  if (block.IsFirst()) firstBlocks.insert(&block);
+  if (block.IsLast()) lastBlocks.insert(&block);
+} catch (const std::bad_alloc&) {
+  RemoveBlock_l(block);
+  throw;
+}
+
+void RouteImpl::RemoveBlock_l(Block& block) {
+  const Topology::Lock lock;
+  firstBlocks.erase(&block);
+  lastBlocks.erase(&block);
+  blocks.erase(&block);
 }
 
 bool RouteImpl::NameBlock_l(Block& block, const std::string& baseName) {
@@ -168,12 +192,8 @@ int RouteImpl::Delete_l(void* instance) {
   for (std::size_t i = 0; i < Endpoint::COUNT; ++i) {
     if (block->OutEp(i).IsActive()) DestroyLink_l(block->OutEp(i).AttachedLink());
   }
-  {
-    const Topology::Lock lock;
-    firstBlocks.erase(block);
-    lastBlocks.erase(block);
-    blocks.erase(block);
-  }
+  RemoveBlock_l(*block);
+  Whereabouts::InBlock(block->name.c_str());
   delete block;
   return 0;
 }
@@ -189,7 +209,10 @@ int RouteImpl::DeleteAll_l() {
     lastBlocks.clear();
   }
   for (Link* link : allLinks) delete link;
-  for (Block* block : allBlocks) delete block;
+  for (Block* block : allBlocks) {
+    Whereabouts::InBlock(block->name.c_str());
+    delete block;
+  }
   return 0;
 }
 
@@ -203,6 +226,7 @@ int RouteImpl::SetParam_l(Block* block, unsigned int paramId, const std::vector<
     return REFUSED;
   }
   LOG_I("%s: Setting parameter id %u to %s", name.c_str(), paramId, block->Name().c_str());
+  Whereabouts::InBlock(block->name.c_str());
   return block->SetParameter(paramId, params);
 }
 
@@ -212,6 +236,7 @@ int RouteImpl::GetParam_l(Block* block, unsigned int paramId, std::vector<std::s
     return REFUSED;
   }
   LOG_I("%s: Getting parameter %u from block %s", name.c_str(), paramId, block->Name().c_str());
+  Whereabouts::InBlock(block->name.c_str());
   return block->GetParameter(paramId, params);
 }
 
@@ -220,6 +245,7 @@ int RouteImpl::Reset_l(Block* block) {
     LOG_E("%s: Block %s doesn't exist", name.c_str(), StrangerName(block).text.c_str());
     return REFUSED;
   }
+  Whereabouts::InBlock(block->name.c_str());
   block->BaseReset();
   return 0;
 }

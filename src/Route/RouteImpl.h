@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <exception>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -20,6 +21,7 @@
 #include <vorn/kit/RouteBoard.h>
 
 #include "Link/Link.h"
+#include "Log.h"
 #include "Route/WaveSet.h"
 
 namespace vorn {
@@ -44,6 +46,22 @@ class RouteImpl : public Route {
   void SetDump(const char* path) override;
   void ExecuteActions(Action* actions, std::size_t count) override;
 
+  // For the end of the process.
+
+  bool IsOwnThread() const { return thread.get_id() == std::this_thread::get_id(); }
+  /** Running, with a thread that can stop it. */
+  bool MustStop() const { return CurrentStatus() == RUNNING && !threadEnded; }
+  /** The thread has gone before it was told to: whatever is asked of this route waits for ever. */
+  bool IsLost() const { return threadEnded && CurrentStatus() != EXIT; }
+  /** Has the route stop after its cycle, which comes to an end now even where its blocks have none. Never waits. */
+  void BeginToEnd() {
+    ending.store(true, std::memory_order_relaxed);
+    stopAsked.store(true, std::memory_order_relaxed);
+    unsettled.store(true, std::memory_order_release);
+  }
+  /** The route's own thread, on its way out of the process. */
+  void Leave();
+
   // For the console. Any thread; none of these waits for the route.
 
   const std::string& Name() const { return name; }
@@ -60,10 +78,11 @@ class RouteImpl : public Route {
 
  private:
   struct ActionPlus {
-    Route::Action* action;          // the caller's, who waits
-    std::condition_variable* done;  // with the last action of a batch, else null
-    bool* finished;                 // goes with done: a waiter that wakes without it sleeps on
+    Route::Action* action = nullptr;          // the caller's, who waits
+    std::condition_variable* done = nullptr;  // with the last action of a batch, else null
+    bool* finished = nullptr;                 // goes with done: a waiter that wakes without it sleeps on
   };
+  using Entries = std::list<std::shared_ptr<ActionPlus>>;
 
   /** What the thread does after Preprocess(). */
   enum Step : int { RUN_CYCLE = 0, SLEPT = -2, FORCE_STOP = -20, END_THREAD = -30 };
@@ -73,28 +92,35 @@ class RouteImpl : public Route {
     bool endOfFile = false;
   };
 
-  void Exit();
+  static Entries NewEntries(std::size_t count);
+  void Await(Entries& entries, Action* actions);
 
   // The route's thread.
   static void MainThread(RouteImpl* route);
   void MainThreadLoop();
   Step Preprocess();
-  void MakeRoomForWaves();
+  Step AskToStartAgain();
+  bool MakeRoomForWaves();
   void RunFrameCycle();
   void RunWave(CycleState& state);
   bool VisitBlock(Block& block, CycleState& state);
   bool VisitUnfinished(Block& block, long result, CycleState& state);
   void FinishCycle(const CycleState& state);
+  /** Calls the client. What it throws changes nothing here. */
+  template <class Call>
+  void Tell(const char* callback, Call call);
   int IntegrityCheck(bool& ok) const;
   void StoreStatus(Status newStatus) { status.store(newStatus, std::memory_order_relaxed); }
 
   // The route's thread, with the mutex held; the frame cycle alone calls Stop_l without it.
   void ProcessActions();
+  static void Release_l(const ActionPlus& entry);
   void Dispatch_l(Route::Action& action);
   Block* NewBlock_l(const std::string& soFileName, bool first, bool last, const std::vector<std::string>& args);
   Link* NewLink_l(unsigned int rate, SampleFormat format, unsigned int channels, long samplesPerFrame, Block* source,
                   std::size_t sourceBlkOutEpIdx, Block* sink, std::size_t sinkBlkInEpIdx);
   int Start_l();
+  int StartBlock(Block& block);
   int Stop_l(Route::StopReason reason);
   int Exit_l();
   int SetParam_l(Block* block, unsigned int paramId, const std::vector<std::string>& params);
@@ -104,6 +130,8 @@ class RouteImpl : public Route {
   int DeleteAll_l();
   void SetDump_l(const char* path);
   bool NameBlock_l(Block& block, const std::string& baseName);
+  void EnterBlock_l(Block& block);
+  void RemoveBlock_l(Block& block);
   void DestroyLink_l(Link* link);
 
   // Fixed from construction on.
@@ -115,6 +143,8 @@ class RouteImpl : public Route {
   std::vector<void*> soHandles;
   RouteBoard board;  // for the blocks
   bool everyBlockStarted = false;
+  bool holdsMutex = false;
+  Entries lastEntries;  // for the end of the route, which needs no memory
 
   // The waves of a frame cycle. Only the route's thread touches these.
   WaveSet current;  // called in this wave
@@ -136,11 +166,26 @@ class RouteImpl : public Route {
   // is clear a cycle needs no lock at all.
   std::atomic<bool> unsettled{true};
 
+  std::atomic<bool> ending{false};       // the cycle that runs comes to its end
+  std::atomic<bool> stopAsked{false};    // outside of the queue
+  std::atomic<bool> threadEnded{false};  // written by the route's thread
+
   std::mutex mutex;
-  std::condition_variable wakeup;                     // the route's thread sleeps here
-  std::list<std::shared_ptr<ActionPlus>> actionList;  // guarded by mutex
+  std::condition_variable wakeup;  // the route's thread sleeps here
+  Entries actionList;              // guarded by mutex, and so is this:
+  bool isLeft = false;             // nobody will carry out what is queued
 
   std::thread thread;  // last: it uses all of the above
 };
+
+template <class Call>
+void RouteImpl::Tell(const char* callback, Call call) {
+  if (!callbacks) return;
+  try {
+    call(*callbacks);
+  } catch (const std::exception& e) {
+    LOG_E("%s: %s() threw: %s", name.c_str(), callback, e.what());
+  }
+}
 
 }  // namespace vorn

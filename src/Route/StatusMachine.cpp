@@ -1,12 +1,28 @@
+#include <exception>
+
+#include "Block/Whereabouts.h"
 #include "Log.h"
 #include "Route/RouteImpl.h"
 
 namespace vorn {
+namespace {
+
+/** So that the thread knows, when a callback ends the process, that it holds the route's mutex. */
+class HeldMutex {
+ public:
+  explicit HeldMutex(bool& newFlag) : flag(newFlag) { flag = true; }
+  ~HeldMutex() { flag = false; }
+
+ private:
+  bool& flag;
+};
+
+}  // namespace
 
 int RouteImpl::Start_l() {
   everyBlockStarted = true;
   for (Block* block : blocks) {
-    const int ret = block->BaseStart();
+    const int ret = StartBlock(*block);
     if (ret < 0) {
       LOG_E("%s: Failed to start %s (ret=%d)", name.c_str(), block->Name().c_str(), ret);
       return ret;
@@ -18,9 +34,22 @@ int RouteImpl::Start_l() {
   errorFrames.store(0, std::memory_order_relaxed);
   StoreStatus(RUNNING);
   LOG_I("%s: Started", name.c_str());
-  if (callbacks) callbacks->OnStarted();
+  Tell("OnStarted", [](Callbacks& client) { client.OnStarted(); });
   LOG_I("%s: Status is RUNNING", name.c_str());
   return 0;
+}
+
+/** What the block answers; one that throws, as for want of memory, refuses. */
+int RouteImpl::StartBlock(Block& block) {
+  Whereabouts::InBlock(block.name.c_str());
+  int ret = -20;
+  try {
+    ret = block.BaseStart();
+  } catch (const std::exception& e) {
+    LOG_FROM('E', "Start_l", "%s: %s: Start() threw: %s", name.c_str(), block.name.c_str(), e.what());
+  }
+  Whereabouts::InBlock(nullptr);
+  return ret;
 }
 
 int RouteImpl::Stop_l(StopReason reason) {
@@ -28,15 +57,17 @@ int RouteImpl::Stop_l(StopReason reason) {
   unsettled.store(true, std::memory_order_relaxed);
   LOG_I("%s: Stopping", name.c_str());
   for (Block* block : blocks) {
+    Whereabouts::InBlock(block->name.c_str());
     const int ret = block->BaseStop();
     if (ret < 0) {
       LOG_E("%s: Failed to stop %s (ret=%d)", name.c_str(), block->Name().c_str(), ret);
       return ret;
     }
   }
+  Whereabouts::InBlock(nullptr);
   StoreStatus(STOPPED);
   LOG_I("%s: Stopped", name.c_str());
-  if (callbacks) callbacks->OnStopped(reason);
+  Tell("OnStopped", [&](Callbacks& client) { client.OnStopped(reason); });
   return 0;
 }
 
@@ -60,14 +91,19 @@ int RouteImpl::IntegrityCheck(bool& ok) const {
   return 0;
 }
 
+// Before every cycle, as long as a block answers its start with more than 0. Nothing but that block has changed.
+RouteImpl::Step RouteImpl::AskToStartAgain() { return Start_l() == 0 ? RUN_CYCLE : END_THREAD; }
+
 // Carries out what is queued, then decides from the status: run a frame cycle, iterate again after a sleep, force a
 // stop, or end the thread.
 RouteImpl::Step RouteImpl::Preprocess() {
   // A running graph that nobody touched since its last check needs neither the lock nor another check.
-  if (!unsettled.load(std::memory_order_acquire)) return RUN_CYCLE;
+  if (!unsettled.load(std::memory_order_acquire)) return everyBlockStarted ? RUN_CYCLE : AskToStartAgain();
 
   std::unique_lock<std::mutex> lock(mutex);
+  const HeldMutex held(holdsMutex);
   ProcessActions();
+  if (stopAsked.exchange(false) && CurrentStatus() == RUNNING) Stop_l(StopReason::STOP_REQUESTED);
   const auto sleep = [&] { wakeup.wait(lock, [this] { return !actionList.empty(); }); };
   switch (CurrentStatus()) {
     case EXIT: LOG_I("%s: Status is EXIT", name.c_str()); return END_THREAD;
@@ -87,8 +123,8 @@ RouteImpl::Step RouteImpl::Preprocess() {
   }
   if (ok) {
     if (Start_l() != 0) return END_THREAD;  // whatever the number: there is no caller who could be told
-    MakeRoomForWaves();
-    unsettled.store(!everyBlockStarted, std::memory_order_relaxed);
+    if (!MakeRoomForWaves()) return FORCE_STOP;
+    unsettled.store(false, std::memory_order_relaxed);
     return RUN_CYCLE;
   }
   Stop_l(StopReason::STOP_ERROR);
