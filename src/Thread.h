@@ -1,4 +1,5 @@
-// Threads of the library: named, and with all signals blocked, which are the client's business.
+// Threads of the library: named, and with all signals blocked, which are the client's business, but for those that a
+// thread raises itself by what it does: a crash handler of the client is to see them.
 #pragma once
 
 #include <pthread.h>
@@ -19,6 +20,7 @@ std::thread StartThread(const std::string& name, Body body) {
     BlockedSignals() {
       sigset_t all;
       sigfillset(&all);
+      for (const int own : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGABRT}) sigdelset(&all, own);
       pthread_sigmask(SIG_SETMASK, &all, &before);
     }
     ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &before, nullptr); }

@@ -1,9 +1,13 @@
 // The framework object: configuration, registries, threads, and its end.
+#include <sys/wait.h>
+
 #include <csignal>
 #include <future>
 #include <set>
 
+#include "Vorn/TurnedAway.h"
 #include "Vorn/VornImpl.h"
+#include "testkit/ConsoleClient.h"
 #include "testkit/RouteTest.h"
 
 constexpr char NO_FILE[] = "/nonexistent/vorn.conf";
@@ -43,8 +47,9 @@ TEST(Vorn, NamesRoutesAndFIFOs) {
   Route* route = vorn.NewRoute("RouteA", nullptr);
   EXPECT_TRUE(route && vorn.NewRoute("RouteZ", nullptr) && !vorn.NewRoute("RouteA", nullptr));
   EXPECT_EQ(Log::Take(), Lines("I Created RouteA|I Created RouteZ|E Name 'RouteA' existed, need to rename"));
+  Log::Keep("WN");
   for (Route* old : {route, route, static_cast<Route*>(nullptr)}) vorn.DeleteRoute(old);
-  EXPECT_EQ(Log::Take(), Lines("I ~Status is EXIT|I ~Deleted|W Can't find route " + Pointer(route)));
+  EXPECT_EQ(Log::Take(), Lines("W DeleteRoute: Can't find route " + Pointer(route)));
   EXPECT_TRUE(vorn.NewRoute("RouteA", nullptr));
 
   FIFO* fifos[3];
@@ -52,20 +57,26 @@ TEST(Vorn, NamesRoutesAndFIFOs) {
   EXPECT_THROW(vorn.NewFIFO(48000, 4, -1, 0), std::length_error);
   Log::Take();
   for (FIFO* old : {fifos[1], fifos[1], static_cast<FIFO*>(nullptr)}) vorn.DeleteFIFO(old);
-  EXPECT_EQ(Log::Take(), Lines("W Can't find FIFO " + Pointer(fifos[1])));
+  EXPECT_EQ(Log::Take(), Lines("W DeleteFIFO: Can't find FIFO " + Pointer(fifos[1])));
   for (const char* name : {"fifo_1", "fifo_3"}) EXPECT_EQ(vorn.NewFIFO(48000, 4, 10, 0)->name, name);
 }
 
-// Red if a thread of the library takes a signal, has another name, or outlives the framework.
+// Red if a thread of the library takes a signal, keeps one of its own making from a crash handler, has another name, or
+// outlives the framework.
 TEST(Vorn, OwnsQuietThreads) {
   {
     VornImpl vorn(NO_FILE);
     vorn.NewRoute("RouteQ", nullptr);
+    unsigned long own = 0, blocked;
+    for (int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGABRT}) own |= 1ul << (signal - 1);
     for (const char* name : {"RouteQ", "vrdb"}) {
-      EXPECT_TRUE(WaitUntil([&] { return TasksNamed(name).size() == 1; })) << name;
-      const std::string status = TasksNamed(name).at(0);
-      const unsigned long blocked = std::stoul(status.substr(status.find("SigBlk:") + 7), nullptr, 16);
-      for (int signal : {SIGHUP, SIGINT, SIGUSR1, SIGPIPE, SIGALRM, SIGTERM, SIGCHLD, SIGSEGV, SIGRTMIN, SIGRTMAX}) {
+      blocked = 0;
+      EXPECT_TRUE(WaitUntil([&] {  // the system blocks all while it makes a thread
+        const auto tasks = TasksNamed(name);
+        if (tasks.size() == 1) blocked = std::stoul(tasks[0].substr(tasks[0].find("SigBlk:") + 7), nullptr, 16);
+        return blocked != 0 && (blocked & own) == 0;
+      })) << name;
+      for (int signal : {SIGHUP, SIGINT, SIGUSR1, SIGPIPE, SIGALRM, SIGTERM, SIGCHLD, SIGRTMIN, SIGRTMAX}) {
         EXPECT_TRUE(blocked >> (signal - 1) & 1) << signal;
       }
     }
@@ -113,13 +124,27 @@ TEST(Vorn, GivesRoutesItsDumpFolder) {
   EXPECT_TRUE(WaitUntil([&] { return std::filesystem::exists(file); }));
 }
 
+// Red if strangers can fill the log, or their number is lost.
+TEST(Vorn, CountsStrangersOnceAMinute) {
+  TurnedAway turnedAway;
+  const TurnedAway::Time start;
+  std::string told;
+  for (int second = 0; second <= 120; ++second) {
+    if (const auto count = turnedAway.Count(start + std::chrono::seconds(second))) told += std::to_string(*count) + " ";
+  }
+  EXPECT_EQ(told, "1 60 60 ");
+}
+
 struct LastWords : Route::Callbacks {
   void OnExit() override { std::fputs("route ended", stderr); }
 };
 
+struct VornDeathTest : testing::Test {
+  VornDeathTest() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
+};
+
 // Red if two first calls at once make two frameworks, or the end of the process does not end a route that runs.
-TEST(VornDeathTest, ExitsWhileARouteRuns) {
-  testing::FLAGS_gtest_death_test_style = "threadsafe";
+TEST_F(VornDeathTest, ExitsWhileARouteRuns) {
   static LastWords callbacks;
   const auto leave = [] {
     Vorn* found[4];
@@ -133,4 +158,70 @@ TEST(VornDeathTest, ExitsWhileARouteRuns) {
     std::exit(runs && std::set<Vorn*>(found, found + 4).size() == 1 ? 0 : 1);
   };
   EXPECT_EXIT(leave(), testing::ExitedWithCode(0), "route ended");
+}
+
+/** Ends the process in the operation that it is told to. */
+struct Quitter : Probe, Route::Callbacks {
+  Quitter(bool isFirst, bool isLast, std::string newPlace) : Probe(isFirst, isLast, "q"), place(newPlace) {}
+  void At(const std::string& here) const { here == place ? std::exit(0) : void(); }
+  long ProcessFrame() override { return At("frame"), Probe::ProcessFrame(); }
+  int SetParameter(unsigned, const std::vector<std::string>&) override { return At("parameter"), 0; }
+  void OnStarted() override { At("callback"); }
+  const std::string place;
+};
+
+/** Fills the process with what does not end by itself, and leaves it in the way that is asked for. */
+void LeaveWhenStuck(const std::string& how) {
+  alarm(30);  // the longest that a process may take to end
+  Vorn& vorn = *Vorn::Instance();
+  Route* route = vorn.NewRoute("RouteA", nullptr);
+  FIFO* fifo = vorn.NewFIFO(0, 1, 10, 0);
+  Probe* block = nullptr;
+  if (how == "fifo") block = Add<Sleeper>(*route, ALONE, fifo);
+  if (how == "pending" || how == "deletion") block = Add(*route, ALONE, "a", Script{FRAME_PENDING});
+  if (how == "loop") block = Add(*route, FIRST, "a"), Join(*route, block, block);
+  if (how == "lost") block = Add(*route, ALONE, "a");
+  if (block) route->Start(), WaitUntil([&] { return block->calls > 0; });
+  if (how == "lost") {
+    route->NewBlock("libstartfails.so", true, true, {});
+    WaitUntil([] { return TasksNamed("RouteA").empty(); });
+  }
+  if (how == "deletion") vorn.DeleteRoute(route);
+  if (how == "clients") {
+    std::atomic<int> inside{0};
+    for (int i = 0; i < 3; ++i) {
+      std::thread([&] {
+        for (char sample;;) ++inside, fifo->Produce(&sample, 1, true, nullptr);  // takes no "no" for an answer
+      }).detach();
+    }
+    WaitUntil([&] { return inside == 3 && fifo->State().readerSleeps; });
+  }
+  if (how == "child") {
+    Add<Sleeper>(*route, ALONE, fifo);
+    route->Start();
+    const pid_t child = fork();
+    if (child == 0) alarm(30), std::exit(7);
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 7) std::abort();
+  }
+  for (const std::string place : {"frame", "callback", "parameter"}) {
+    if (how != place) continue;
+    static Quitter quitter(false, false, place);
+    Route* ended = vorn.NewRoute("RouteB", &quitter);
+    Block* quits = Add<Quitter>(*ended, ALONE, place);
+    ConsoleClient client;
+    client.Send("setparam RouteB " + quits->Name() + " 1");
+    ended->Start();
+    pause();
+  }
+  std::exit(0);
+}
+
+// Red if the end of a process waits for a thread that will never be done, or that there is not, or for itself.
+TEST_F(VornDeathTest, EndsWhateverIsStuck) {
+  for (const std::string how :
+       {"fifo", "pending", "loop", "lost", "deletion", "clients", "child", "frame", "callback", "parameter"}) {
+    EXPECT_EXIT(LeaveWhenStuck(how), testing::ExitedWithCode(0), "") << how;
+  }
 }

@@ -151,7 +151,7 @@ long RingBuffer::OverWrite_l(Lock& lock, const unsigned char* src, long count, l
   const long written = Write_l(lock, src, count, false, stamp);
   if (written == count) return written;
 
-  LOG_V("%s: Ring buffer is full, overwrite %ld samples", name.c_str(), count - written);
+  LOG_FROM('V', "OverWrite", "%s: Ring buffer is full, overwrite %ld samples", name.c_str(), count - written);
   CopyIn_l(src + static_cast<std::size_t>(written) * sampleSize, count - written, stamp);
   readPos = (writePos + 1 + skip) % slots;
   dataCond.notify_one();
@@ -197,8 +197,8 @@ int RingBuffer::Produce(void* dst, long count, bool blocking, long* stamp) {
 void RingBuffer::Silence(unsigned char* dst, long got, long count) const {
   if (got >= count) return;
   const long missing = count - got;
-  LOG_V("%s: Not enough data in ring buffer, filling %u samples silence", name.c_str(),
-        static_cast<unsigned int>(missing));
+  LOG_FROM('V', "Produce", "%s: Not enough data in ring buffer, filling %u samples silence", name.c_str(),
+           static_cast<unsigned int>(missing));
   std::fill_n(dst + static_cast<std::size_t>(got) * sampleSize, static_cast<std::size_t>(missing) * sampleSize,
               static_cast<unsigned char>(0));
 }
@@ -215,6 +215,12 @@ void RingBuffer::Shutdown() {
   shutdown = true;
   dataCond.notify_one();
   spaceCond.notify_one();
+}
+
+void RingBuffer::ShutdownForAll() {
+  Shutdown();
+  dataCond.notify_all();
+  spaceCond.notify_all();
 }
 
 // Take sleeps only while the FIFO is empty, Put only while it is full, and both wake the other side after each piece.

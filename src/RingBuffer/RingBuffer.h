@@ -36,6 +36,9 @@ class RingBuffer final : public FIFO {
   void BeginReading() override;
   FIFOState State() const override;
 
+  /** Shutdown(), for however many threads sleep here. */
+  void ShutdownForAll();
+
   std::mutex& Mutex() const { return mutex; }
   long Capacity() const { return slots - 1; }
 

@@ -3,12 +3,17 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstring>
 #include <exception>
+#include <new>
+#include <optional>
 #include <sstream>
+#include <string>
 
 #include "Log.h"
+#include "Vorn/TurnedAway.h"
 #include "Vorn/VornImpl.h"
 
 namespace vorn {
@@ -57,6 +62,7 @@ void VornImpl::DebugThreadLoop() {
     return;
   }
 
+  TurnedAway turnedAway;
   while (!exiting) {
     LOG_D("Waiting for vrdb ...");
     sockaddr_un peerAddress;
@@ -68,7 +74,10 @@ void VornImpl::DebugThreadLoop() {
 
     uid_t uid = 0;
     const bool mayCommand = MayCommand(client, uid);
-    if (!mayCommand) LOG_W("Turned away vrdb of user %u, this console serves user %u and root", uid, geteuid());
+    if (const auto count = mayCommand ? std::nullopt : turnedAway.Count(std::chrono::steady_clock::now())) {
+      LOG_W("Turned away vrdb of user %u, this console serves user %u and root%s", uid, geteuid(),
+            *count > 1 ? (" (" + std::to_string(*count) + " times since this was said last)").c_str() : "");
+    }
     // Nobody would shut down a client that was accepted after the framework began to end: it is not read from at all.
     for (const bool serve = mayCommand && !exiting; serve;) {
       LOG_D("Reading from vrdb ...");
@@ -83,17 +92,22 @@ void VornImpl::DebugThreadLoop() {
         break;
       }
       LOG_D("Received command '%s'", text);
-      std::stringstream args{std::string(text)};
-      std::string word;
-      if (!(args >> word)) {
-        LOG_D("Unable to read string");
-        continue;
-      }
-      std::string reply = "Unknown command '" + word + "'\n";
-      if (!RunCommand(word, args, reply)) LOG_D("Unknown command '%s'", text);
-      const int put = static_cast<int>(send(client, reply.c_str(), reply.size() + 1, MSG_NOSIGNAL));
-      if (put <= 0) {
-        LOG_D("Write to vrdb failed %d", put);
+      try {
+        std::stringstream args{std::string(text)};
+        std::string word;
+        if (!(args >> word)) {
+          LOG_D("Unable to read string");
+          continue;
+        }
+        std::string reply = "Unknown command '" + word + "'\n";
+        if (!RunCommand(word, args, reply)) LOG_D("Unknown command '%s'", text);
+        const int put = static_cast<int>(send(client, reply.c_str(), reply.size() + 1, MSG_NOSIGNAL));
+        if (put <= 0) {
+          LOG_D("Write to vrdb failed %d", put);
+          break;
+        }
+      } catch (const std::bad_alloc& e) {  // the client's failure, which must not be the end of the process
+        LOG_E("No memory for a command: %s", e.what());
         break;
       }
     }
@@ -131,13 +145,10 @@ bool VornImpl::RunCommand(const std::string& word, std::stringstream& args, std:
 }
 
 void VornImpl::ShutDownConsole() {
-  {
-    const std::lock_guard<std::mutex> lock(socketMutex);
-    exiting = true;
-    shutdown(clientSocket, SHUT_RDWR);
-    shutdown(listenSocket, SHUT_RDWR);
-  }
-  if (debugThread.joinable()) debugThread.join();
+  const std::lock_guard<std::mutex> lock(socketMutex);
+  exiting = true;
+  shutdown(clientSocket, SHUT_RDWR);
+  shutdown(listenSocket, SHUT_RDWR);
 }
 
 void VornImpl::KeepSocket(int& slot, int socket) {

@@ -1,7 +1,11 @@
 #include "Vorn/VornImpl.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <chrono>
 #include <cstring>
+#include <system_error>
 
 #include "Config/Profile.h"
 #include "Log.h"
@@ -9,6 +13,9 @@
 
 namespace vorn {
 namespace {
+
+// What routes get at the end to stop by themselves, before FIFOs are shut down and those that wait there fail.
+constexpr std::chrono::milliseconds TIME_TO_STOP(100);
 
 constexpr unsigned LOG_TO_STDOUT = 0x1;
 constexpr unsigned LOG_TO_STDERR = 0x2;
@@ -40,20 +47,73 @@ std::shared_ptr<Registered> Unregister(std::list<std::shared_ptr<Registered>>& r
 Vorn::~Vorn() = default;
 
 Vorn* Vorn::Instance() {
-  static VornImpl s_vorn;
-  return &s_vorn;
+  /** Ends with the process that made it. A child of fork() has none of its threads, and leaves all alone. */
+  static class Lasting {
+   public:
+    ~Lasting() {
+      if (getpid() == maker) delete vorn;
+    }
+    VornImpl* const vorn = new VornImpl;
+
+   private:
+    const pid_t maker = getpid();
+  } s_vorn;
+  return s_vorn.vorn;
 }
 
 VornImpl::VornImpl(const char* configPath) {
   Configure(configPath);
-  debugThread = StartThread("vrdb", [this] { MainThread(this); });
+  try {
+    debugThread = StartThread("vrdb", [this] { MainThread(this); });
+  } catch (const std::system_error& e) {  // all else works without
+    LOG_E("Unable to start the thread that listens to vrdb: %s", e.what());
+  }
 }
 
 VornImpl::~VornImpl() {
   ShutDownConsole();
-  // A block may sleep in a FIFO until its route is gone.
+  EndRoutes();  // a command may wait for one
+  if (debugThread.joinable()) debugThread.join();
+  LeaveWhatCannotEnd();
+  // A block may use a FIFO until its route is gone.
   routes.clear();
-  fifos.clear();
+}
+
+// A route that runs stops after its cycle. One that sleeps in a FIFO wakes up and fails, and so does a thread of the
+// client.
+void VornImpl::EndRoutes() {
+  {
+    const std::lock_guard<std::mutex> lock(registryMutex);
+    for (const auto& route : routes) route->IsOwnThread() ? route->Leave() : route->BeginToEnd();
+  }
+  const auto until = std::chrono::steady_clock::now() + TIME_TO_STOP;
+  while (MustWaitForRoutes() && std::chrono::steady_clock::now() < until) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  const std::lock_guard<std::mutex> lock(registryMutex);
+  for (const auto& fifo : fifos) fifo->ShutdownForAll();
+}
+
+bool VornImpl::MustWaitForRoutes() const {
+  const std::lock_guard<std::mutex> lock(registryMutex);
+  return std::any_of(routes.begin(), routes.end(),
+                     [](const auto& route) { return route->MustStop() && !route->IsOwnThread(); });
+}
+
+// What stays for the rest of the process: a route whose thread ends the process, or has ended before its time; and all
+// FIFOs, shut down, for threads of the client that are in one or come back to it.
+void VornImpl::LeaveWhatCannotEnd() {
+  static struct Left {
+    std::list<std::shared_ptr<RingBuffer>> fifos;
+    std::list<std::shared_ptr<RouteImpl>> routes;
+  }& left = *new Left;
+  const std::lock_guard<std::mutex> lock(registryMutex);
+  left.fifos.splice(left.fifos.end(), fifos);
+  for (auto route = routes.begin(); route != routes.end();) {
+    const auto next = std::next(route);
+    if ((*route)->IsOwnThread() || (*route)->IsLost()) left.routes.splice(left.routes.end(), routes, route);
+    route = next;
+  }
 }
 
 void VornImpl::MainThread(VornImpl* vorn) { vorn->DebugThreadLoop(); }
@@ -129,7 +189,7 @@ void VornImpl::DropRoute(Route* route, long sharesOfCaller) {
     // caller's back, who may free its callbacks next.
     routeReleased.wait(lock, [&] { return owner.use_count() <= 1 + sharesOfCaller; });
   }
-  if (!owner) LOG_W("Can't find route %p", static_cast<void*>(route));
+  if (!owner) LOG_FROM('W', "DeleteRoute", "Can't find route %p", static_cast<void*>(route));
 }
 
 void VornImpl::ReleasedRoutes() {

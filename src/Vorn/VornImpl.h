@@ -68,7 +68,11 @@ class VornImpl final : public Vorn {
   int OnCommand_setdump(std::stringstream& args, std::string& reply);
   static void MainThread(VornImpl* vorn);
 
+  // The end.
   void ShutDownConsole();
+  void EndRoutes();
+  bool MustWaitForRoutes() const;
+  void LeaveWhatCannotEnd();
 
   // Guards the two lists, for the instant of a look or a change; routes and FIFOs end outside of it.
   mutable std::mutex registryMutex;
