@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <exception>
 #include <sstream>
+#include <system_error>
 
 #include <vorn/kit/Refusal.h>
 
@@ -76,7 +77,11 @@ std::optional<Error> LiveGraph::Build(const GraphPlan& plan) {
 
 Result<Route*> LiveGraph::RouteAt(std::size_t index) {
   const RouteDescription& route = graph.routes[index];
-  if (!routes[index]) routes[index] = Vorn::Instance()->NewRoute(route.name.c_str(), callbacks[index]);
+  try {
+    if (!routes[index]) routes[index] = Vorn::Instance()->NewRoute(route.name.c_str(), callbacks[index]);
+  } catch (const std::system_error& problem) {
+    return Error{route.at, route.name + " could not be made: no thread for it: " + problem.code().message()};
+  }
   if (!routes[index]) return Reason({route.at, route.name + " could not be made"});
   return routes[index];
 }

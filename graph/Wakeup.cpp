@@ -7,11 +7,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <utility>
 
 namespace vorn::graph {
 
-RouteEvents::RouteEvents() : descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+// Room for what all routes may tell at once: what a thread of a route has to say must not depend on memory.
+RouteEvents::RouteEvents() : descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) { events.reserve(128); }
 
 RouteEvents::~RouteEvents() { close(descriptor); }
 
@@ -25,7 +25,9 @@ std::vector<RouteEvent> RouteEvents::Take() {
   const std::lock_guard lock(mutex);
   eventfd_t count = 0;
   eventfd_read(descriptor, &count);
-  return std::exchange(events, {});
+  std::vector<RouteEvent> taken(events);
+  events.clear();
+  return taken;
 }
 
 void RouteEvents::AskToStop(int signal) noexcept {

@@ -4,7 +4,9 @@
 #include <cstring>
 #include <iostream>
 #include <iterator>
+#include <new>
 
+#include "CrashNotice.h"
 #include "Display.h"
 #include "Options.h"
 #include "StopSignals.h"
@@ -49,6 +51,7 @@ class Program {
     if (display.ShowsProgress()) {
       run.onProgress = [this](const auto& figures, double elapsed) { display.Progress(figures, elapsed); };
     }
+    NameWhoExits();  // before the library, which is there by now, has a go at its end
     const StopSignals signals(graph);
     return graph.Run(run);
   }
@@ -81,14 +84,25 @@ class Program {
   Graph graph;
 };
 
+int Run(int argc, char** argv) try {
+  const auto options = ReadOptions(argc, argv);
+  if (const int* status = std::get_if<int>(&options)) return *status;
+  std::signal(SIGPIPE, SIG_IGN);  // a reader of our lines that has gone must not cost the files
+  return Program(std::get<Options>(options)).Run();
+} catch (const std::bad_alloc&) {
+  std::fputs("vorn-run: out of memory\n", stderr);
+  return FAILED;
+} catch (const std::exception& e) {
+  std::fprintf(stderr, "vorn-run: %s\n", e.what());
+  return FAILED;
+}
+
 }  // namespace
 }  // namespace vorn::run
 
 int main(int argc, char** argv) {
-  const auto options = vorn::run::ReadOptions(argc, argv);
-  if (const int* status = std::get_if<int>(&options)) return *status;
-  std::signal(SIGPIPE, SIG_IGN);  // a reader of our lines that has gone must not cost the files
-  const int status = vorn::run::Program(std::get<vorn::run::Options>(options)).Run();
+  vorn::run::NameWhoExits();
+  const int status = vorn::run::Run(argc, argv);
   if (status >= 0) return status;
   // Whoever waits for us, a shell with a loop say, is to see that it was a signal.
   std::signal(-status, SIG_DFL);
