@@ -1,0 +1,142 @@
+// For LD_PRELOAD: makes one call of one kind fail.
+//
+//   VORN_INJECT=KIND:N        the n-th call of that kind in the process fails, counted from 1
+//   VORN_INJECT_COUNTS=FILE   how many calls of each kind there were, written when the process exits
+//
+// Kinds: malloc open read write close fsync rename thread. A close that fails has closed nevertheless, as the system
+// does. Allocations of libsndfile always succeed: it looks at few of them.
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+extern "C" {
+void* __libc_malloc(size_t bytes);
+void* __libc_calloc(size_t count, size_t bytes);
+void* __libc_realloc(void* memory, size_t bytes);
+void* __libc_memalign(size_t alignment, size_t bytes);
+}
+
+namespace {
+
+enum Kind { MALLOC, OPEN, READ, WRITE, CLOSE, FSYNC, RENAME, THREAD, KINDS, NONE = KINDS };
+constexpr const char* NAMES[KINDS] = {"malloc", "open", "read", "write", "close", "fsync", "rename", "thread"};
+constexpr int ERRORS[KINDS] = {ENOMEM, EMFILE, EIO, ENOSPC, EIO, EIO, EACCES, EAGAIN};
+
+std::atomic<long> calls[KINDS];
+std::atomic<bool> counts{false};  // not while the loader is at work
+Kind failing = NONE;
+long failingCall = 0;
+
+bool IsSpared(void* caller) {
+  Dl_info info;
+  return caller && dladdr(caller, &info) != 0 && strstr(info.dli_fname, "libsndfile") != nullptr;
+}
+
+bool Fails(Kind kind, void* caller = nullptr) {
+  if (!counts) return false;
+  const long call = ++calls[kind];
+  if (kind != failing || call != failingCall || IsSpared(caller)) return false;
+  errno = ERRORS[kind];
+  return true;
+}
+
+[[gnu::constructor]] void Begin() {
+  const char* const text = getenv("VORN_INJECT");
+  for (int kind = 0; text && kind < KINDS; ++kind) {
+    const size_t length = strlen(NAMES[kind]);
+    if (strncmp(text, NAMES[kind], length) != 0 || text[length] != ':') continue;
+    failing = static_cast<Kind>(kind);
+    failingCall = atol(text + length + 1);
+  }
+  unsetenv("LD_PRELOAD");  // for this process alone
+  counts = true;
+}
+
+[[gnu::destructor]] void End() {
+  counts = false;
+  const char* const path = getenv("VORN_INJECT_COUNTS");
+  const int file = path ? open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600) : -1;
+  for (int kind = 0; kind < KINDS; ++kind) dprintf(file, "%s %ld\n", NAMES[kind], calls[kind].load());
+}
+
+template <class Function>
+Function* Next(Function*, const char* name) {
+  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+#define REAL(function) static const auto real = Next(&function, #function)
+// A function that does not happen where it fails.
+#define REFUSE(result, function, kind, failure, parameters, arguments) \
+  result function parameters {                                         \
+    REAL(function);                                                    \
+    return Fails(kind) ? failure : real arguments;                     \
+  }
+// A function that happens, and fails.
+#define SPOIL(function, parameter, argument) \
+  int function(parameter) {                  \
+    REAL(function);                          \
+    const int result = real(argument);       \
+    return Fails(CLOSE) ? -1 : result;       \
+  }
+#define OPENS(function, parameters, arguments)                                             \
+  int function parameters {                                                                \
+    REAL(function);                                                                        \
+    va_list rest;                                                                          \
+    va_start(rest, flags);                                                                 \
+    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(rest, unsigned) : 0; \
+    va_end(rest);                                                                          \
+    return Fails(OPEN) ? -1 : real arguments;                                              \
+  }
+
+extern "C" {
+void* malloc(size_t bytes) noexcept {
+  return Fails(MALLOC, __builtin_return_address(0)) ? nullptr : __libc_malloc(bytes);
+}
+void* calloc(size_t count, size_t bytes) noexcept {
+  return Fails(MALLOC, __builtin_return_address(0)) ? nullptr : __libc_calloc(count, bytes);
+}
+void* realloc(void* memory, size_t bytes) noexcept {
+  return Fails(MALLOC, __builtin_return_address(0)) ? nullptr : __libc_realloc(memory, bytes);
+}
+void* aligned_alloc(size_t alignment, size_t bytes) noexcept {
+  return Fails(MALLOC, __builtin_return_address(0)) ? nullptr : __libc_memalign(alignment, bytes);
+}
+int posix_memalign(void** memory, size_t alignment, size_t bytes) noexcept {
+  if (Fails(MALLOC, __builtin_return_address(0))) return ENOMEM;
+  return *memory = __libc_memalign(alignment, bytes), 0;
+}
+
+OPENS(open, (const char* path, int flags, ...), (path, flags, mode))
+OPENS(open64, (const char* path, int flags, ...), (path, flags, mode))
+OPENS(openat, (int folder, const char* path, int flags, ...), (folder, path, flags, mode))
+REFUSE(FILE*, fopen, OPEN, nullptr, (const char* path, const char* mode), (path, mode))
+REFUSE(FILE*, fopen64, OPEN, nullptr, (const char* path, const char* mode), (path, mode))
+REFUSE(ssize_t, read, READ, -1, (int file, void* bytes, size_t count), (file, bytes, count))
+REFUSE(ssize_t, pread, READ, -1, (int file, void* bytes, size_t count, off_t at), (file, bytes, count, at))
+REFUSE(ssize_t, write, WRITE, -1, (int file, const void* bytes, size_t count), (file, bytes, count))
+REFUSE(ssize_t, pwrite, WRITE, -1, (int file, const void* bytes, size_t count, off_t at), (file, bytes, count, at))
+REFUSE(ssize_t, writev, WRITE, -1, (int file, const iovec* pieces, int count), (file, pieces, count))
+REFUSE(int, fflush, WRITE, EOF, (FILE * file), (file))
+SPOIL(close, int file, file)
+SPOIL(fclose, FILE* file, file)
+REFUSE(int, fsync, FSYNC, -1, (int file), (file))
+REFUSE(int, fdatasync, FSYNC, -1, (int file), (file))
+REFUSE(int, rename, RENAME, -1, (const char* from, const char* to), (from, to))
+REFUSE(int, renameat, RENAME, -1, (int a, const char* from, int b, const char* to), (a, from, b, to))
+REFUSE(int, renameat2, RENAME, -1, (int a, const char* from, int b, const char* to, unsigned flags),
+       (a, from, b, to, flags))
+REFUSE(int, pthread_create, THREAD, EAGAIN,
+       (pthread_t * thread, const pthread_attr_t* how, void* (*body)(void*), void* argument),
+       (thread, how, body, argument))
+}
