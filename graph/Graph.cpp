@@ -103,7 +103,9 @@ Graph::Result Graph::Impl::Run(const RunOptions& options) {
   if (auto error = Build()) return {End::NOT_BUILT, 0, error, 0};
   wasRun = true;
   for (graph::RouteWatch& watch : watches) watch.SetPriority(options.realtimePriority);
-  if (!dumpFolder.empty()) live->SetDump(dumpFolder);
+  if (auto error = dumpFolder.empty() ? std::nullopt : live->SetDump(dumpFolder)) {
+    return {End::FAILURE, 0, error, 0};
+  }
   return graph::Runner(*plan, *live, events, log, options).Run();
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <sstream>
 #include <system_error>
 
@@ -157,8 +158,22 @@ Error LiveGraph::WhyFailed(std::size_t route, const std::vector<LogLine>& lines)
   return Reason(Refusals(route), lines, {which.at, which.name + " failed"});
 }
 
-void LiveGraph::SetDump(const std::string& folder) {
+// The name of a block that was given by path holds that path, and so does the name of its dump.
+std::optional<Error> LiveGraph::SetDump(const std::string& folder) {
+  for (std::size_t i = 0; i < blocks.size(); ++i) {
+    const Block* const block = blocks[i].block;
+    const std::size_t slash = block ? block->Name().rfind('/') : std::string::npos;
+    if (slash == std::string::npos) continue;
+    const std::string needed = folder + '/' + block->RouteName() + '-' + block->Name().substr(0, slash);
+    std::error_code problem;
+    std::filesystem::create_directories(needed, problem);
+    if (problem) {
+      return Error{graph.nodes[i].at, Who(graph.nodes[i]) + ": no folder for its dump: '" + needed +
+                                          "' cannot be made: " + problem.message()};
+    }
+  }
   for (Route* route : routes) route->SetDump(folder.c_str());
+  return std::nullopt;
 }
 
 const BlockCounters* LiveGraph::Counters(std::size_t node) const { return blocks[node].counters.get(); }

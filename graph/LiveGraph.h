@@ -28,7 +28,8 @@ class LiveGraph {
 
   std::optional<Error> Start(std::size_t route);
   std::optional<Error> Stop(std::size_t route);
-  void SetDump(const std::string& folder);
+  /** An error: a dump could not be written where its name says. Nothing is dumped then. */
+  std::optional<Error> SetDump(const std::string& folder);
   /** Makes a source end at its next frame. @return false from one without the kit. */
   bool EndStream(std::size_t node) { return vorn::EndStream(blocks[node].block) >= 0; }
 

@@ -2,6 +2,8 @@
 
 #include <dlfcn.h>
 
+#include <filesystem>
+
 namespace vorn::graph {
 namespace {
 
@@ -10,11 +12,19 @@ const BlockInfo* DescriptionIn(void* handle) {
   return describe ? describe() : nullptr;
 }
 
+/** The path without "..": blocks are named after it, and dumps after blocks, which so stay inside of their folder. */
+std::string Inward(const std::string& soFileName) {
+  if (soFileName.find("../") == soFileName.npos) return soFileName;
+  std::error_code problem;
+  const auto path = std::filesystem::canonical(soFileName, problem);
+  return problem ? soFileName : path.string();
+}
+
 }  // namespace
 
 // A bare name is looked for where the library looks: this program's run path names the same folder.
 Result<PlugIn> LoadedPlugIns::Find(const Word& name) {
-  const std::string soFileName = SoFileName(name.text);
+  const std::string soFileName = Inward(SoFileName(name.text));
   void* const handle = dlopen(soFileName.c_str(), RTLD_LAZY);
   if (!handle) {
     return Error{name.at, "no block '" + name.text + "': " + dlerror() + "; 'vorn-inspect' lists what there is"};

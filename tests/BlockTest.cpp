@@ -121,5 +121,12 @@ TEST_F(BlockTest, DumpsWhatItSends) {
   const std::string error = "D ~a: Unable to open /nonexistent/", end = " to dump data";
   EXPECT_EQ(Log::Take(), Lines(error + names[0] + end + "|" + error + names[1] + end));
   sendTo(folder.path, {2});
-  expectDumped();
+  thin.Disconnect();
+  Link anew("RouteA", "", 16000, SampleFormat::BYTE, 1, 3);
+  EXPECT_EQ(anew.Connect(&source.OutEp(31), &sink.InEp(0)), 0);
+  source.OutEp(31).Resize(2, "ab", -1);
+  bytes[1] += "ab";
+  source.OutEp(7).FB()->samples = 0;
+  source.CommitFrame();
+  expectDumped();  // in the file of the link before
 }

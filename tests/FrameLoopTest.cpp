@@ -142,7 +142,7 @@ TEST_F(RouteTest, KnowsWhoseCodeAThreadRuns) {
   Join(*route, block, block);
   route->SetParameter(block, 1, {});
   RunToEnd();
-  route->Delete(block);
+  route.reset();
   Lost::Tell("test");
   const std::string at = " RouteA @a|", none = " RouteA -|";
   EXPECT_EQ(Log::Take(), Lines("made RouteA libprobe.so|in" + at + "set" + at + "start" + at + "started" + none +

@@ -112,6 +112,16 @@ TEST_F(RouteTest, DumpsWhereItIsTold) {
   EXPECT_TRUE(Log::Take().ends_with(Lines("I ~Disabled dumping data")));
   const std::string dumped = ContentOf(folder.path + "RouteA-probe_src_0-O00-48000Hz-S16_LE-2ch.pcm");
   EXPECT_EQ(dumped.size(), 12u);  // a sample of call 1, and two of call 2
+
+  Log::Keep("W");
+  const std::string plugIns = std::getenv("LD_LIBRARY_PATH"), needed = folder.path + "RouteA-" + plugIns + "/";
+  Block* byPath = Load(*route, plugIns + "/libprobe.so", ALONE, "");
+  for (int round = 0; round < 2; ++round) {
+    route->SetDump(folder.path.c_str());
+    const std::string warning = "W ~" + byPath->Name() + ": Will not be dumped: there is no folder " + needed;
+    EXPECT_EQ(Log::Take(), round ? "" : Lines(warning + " to write to"));
+    std::filesystem::create_directories(needed);
+  }
 }
 
 // Sends, or expects, samples that carry their own number.

@@ -1,6 +1,8 @@
 // Start, stop, and the check of the graph.
 #include <pthread.h>
 
+#include <future>
+
 #include "testkit/RouteTest.h"
 
 const std::string STARTED = "I ~Started|OnStarted|I ~Status is RUNNING|";
@@ -71,21 +73,74 @@ TEST_F(RouteTest, AsksABlockAgainThatAnswersStartWithMoreThanZero) {
 }
 
 struct Refusal : Probe {
-  Refusal(bool isFirst, bool isLast, int result) : Probe(isFirst, isLast, "b") { startResult = result; }
-  int Start() override { return pthread_detach(pthread_self()), startResult; }  // nobody will join this thread
+  Refusal(bool isFirst, bool isLast, std::vector<int> newResults) : Probe(isFirst, isLast, "b"), results(newResults) {}
+  int Start() override {
+    const int result = results[std::min<std::size_t>(starts++, results.size() - 1)];
+    if (result < 0) pthread_detach(pthread_self());  // nobody will join this thread
+    return result;
+  }
+  std::vector<int> results;
 };
 
-// Red if the result of a start that no caller waits for is taken for what the thread does next, and tried again.
-TEST_F(RouteTest, EndsItsThreadWhenABlockAddedToItDoesNotStart) {
+// The four ways to a start that no caller waits for. Red if one's result is taken for what the thread does next, or is
+// tried again.
+TEST_F(RouteTest, EndsItsThreadWhenABlockDoesNotStartWithoutACaller) {
   static auto& lost = *new std::vector<RouteImpl*>;  // nothing that waits for these routes returns
-  for (int result : {-2, -20, -7}) {
-    lost.push_back(new RouteImpl("RouteL", nullptr, ""));
-    Add(*lost.back(), ALONE, "a");
-    EXPECT_EQ(lost.back()->Start(), 0);
-    Log::Keep("EI");
-    Add<Refusal>(*lost.back(), ALONE, result);
+  const auto expectLost = [](int result) {
     EXPECT_TRUE(WaitUntil([] { return TasksNamed("RouteL").empty(); }));
-    const std::string error = "E RouteL: Failed to start @b (ret=" + std::to_string(result) + ")";
-    EXPECT_EQ(Log::Take(), Lines("I RouteL: @b: Created|" + error));
+    EXPECT_TRUE(lost.back()->IsLost());
+    EXPECT_TRUE(Log::Take().ends_with(Lines("E RouteL: Failed to start @b (ret=" + std::to_string(result) + ")")));
+  };
+  const auto renew = [] { return lost.emplace_back(new RouteImpl("RouteL", nullptr, "")); };
+  for (int result : {-2, -20, -7}) {  // added
+    Add(*renew(), ALONE, "a");
+    EXPECT_EQ(lost.back()->Start(), 0);
+    Add<Refusal>(*lost.back(), ALONE, std::vector{result});
+    expectLost(result);
   }
+  RouteImpl* mine = renew();  // mended
+  EXPECT_EQ(mine->Start(), 0);
+  Add<Refusal>(*mine, ALONE, std::vector{-5});
+  expectLost(-5);
+  Add<Refusal>(*renew(), ALONE, std::vector{3, 3, 3, -6});  // asked again
+  lost.back()->Start();
+  expectLost(-6);
+  Refusal *a = Add<Refusal>(*(mine = renew()), ALONE, std::vector{0, -9}), *b = Add<Refusal>(*mine, ALONE, a->results);
+  std::max<Refusal*>(a, b)->stopResult = -8;  // after the other was stopped
+  EXPECT_EQ(mine->Start(), 0);
+  EXPECT_EQ(mine->Stop(), -8);
+  EXPECT_TRUE(WaitUntil([] { return TasksNamed("RouteL").empty(); }) && std::min<Refusal*>(a, b)->starts == 2);
+}
+
+struct Leaver : Probe {
+  Leaver(bool isFirst, bool isLast) : Probe(isFirst, isLast, "l") {}
+  ~Leaver() override { Log::Add("stops " + std::to_string(stops)); }
+};
+struct Thrower : Recorder {
+  void OnStopped(Route::StopReason) override { told.set_value(); }
+  std::promise<void> told;
+};
+
+// Red if a stop does otherwise than Block.h says, or what a callback throws goes further.
+TEST_F(RouteTest, StopsAsItsHeaderSays) {
+  Probe *slow = Add(*route, ALONE, "a"), *other = Add(*route, ALONE, "b");
+  slow->stopResult = 4;
+  for (int round = 1; round <= 2; ++round) {
+    EXPECT_EQ(route->Start() + route->Stop(), 0);
+    EXPECT_TRUE(slow->starts == 1 && slow->stops == round && other->starts == round && other->stops == round);
+  }
+  route->Start();
+  Block* leaver = Add<Leaver>(*route, ALONE);
+  route->Reset(leaver);  // it is started by now
+  Log::Keep("");
+  route->Delete(leaver);
+  EXPECT_EQ(Log::Take(), Lines("stops 0"));
+
+  Thrower thrower;
+  route.reset(), route = std::make_unique<RouteImpl>("RouteA", &thrower, "");
+  Log::Keep("E");
+  EXPECT_EQ(route->Start() + route->DeleteAll() + route->Stop(), 0);  // incomplete, and once more, and at last
+  const std::string thrown = "|E ~OnStopped() threw: std::future_error: Promise already satisfied";
+  EXPECT_EQ(Log::Take(), Lines("OnStarted|E ~No first block(s)|E ~No first block(s)" + thrown + thrown));
+  route.reset();
 }

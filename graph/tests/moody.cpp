@@ -2,14 +2,17 @@
 // file, which it finishes with a line of its own. It refuses, fails or sleeps where it is told to.
 #include <vorn/Plugin.h>
 
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <new>
 #include <stdexcept>
 
 class Moody : public vorn::PluginBlock {
  public:
-  enum : unsigned { SAMPLES, RATE, FILE_NAME, REFUSE, FAIL, SPOIL, TIMEOUT, SLEEP, MEASURE, LAST, BORN };
+  enum : unsigned { SAMPLES, RATE, FILE_NAME, REFUSE, FAIL, SPOIL, TIMEOUT, SLEEP, MEASURE, LAST, BORN, CRASH };
 
   explicit Moody(const vorn::Setup& setup) : PluginBlock(setup) {
     if (!Flag(BORN)) throw std::runtime_error("not today");
@@ -30,6 +33,7 @@ class Moody : public vorn::PluginBlock {
         .Takes(Parameter::Integer(SLEEP, "sleep", "ms", 0, 1e6).Default(0.0))
         .Takes(Parameter::Flag(MEASURE, "measure"))
         .Takes(Parameter::Flag(BORN, "born").Default(true))
+        .Takes(Parameter::Text(CRASH, "crash"))
         .Takes(Parameter::Reading(LAST, "last", "steps"));
   }
 
@@ -54,6 +58,7 @@ class Moody : public vorn::PluginBlock {
   }
 
   long Process() override {
+    if (!Text(CRASH).empty()) Crash();
     const timespec nap{Integer(SLEEP) / 1000, Integer(SLEEP) % 1000 * 1'000'000};
     nanosleep(&nap, nullptr);
     if (done >= Integer(FAIL)) return VORN_LOG_E("by the way"), Fail("a bad day");
@@ -87,6 +92,18 @@ class Moody : public vorn::PluginBlock {
   }
 
  private:
+  void Throw() const {
+    if (Text(CRASH) == "memory") throw std::bad_alloc();
+    throw std::runtime_error(Text(CRASH));
+  }
+  /** Without the kit's help, which would make a failure of what is thrown. */
+  void Crash() const noexcept {
+    if (Text(CRASH) == "trap") std::raise(SIGTRAP);
+    if (Text(CRASH) == "abort") std::abort();
+    if (Text(CRASH) == "exit") std::exit(0);
+    Throw();
+  }
+
   std::FILE* file = nullptr;
   long done = 0;
   bool timedOut = false;

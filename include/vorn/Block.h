@@ -89,7 +89,8 @@ enum FrameResult : long {
   FRAME_DONE_WITHOUT_OUTPUT = -3,  ///< Finished for this cycle; the blocks behind are not called for it.
   FRAME_TIMEOUT = -10,             ///< Waited too long: an error frame; every block is reset, the route goes on.
   FRAME_FAILED = -20,              ///< Stops the route with STOP_ERROR, as every negative value not named here.
-  FRAME_END_OF_FILE = -21,         ///< Nothing more to come: stops the route with STOP_END_OF_FILE.
+  FRAME_END_OF_FILE = -21,         ///< Nothing more to come: stops the route with STOP_END_OF_FILE. What the same call
+                                   ///< put on an output is lost: the last frame first, the end in the next cycle.
   FRAME_FADED_OUT = -22,           ///< Faded to silence: stops the route with STOP_REQUESTED.
 };
 
@@ -173,7 +174,8 @@ class VORN_API OutputEndpoint : public Endpoint {
  * destruction, hooks, parameters, ProcessFrame. A block needs no lock for its own data.
  *
  * No operation of a block may call an operation of its own route: that thread would wait for itself.
- * Nothing may throw out of a block.
+ * Nothing may throw out of a block. Where a caller waits for an answer (a block is made, linked, started, given a
+ * parameter), an exception is logged and counts as -20; elsewhere, ProcessFrame included, it ends the process.
  *
  * The virtual operations come first and in the order of their slots, which is part of the binary interface.
  */
@@ -207,8 +209,12 @@ class VORN_API Block {
    * Makes ready to run: check the streams, open files and devices, allocate. Called before the first
    * ProcessFrame() after a start of the route, or once the block was added to a running one.
    *
-   * @return 0, or anything else to refuse. A refusal while the client starts the route is the result of
-   * Route::Start(); one from a block that was added to a running route ends that route's thread.
+   * @return 0: started.
+   *         Negative: refused. While a client starts the route, that is the result of Route::Start(), and the blocks
+   *         started before this one stay started, without a Stop(), until the route has run. Where no client waits
+   *         for it, a refusal ends the route's thread: see Route::Start().
+   *         More than 0: not started, but the route runs: ProcessFrame() is called nevertheless, Start() once more
+   *         before each cycle until it answers something else, and Stop() not at all.
    */
   virtual int Start();
 
@@ -227,7 +233,16 @@ class VORN_API Block {
    */
   virtual long ProcessFrame() = 0;
 
-  /** Undoes Start(). @return 0; anything else leaves the block started, and the route is not stopped. */
+  /**
+   * Undoes Start(). Not called for a block that did not start, nor for one that is deleted while the route runs: its
+   * destructor has to do for both.
+   *
+   * @return 0: stopped.
+   *         Negative: the block stays started and the route goes on running, as far as its blocks are not stopped by
+   *         then: those start again. That is the result of Route::Stop().
+   *         More than 0: the block stays started and the route stops: the next start calls Start() of all others, the
+   *         next stop Stop() of this one too.
+   */
   virtual int Stop();
 
   /**

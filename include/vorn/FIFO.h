@@ -100,7 +100,9 @@ class VORN_API FIFO : public DataProducer, public DataConsumer {
   ~FIFO() override;
 
   int Produce(void* dst, long count, bool blocking, long* stamp) override = 0;
-  /** Ends the FIFO for good: every call, waiting ones included, returns -20 from now on. */
+  /**
+   * Ends the FIFO for good: every call returns -20 from now on. Of those that wait, one reader and one writer wake up.
+   */
   virtual void Shutdown() = 0;
   int Consume(const void* src, long count, bool blocking, long stamp) override = 0;
 

@@ -37,13 +37,17 @@ class VORN_API Route {
   /**
    * What a route tells its client. Derive, override what you need, and keep the object alive until OnExit returned.
    *
-   * Thread: the route's own. Be quick, and do not call operations of the same route from here.
+   * Thread: the route's own. Be quick, and do not call operations of the same route from here. What is thrown is
+   * logged, and changes nothing.
    */
   class VORN_API Callbacks {
    public:
     /** The route runs: all blocks are started, the first frame cycle comes next. */
     virtual void OnStarted();
-    /** The route stopped and all blocks are stopped. Comes again at every action while the graph stays incomplete. */
+    /**
+     * The route stopped, and its blocks were told to. Comes again at every action while the graph stays incomplete, and
+     * first of all right after the start of such a graph. Does not come when a block refuses to stop.
+     */
     virtual void OnStopped(StopReason reason);
     /** The route is being deleted: its last callback. */
     virtual void OnExit();
@@ -173,9 +177,14 @@ class VORN_API Route {
    * a block that is not first needs an input, one that is not last an output. Where that fails the route stops with
    * STOP_ERROR and waits; once an action mends the graph it runs on its own.
    *
-   * A block that is added while the route runs is started before the next frame cycle. If that fails, the route's
-   * thread ends: there is nobody to tell, and whatever waits for this route from then on waits for ever, DeleteRoute
-   * and the end of the process included. Add such a block while the route is stopped.
+   * Blocks are also started where no caller waits for it, before the next frame cycle. If such a start fails, the
+   * route's thread ends: there is nobody to tell, and whatever waits for this route from then on waits for ever,
+   * DeleteRoute included; the end of the process does not. Those are the starts
+   *
+   * - of a block that is added while the route runs (better add it while the route is stopped);
+   * - of all blocks, when an action mends an incomplete graph;
+   * - of a block that answered an earlier start with more than 0, and is asked again;
+   * - of the blocks that a stop had stopped before another block refused to.
    *
    * @return 0, also when it runs already, or the first negative result of a block's Start().
    */
@@ -189,11 +198,15 @@ class VORN_API Route {
   /** Makes a block forget what it holds and its endpoints read as empty. @return 0, or -20 as above. */
   virtual int Reset(Block* block) = 0;
 
-  /** Stops all blocks. @return 0, also when stopped already, or the first negative result of a block's Stop(). */
+  /**
+   * Stops all blocks. Where one refuses, the route runs on.
+   *
+   * @return 0, also when stopped already, or the first negative result of a block's Stop().
+   */
   virtual int Stop() = 0;
 
   /**
-   * Deletes a block with all its links, or one link. Allowed while the route runs.
+   * Deletes a block with all its links, or one link. Allowed while the route runs: Block::Stop() is not called then.
    *
    * @param instance the Block* or Link*. @return 0, or -20 when it is neither a block nor a link of this route.
    */
@@ -205,13 +218,18 @@ class VORN_API Route {
   /**
    * Writes what leaves every output from now on to a raw file in the folder `path`, such as
    * RouteA-gain_0-O00-48000Hz-S16_LE-2ch.pcm. nullptr ends it and closes the files. A file that cannot be opened is
-   * logged at level D, and tried again with the next frame.
+   * logged at level D, and tried again with the next frame; a block that was made from a path has that in its name, so
+   * its file needs a folder more, and a warning says so where that is missing.
+   *
+   * A file keeps its name and stays open over stops and starts, and when its output is linked anew: a stream of
+   * another rate or format goes on in the same file.
    */
   virtual void SetDump(const char* path) = 0;
 
   /**
    * Carries out several actions in order, with no other caller's action and no frame cycle between them, and returns
-   * after the last. Returns at once for null or a count of 0. A failed action does not keep the next ones back.
+   * after the last. Returns at once for null or a count of 0. A failed action does not keep the next ones back. Without
+   * memory for the batch none is carried out, and all results stay as they were.
    */
   virtual void ExecuteActions(Action* actions, std::size_t count) = 0;
 };

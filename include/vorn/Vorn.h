@@ -2,11 +2,15 @@
  * Vorn runs audio graphs inside your process.
  *
  *     #include <future>
+ *     #include <utility>
  *     #include <vorn/Vorn.h>
  *
  *     struct Ending : vorn::Route::Callbacks {
  *       std::promise<void> stopped;
- *       void OnStopped(vorn::Route::StopReason) override { stopped.set_value(); }
+ *       bool isTold = false;
+ *       void OnStopped(vorn::Route::StopReason) override {
+ *         if (!std::exchange(isTold, true)) stopped.set_value();  // it may come again
+ *       }
  *     } ending;
  *
  *     int main() {
@@ -19,7 +23,20 @@
  *     }
  *
  * Creations return nullptr and other calls a negative number on failure; the log says why. Nothing is thrown across
- * this interface but what the standard library throws where memory or threads run out.
+ * this interface but what the standard library throws where memory or threads run out: by Instance(), NewRoute() and
+ * NewFIFO(). A request to a route that finds no memory fails with the result that stands for all refusals.
+ *
+ * When the process exits, routes that run get a tenth of a second to stop; then all FIFOs are shut down, and the routes
+ * are stopped and deleted. What that cannot bring to an end:
+ *
+ * - a block that sleeps where nothing wakes it, in a device or a pipe say, or that does not return from Start() or
+ *   SetParameter(): the process waits for it. Stop such a route yourself, with whatever wakes its block.
+ * - a route that calls exit() itself, from a block or from Callbacks: it is left as it is, and no block of it is
+ *   stopped. So is a route whose thread has gone: see Route::Start().
+ *
+ * FIFOs stay where they are, shut down, for threads that still use them. A child of fork() has none of the threads: it
+ * must not use the framework, and leaves it alone when it exits. Let it end by exec() or _exit(): exit() writes once
+ * more what open dump files hold back.
  *
  * The first call of Instance() reads /etc/vorn.conf:
  *
@@ -52,14 +69,17 @@ class VORN_API Vorn {
    * Makes a route; its thread waits for actions at once.
    *
    * @param name RouteA to RouteZ, not in use. @param callbacks may be null; not owned.
-   * @return the route, valid until DeleteRoute, or nullptr: the log says why.
+   * @return the route, or nullptr: the log says why. Valid until DeleteRoute; or until an operator deletes it at the
+   *         console, of which only OnExit tells. The same goes for its blocks and links.
+   * Throws std::system_error where no thread can be made, std::bad_alloc without memory; there is no route then.
    * Thread: one controlling thread makes and deletes routes and FIFOs.
    */
   virtual Route* NewRoute(const char* name, Route::Callbacks* callbacks) = 0;
 
   /**
    * Stops the route, deletes its blocks and links, ends its thread, unloads its plug-ins. Waits for all of it, so wake
-   * blocks that sleep in a FIFO first (FIFO::Shutdown). Null is ignored; a stranger is logged.
+   * blocks that sleep in a FIFO first (FIFO::Shutdown). A cycle without an end, of blocks that stay pending or form a
+   * loop, is cut off. Null is ignored; a stranger is logged: a route that is gone already, for one.
    */
   virtual void DeleteRoute(Route* route) = 0;
 

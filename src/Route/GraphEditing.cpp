@@ -1,4 +1,5 @@
 #include <dlfcn.h>
+#include <unistd.h>
 
 #include <exception>
 #include <memory>
@@ -84,6 +85,7 @@ Block* RouteImpl::NewBlock_l(const std::string& soFileName, bool first, bool las
   soHandles.reserve(soHandles.size() + 1);
   EnterBlock_l(*block);
   soHandles.push_back(handle.release());
+  WarnOfDump_l(*block);
   return block.release();
 }
 
@@ -260,6 +262,19 @@ void RouteImpl::SetDump_l(const char* path) {
   dumpPath = path;
   if (!dumpPath.empty() && dumpPath.back() != '/') dumpPath += '/';
   LOG_I("%s: Enabled dumping data to %s", name.c_str(), dumpPath.c_str());
+  for (const Block* block : blocks) WarnOfDump_l(*block);
+}
+
+// A block made from a path has it in its name, so its file lies in a folder that nobody may have made. Files that
+// cannot be opened are no error, but here all of them are known beforehand.
+void RouteImpl::WarnOfDump_l(const Block& block) const {
+  const std::size_t slash = block.name.rfind('/');
+  if (dumpPath.empty() || slash == std::string::npos) return;
+  const std::string folder = dumpPath + name + "-" + block.name.substr(0, slash + 1);
+  if (access(folder.c_str(), W_OK) != 0) {
+    LOG_FROM('W', "SetDump_l", "%s: %s: Will not be dumped: there is no folder %s to write to", name.c_str(),
+             block.name.c_str(), folder.c_str());
+  }
 }
 
 void* RouteImpl::FindInstance(const std::string& instanceName) const {

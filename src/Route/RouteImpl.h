@@ -130,6 +130,7 @@ class RouteImpl : public Route {
   int DeleteAll_l();
   void SetDump_l(const char* path);
   bool NameBlock_l(Block& block, const std::string& baseName);
+  void WarnOfDump_l(const Block& block) const;
   void EnterBlock_l(Block& block);
   void RemoveBlock_l(Block& block);
   void DestroyLink_l(Link* link);

@@ -4,12 +4,16 @@
 #include <chrono>
 #include <cstdio>
 #include <future>
+#include <utility>
 
 using vorn::Route;
 
 struct Callbacks : Route::Callbacks {
   std::promise<Route::StopReason> stopped;
-  void OnStopped(Route::StopReason reason) override { stopped.set_value(reason); }
+  bool isTold = false;
+  void OnStopped(Route::StopReason reason) override {
+    if (!std::exchange(isTold, true)) stopped.set_value(reason);
+  }
 };
 
 static int Fail(const char* what) {

@@ -260,6 +260,40 @@ TEST_F(VornRun, ChecksShowsAndDumpsAGraph) {
   EXPECT_EQ(Contents("x/y/RouteA-moody_0-O00-1000Hz-S32_LE-1ch.pcm").size(), 32U);
 }
 
+// Red if a dump is not where the name of its block says, or outside of its folder.
+TEST_F(VornRun, DumpsBlocksThatAreGivenByPath) {
+  fs::create_symlink(MOODY, "libmoody.so");
+  const std::string above = "../" + folder.filename().string() + "/libmoody.so";
+  for (const std::string& path : {std::string("./libmoody.so"), above, std::string(MOODY)}) {
+    fs::remove_all("d");
+    EXPECT_EQ(Run({"-e", path + " 8 ! moody", "--dump", "d"}).status, 0) << path;
+    std::vector<fs::path> dumps;
+    for (const auto& entry : fs::recursive_directory_iterator("d")) {
+      if (entry.path().extension() == ".pcm") dumps.push_back(entry.path());
+    }
+    ASSERT_EQ(dumps.size(), 1U) << path;
+    EXPECT_TRUE(dumps[0].filename() == "libmoody_0-O00-1000Hz-S32_LE-1ch.pcm" && fs::file_size(dumps[0]) == 32);
+  }
+}
+
+// Red if the route, the block or what it did is not named, a crash has no signal for its end, or an end by a plug-in
+// looks like a good one.
+TEST_F(VornRun, NamesTheBlockThatBringsItDown) {
+  const struct {
+    const char *crash, *line;
+    int status;
+  } cases[] = {{"trap", " crashed: Trace/breakpoint trap", -SIGTRAP},
+               {"abort", " crashed: Aborted", -SIGABRT},
+               {"oh dear", " threw: oh dear", -SIGABRT},
+               {"memory", ": out of memory", 1},
+               {"exit", " ended the process", 1}};
+  for (const auto& [crash, line, status] : cases) {
+    const Ended ended = Run({"-e", "moody ! moody crash='" + std::string(crash) + "'"});
+    EXPECT_EQ(ended.status, status) << crash;
+    EXPECT_EQ(ended.err, "vorn-run: RouteA: block 'moody_1'" + std::string(line) + "\n");
+  }
+}
+
 TEST_F(VornRun, ItsManualKnowsEveryOptionOfItsHelp) {
   std::istringstream help(Run({"--help"}).out);
   std::string manual = Contents(VORN_RUN_MANUAL);
