@@ -2,6 +2,8 @@
 //
 // Blocking, it waits for room and so runs at the reader's pace. Not blocking, it never waits: a FIFO that overflows
 // loses the older half of what it holds. Once its reader has ended or the FIFO is shut down, the stream ends here.
+#include <string>
+
 #include <vorn/Plugin.h>
 
 namespace {
@@ -32,7 +34,10 @@ class FifoSink : public vorn::PluginBlock {
   long Process() override {
     const long stamp = In().timestamp >= 0 ? In().timestamp : vorn::NO_FIFO_STAMP;
     const long put = Put(In().data, In().samples, Flag(BLOCKING), stamp);
-    return put < 0 ? vorn::FRAME_END_OF_FILE : vorn::FRAME_DONE;
+    if (put == In().samples) return vorn::FRAME_DONE;
+    if (put >= 0)
+      Lose("interrupted while the FIFO was full; the last " + std::to_string(In().samples - put) + " samples are lost");
+    return vorn::FRAME_END_OF_FILE;
   }
 };
 

@@ -40,7 +40,7 @@ class FifoSource : public vorn::PluginBlock {
     const long frame = Out().samplesPerFrame;
     long stamp = -1;
     const long got = Flag(WHOLE) || !Flag(BLOCKING) ? Take(Out().data, frame, Flag(BLOCKING), &stamp) : TakeAny(stamp);
-    if (got < 0) return vorn::FRAME_END_OF_FILE;
+    if (got <= 0) return vorn::FRAME_END_OF_FILE;  // 0: interrupted
     Out().samples = got;
     Out().timestamp = std::max(stamp, -1L);
     return vorn::FRAME_DONE;

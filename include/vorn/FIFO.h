@@ -166,6 +166,18 @@ class VORN_API FIFO : public DataProducer, public DataConsumer {
   /** A snapshot. Thread: any. Waiting: never, save for the lock. */
   virtual FIFOState State() const = 0;
 
+  /**
+   * Brings the reader back: Take waits no more, until ResumeReading(). It returns what it has by then, which is less
+   * than `count` and may be 0; all that stays in the FIFO is there for a later one. Produce knows no interrupt.
+   *
+   * Thread: any; a second call changes nothing. Waiting: never, save for the lock.
+   */
+  virtual void InterruptReading() = 0;
+  /** The same for Put, which returns how many samples are in: the others are the caller's still. */
+  virtual void InterruptWriting() = 0;
+  virtual void ResumeReading() = 0;
+  virtual void ResumeWriting() = 0;
+
   std::string name;  ///< fifo_0, fifo_1 and so on: given by the framework, read by the console. Do not change it.
 };
 

@@ -135,6 +135,18 @@
  * block of the kit (a gain, say) in between.
  *
  *
+ * Waiting
+ *
+ * A block that waits sets the pace of its route, and holds up whoever stops it. So a host can interrupt a block, from
+ * any thread (see InterruptBlock), and the block waits for that too, in Prepare(), Process(), Drain() and Release():
+ *
+ *     if (Interruption().Await(descriptor, POLLIN) != vorn::Interrupt::READY) return vorn::FRAME_END_OF_FILE;
+ *
+ * Take() and Put() come back by themselves, with less than was asked for. A source then gives what it has, and ends. A
+ * sink gets rid of what needs no waiting; it loses the rest, says so with Lose(), and answers FRAME_END_OF_FILE, so
+ * that the other sinks of the graph get their streams to the end. What a Prepare() waits for, it refuses.
+ *
+ *
  * FIFOs
  *
  * AttachProducer and AttachConsumer hand a block its side of a FIFO. Say ReadsFifo() or WritesFifo() in the
@@ -157,6 +169,7 @@
 #include <vorn/kit/Description.h>
 #include <vorn/kit/Exports.h>
 #include <vorn/kit/InputQueue.h>
+#include <vorn/kit/Interrupt.h>
 #include <vorn/kit/Log.h>
 #include <vorn/kit/Parameters.h>
 #include <vorn/kit/PluginBlock.h>

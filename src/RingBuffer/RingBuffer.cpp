@@ -232,6 +232,7 @@ long RingBuffer::Take(void* dst, long count, bool blocking, long* stamp) {
   const long taken = TakePieces_l(lock, bytes, count, blocking, stamp);
   if (shutdown) return SHUT_DOWN;
   if (writingEnded) return taken == 0 && Count_l() == 0 ? FRAME_END_OF_FILE : taken;
+  if (blocking) return taken;  // all, or what there was at an interrupt
   lock.unlock();
   Silence(bytes, taken, count);
   return count;
@@ -246,7 +247,7 @@ long RingBuffer::TakePieces_l(Lock& lock, unsigned char* dst, long count, bool b
       CopyOut_l(dst + static_cast<std::size_t>(taken) * sampleSize, n);
       taken += n;
       spaceCond.notify_one();
-    } else if (blocking && !writingEnded) {
+    } else if (blocking && !writingEnded && !readingInterrupted) {
       Sleep(dataCond, lock, inTake);
     } else {
       break;
@@ -258,23 +259,27 @@ long RingBuffer::TakePieces_l(Lock& lock, unsigned char* dst, long count, bool b
 long RingBuffer::Put(const void* src, long count, bool blocking, long stamp) {
   const auto* bytes = static_cast<const unsigned char*>(src);
   Lock lock(mutex);
-  if (blocking) PutPieces_l(lock, bytes, count, stamp);
+  const long put = blocking ? PutPieces_l(lock, bytes, count, stamp) : 0;
   if (shutdown) return SHUT_DOWN;
   if (readingEnded) return FRAME_END_OF_FILE;
-  return blocking ? count : OverWrite_l(lock, bytes, count, stamp, (slots - 1) / 2);
+  return blocking ? put : OverWrite_l(lock, bytes, count, stamp, (slots - 1) / 2);
 }
 
-void RingBuffer::PutPieces_l(Lock& lock, const unsigned char* src, long count, long stamp) {
-  while (count > 0 && !shutdown && !readingEnded) {
-    const long n = std::min(Space_l(), count);
+long RingBuffer::PutPieces_l(Lock& lock, const unsigned char* src, long count, long stamp) {
+  long put = 0;
+  while (put < count && !shutdown && !readingEnded) {
+    const long n = std::min(Space_l(), count - put);
     if (n > 0) {
       src = CopyIn_l(src, n, stamp);
-      count -= n;
+      put += n;
       dataCond.notify_one();
-    } else {
+    } else if (!writingInterrupted) {
       Sleep(spaceCond, lock, inPut);
+    } else {
+      break;
     }
   }
+  return put;
 }
 
 void RingBuffer::EndWriting() {
@@ -303,11 +308,33 @@ void RingBuffer::BeginReading() {
   readingEnded = false;
 }
 
+void RingBuffer::InterruptReading() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  readingInterrupted = true;
+  dataCond.notify_all();
+}
+
+void RingBuffer::InterruptWriting() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  writingInterrupted = true;
+  spaceCond.notify_all();
+}
+
+void RingBuffer::ResumeReading() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  readingInterrupted = false;
+}
+
+void RingBuffer::ResumeWriting() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  writingInterrupted = false;
+}
+
 // A thread that was woken still counts as a sleeper until it runs: so what it waits for decides as well.
 FIFOState RingBuffer::State() const {
   const std::lock_guard<std::mutex> lock(mutex);
-  const bool reading = inRead > 0 || (inTake > 0 && !writingEnded);
-  const bool writing = inWrite > 0 || (inPut > 0 && !readingEnded);
+  const bool reading = inRead > 0 || (inTake > 0 && !writingEnded && !readingInterrupted);
+  const bool writing = inWrite > 0 || (inPut > 0 && !readingEnded && !writingInterrupted);
   return {.count = Count_l(),
           .capacity = Capacity(),
           .readerSleeps = reading && Count_l() == 0 && !shutdown,

@@ -35,6 +35,10 @@ class RingBuffer final : public FIFO {
   void BeginWriting() override;
   void BeginReading() override;
   FIFOState State() const override;
+  void InterruptReading() override;
+  void InterruptWriting() override;
+  void ResumeReading() override;
+  void ResumeWriting() override;
 
   /** Shutdown(), for however many threads sleep here. */
   void ShutdownForAll();
@@ -56,7 +60,7 @@ class RingBuffer final : public FIFO {
   long Write_l(Lock& lock, const unsigned char* src, long count, bool blocking, long& stamp);
   long OverWrite_l(Lock& lock, const unsigned char* src, long count, long stamp, long skip);
   long TakePieces_l(Lock& lock, unsigned char* dst, long count, bool blocking, long* stamp);
-  void PutPieces_l(Lock& lock, const unsigned char* src, long count, long stamp);
+  long PutPieces_l(Lock& lock, const unsigned char* src, long count, long stamp);
   void ReportStamp_l(long* stamp) const;
   const unsigned char* CopyIn_l(const unsigned char* src, long count, long& stamp);
   void Stamp_l(long count, long& stamp);
@@ -79,6 +83,8 @@ class RingBuffer final : public FIFO {
   bool shutdown = false;
   bool writingEnded = false;
   bool readingEnded = false;
+  bool readingInterrupted = false;
+  bool writingInterrupted = false;
   unsigned long long moves = 0;
   // Threads that sleep, by operation: an end wakes those in Take and Put alone.
   int inRead = 0, inTake = 0;

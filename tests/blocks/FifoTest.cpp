@@ -114,6 +114,44 @@ TEST_F(FifoTest, AWriterEndsWithItsReader) {
   EXPECT_EQ(taken, Count(1000));
 }
 
+// Red if an interrupt does not reach a side that sleeps, loses what was read, hides what is lost, lets a block start,
+// or holds on after the stop that it made.
+TEST_F(FifoTest, AnInterruptBringsEitherSideBack) {
+  Open(700);
+  Read(480);
+  Samples samples = Count(600);
+  for (const long count : {600, 100}) {
+    fifo->Consume(samples.data(), count, true, 0);
+    ASSERT_EQ(graph->Start(), 0);
+    while (!fifo->State().readerSleeps) std::this_thread::yield();
+    EXPECT_EQ(vorn::InterruptBlock(fifo->reader), 0);
+    EXPECT_EQ(graph.Wait(), END_OF_FILE);
+    EXPECT_EQ(Graph::Recorded16(sink), Count(count));
+    Graph::FramesOf(sink).clear();
+  }
+  graph->DeleteAll();
+
+  fifo->BeginReading();
+  Write(Count(20000));
+  vorn::BlockCounters counters;
+  vorn::Block* const writer = fifo->writer;
+  EXPECT_EQ(vorn::AttachCounters(writer, &counters), 0);
+  vorn::InterruptBlock(writer);
+  EXPECT_LT(graph->Start(), 0);
+  vorn::ResumeBlock(writer);
+  ASSERT_EQ(graph->Start(), 0);
+  while (!fifo->State().writerSleeps) std::this_thread::yield();
+  vorn::InterruptBlock(writer);
+  EXPECT_EQ(graph.Wait(), END_OF_FILE);
+  EXPECT_EQ(counters.losses, 1U);
+  std::vector<std::string> refusal;
+  graph->GetParameter(writer, vorn::PARAMETER_REFUSAL, refusal);
+  ASSERT_EQ(refusal.size(), vorn::REFUSAL_TEXTS);
+  EXPECT_NE(refusal[vorn::REFUSAL_TEXT].find("260 samples are lost"), std::string::npos) << refusal[vorn::REFUSAL_TEXT];
+  EXPECT_EQ(fifo->Take(samples.data(), 600, true, nullptr), 600);
+  EXPECT_EQ(samples, Count(600));
+}
+
 // Red if a block that must not wait does, or does not say that samples are missing.
 TEST_F(FifoTest, BlocksThatDoNotWaitDropAndFillUp) {
   Open(1000);

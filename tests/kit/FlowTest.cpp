@@ -45,6 +45,7 @@ class Bench final : public vorn::FlowOwner {
     return result;
   }
 
+  bool IsInterrupted() const override { return isInterrupted; }
   long Process() override {
     if (flow.Inputs().empty()) return Play();
     const long samples = flow.In(0).samples;
@@ -83,6 +84,7 @@ class Bench final : public vorn::FlowOwner {
   long toPlay = 0;
   bool mayArrive = false;
   int overs = 0;
+  bool isInterrupted = false;
   int warnings = 0;
   std::vector<std::uint8_t> held;
   std::set<std::pair<std::size_t, Request>> asked;
@@ -243,7 +245,7 @@ TEST(Flow, TheRouteIsOverWhenAllSourcesEndedAndNothingIsHeld) {
 
   Bench asked(0, 1);
   asked.toPlay = 9;
-  asked.flow.AskToEnd();
+  asked.isInterrupted = true;
   asked.Run();
   EXPECT_EQ(asked.Run(), vorn::FRAME_END_OF_FILE);
   EXPECT_EQ(asked.toPlay, 9);

@@ -9,6 +9,7 @@
 
 #include <vorn/Block.h>
 #include <vorn/FIFO.h>
+#include <vorn/kit/Interrupt.h>
 #include <vorn/kit/Marks.h>
 
 namespace vorn {
@@ -49,8 +50,12 @@ enum KitCommand : unsigned {
   KIT_GET_VERSION = 0x564B0002,      ///< Answers KIT_VERSION. `arg` is not used.
   KIT_ATTACH_COUNTERS = 0x564B0003,  ///< `arg` is the BlockCounters* to count into, or null to let go of it. 0.
 
-  KIT_END_STREAM = 0x564B0004,  ///< Makes a source end. `arg` is not used. 0; -20 from a block with inputs.
+  KIT_END_STREAM = 0x564B0004,  ///< Makes a source end. `arg` is not used. 0; -20 from a block that is not first.
   KIT_FOLLOW = 0x564B0005,      ///< Makes a source a follower: see FollowLoop. `arg` is not used. 0.
+
+  KIT_INTERRUPT = 0x564B0006,  ///< Brings the block back from its waits: see InterruptBlock. `arg` is not used. 0.
+  KIT_RESUME = 0x564B0007,     ///< Takes that back. `arg` is not used. 0.
+  KIT_ATTACH_INTERRUPT = 0x564B0008,  ///< `arg` is the Interrupt* to obey, or null for the block's own. 0.
 
   KIT_REQUEST = 0x564B0010,  ///< Between blocks of one route, on its thread. `arg` is a KitRequest*.
 };
@@ -79,6 +84,8 @@ struct BlockCounters {
   std::atomic<std::uint64_t> frames{0};   ///< With samples in them.
   std::atomic<std::uint64_t> samples{0};  ///< Given out at the first output; taken in, where there is no output.
   std::atomic<std::uint64_t> resets{0};   ///< One for every error frame of the route.
+  std::atomic<std::uint64_t> losses{0};   ///< Times that it lost something and went on: PARAMETER_REFUSAL says what.
+  std::atomic<bool> deleted{false};       ///< The block is gone, whoever deleted it.
 
   /** By the one thread that writes. */
   static void Add(std::atomic<std::uint64_t>& count, std::uint64_t more) {
@@ -101,10 +108,37 @@ inline int AttachCounters(Block* block, BlockCounters* counters) { return block-
 constexpr long NO_FIFO_STAMP = std::numeric_limits<long>::min() / 2;
 
 /**
- * Makes a source say at its next frame that its stream is over, as if there were no more: what the blocks behind it
- * hold still comes out, and the route ends when all its sources have ended. From any thread, while the route runs.
+ * Interrupts a block: what it waits for, a descriptor, a FIFO (in FIFO::Take and FIFO::Put) or a device, it waits for
+ * no longer, until it was stopped or ResumeBlock() is called.
  *
- * @return 0, or -20 from a block with inputs or without the kit.
+ * - A source ends its stream: everything that it has read goes through, as after EndStream().
+ * - A block in the middle takes what is there.
+ * - A sink goes on with what needs no waiting. From the first wait on it takes nothing more; what it cannot get rid of
+ *   is lost, and it says so: see BlockCounters::losses.
+ * - A block that is about to start refuses to, also in the middle of it: a named pipe that nobody opens.
+ *
+ * A start that was refused is no stop: ResumeBlock() before the next one. While the block exists; from any thread.
+ *
+ * @return 0, or -20 from a block without the kit.
+ */
+inline int InterruptBlock(Block* block) { return block->ioctl(KIT_INTERRUPT, nullptr); }
+inline int ResumeBlock(Block* block) { return block->ioctl(KIT_RESUME, nullptr); }
+
+/**
+ * Gives a block an Interrupt of its host in place of its own, or nullptr to take it away. It outlives the block, and a
+ * stop does not clear it: for a host under which somebody else may delete the block, or start it again. It does not
+ * reach a wait in a FIFO: there the host calls FIFO::InterruptReading and its like itself. While the route is stopped.
+ *
+ * @return 0, or -20 from a block without the kit.
+ */
+inline int AttachInterrupt(Block* block, Interrupt* interrupt) { return block->ioctl(KIT_ATTACH_INTERRUPT, interrupt); }
+
+/**
+ * Makes a source say at its next frame that its stream is over, as if there were no more: what the blocks behind it
+ * hold still comes out, and the route ends when all its sources have ended. A source that waits comes back for it:
+ * this is InterruptBlock() for sources. From any thread.
+ *
+ * @return 0, or -20 from a block that is not first or without the kit.
  */
 inline int EndStream(Block* block) { return block->ioctl(KIT_END_STREAM, nullptr); }
 

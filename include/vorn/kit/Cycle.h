@@ -59,7 +59,6 @@ inline void Flow::Link(std::vector<Port> newInputs, std::vector<Port> newOutputs
 inline void Flow::Start() {
   started = true;
   ended = quit = false;
-  endAsked.store(false, std::memory_order_relaxed);
   unwanted = 0;
   movesSeen = 0;
   idleCycles = 0;

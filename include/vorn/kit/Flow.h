@@ -25,7 +25,6 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -50,6 +49,9 @@ class FlowOwner {
   virtual bool HoldsFrame() const = 0;
   virtual bool Drives(std::size_t input) const = 0;
 
+  /** Whether the host wants this block to wait no more, and a source to end. */
+  virtual bool IsInterrupted() const = 0;
+
   /** Passes a request on to the block before an input. @return what that block's Flow::Hear answers; -20 without the kit. */
   virtual int Ask(std::size_t input, Request request) = 0;
   /** Whether a frame may still reach this input in the running cycle: asked only beside blocks without the kit. */
@@ -67,7 +69,7 @@ class FlowOwner {
   ~FlowOwner() = default;
 };
 
-/** The frames, queues and marks of one block. Thread: the route's, but for AskToEnd. Real time: Run allocates only where a queue outgrows all before. */
+/** The frames, queues and marks of one block. Thread: the route's. Real time: Run allocates only where a queue outgrows all before. */
 class Flow {
  public:
   /** One linked endpoint. */
@@ -108,8 +110,6 @@ class Flow {
   long Run();
   /** A request from the block behind an output. @return 1 where all sources concerned obey; 0 where one does not. */
   int Hear(std::size_t output, Request request);
-  /** Makes a source end at its next frame. From any thread. */
-  void AskToEnd() { endAsked.store(true, std::memory_order_relaxed); }
 
   /** The frame at an input that is being worked on. */
   const FrameBuffer& In(std::size_t input) const { return *frames[input]; }
@@ -135,7 +135,7 @@ class Flow {
   bool SourcesLead(std::size_t input) { return board->followers == 0 || owner.Ask(input, Request::LEADS) != 0; }
 
   long RunSource();
-  bool MustEnd() const { return IsUnwanted() || endAsked.load(std::memory_order_relaxed); }
+  bool MustEnd() const { return IsUnwanted() || owner.IsInterrupted(); }
   long RunInputs();
   bool AllArrived() const;
   bool MayMoreArrive() const;
@@ -176,7 +176,6 @@ class Flow {
   RouteBoard* board = &ownBoard;
   bool keepsFrameSize = false;
   bool follows = false;
-  std::atomic<bool> endAsked{false};
 
   // Fixed while no link changes.
   std::vector<Port> inputs;

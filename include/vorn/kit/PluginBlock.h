@@ -3,6 +3,7 @@
 #define VORN_KIT_PLUGIN_BLOCK_H
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -17,6 +18,7 @@
 #include <vorn/kit/Conventions.h>
 #include <vorn/kit/Cycle.h>
 #include <vorn/kit/Description.h>
+#include <vorn/kit/Interrupt.h>
 #include <vorn/kit/Log.h>
 #include <vorn/kit/Parameters.h>
 #include <vorn/kit/Refusal.h>
@@ -130,14 +132,26 @@ class PluginBlock : public Block, protected FlowOwner {
   /** The FIFO side that the block reads or writes; null where its host has not handed it one. */
   DataProducer* Producer() const { return producer; }
   DataConsumer* Consumer() const { return consumer; }
-  /** FIFO::Take and FIFO::Put on it. A side that is no FIFO of the library has no end but its shutdown. */
+  /**
+   * FIFO::Take and FIFO::Put on it. Where an interrupt cuts the wait short they return what was moved by then, which
+   * may be 0. A side that is no FIFO of the library has no end but its shutdown, and no interrupt.
+   */
   long Take(void* to, long count, bool blocking, long* stamp);
   long Put(const void* from, long count, bool blocking, long stamp);
   /** Samples that Take gives without waiting, as far as the side tells. */
   long Waiting() const { return fifoToRead != nullptr ? fifoToRead->State().count : 0; }
 
+  /** Brings the block back from its waits: whatever waits here waits with it. */
+  Interrupt& Interruption() const { return *interrupt.load(std::memory_order_relaxed); }
+  bool IsInterrupted() const final { return Interruption().IsRaised(); }
+
   /** Logs and keeps why this block refuses something. On the route's thread. @return -20. */
   int Refuse(const Refusal& refusal);
+  /**
+   * The same for what is lost while the stream goes on or comes to an orderly end: the host hears of it when the route
+   * has ended. A sink that was interrupted: `return Lose("nobody reads the pipe"), FRAME_END_OF_FILE;` in Process.
+   */
+  void Lose(const Refusal& refusal);
   /** The same where the block cannot go on: `return Fail("the device is gone");` in Process and Drain. @return FRAME_FAILED. */
   long Fail(const Refusal& refusal);
   /**@}*/
@@ -179,6 +193,8 @@ class PluginBlock : public Block, protected FlowOwner {
   void Count(long arrived);
   void Attach(DataProducer* newProducer);
   void Attach(DataConsumer* newConsumer);
+  void RaiseInterrupt();
+  void ClearInterrupt();
 
   Description description;
   Parameters parameters;
@@ -187,8 +203,10 @@ class PluginBlock : public Block, protected FlowOwner {
   FIFO* fifoToRead = nullptr;  // the producer, where it is one
   FIFO* fifoToWrite = nullptr;
   BlockCounters* counters = nullptr;
-  Refusal lastRefusal;         // since the last link or start that was not refused
-  std::int64_t refusedAt = 0;  // in microseconds of the monotonic clock
+  Interrupt ownInterrupt;
+  std::atomic<Interrupt*> interrupt{&ownInterrupt};  // or the host's
+  Refusal lastRefusal;                               // since the last link or start that was not refused
+  std::int64_t refusedAt = 0;                        // in microseconds of the monotonic clock
   bool running = false;
   bool isSpoilt = false;                           // Release failed
   bool warned = false;                             // of samples that are lost beside a block without the kit
@@ -208,6 +226,7 @@ inline PluginBlock::PluginBlock(Setup setup)
 inline PluginBlock::~PluginBlock() {
   AttachProducer(this, nullptr);
   AttachConsumer(this, nullptr);
+  if (counters != nullptr) counters->deleted.store(true, std::memory_order_relaxed);
 }
 
 inline void PluginBlock::Extend(const std::vector<Parameter>& more) {
@@ -235,6 +254,11 @@ inline int PluginBlock::Refuse(const Refusal& refusal) {
 inline long PluginBlock::Fail(const Refusal& refusal) {
   Refuse(refusal);
   return FRAME_FAILED;
+}
+
+inline void PluginBlock::Lose(const Refusal& refusal) {
+  Refuse(refusal);
+  if (counters != nullptr) BlockCounters::Add(counters->losses, 1);
 }
 
 inline int PluginBlock::Accept() {
@@ -370,6 +394,7 @@ inline int PluginBlock::Start() {
     Accept();
     isSpoilt = false;
     if (IsUnlinked()) return 0;
+    if (IsInterrupted()) return Refuse("the host of this graph stops it, or is done with it");
     const Refusal refusal = CheckAllStreams();
     if (!refusal.empty()) return Refuse(refusal);
     RememberStreams();
@@ -389,12 +414,18 @@ inline int PluginBlock::Start() {
 // A route whose block does not stop runs on. One that could not undo its Prepare has nothing to run with: it fails at
 // the next frame, and then lets its route stop.
 inline int PluginBlock::Stop() {
-  if (!running) return 0;
+  const bool isOwn = interrupt == &ownInterrupt;
+  if (!running) {
+    if (isOwn) ClearInterrupt();
+    return 0;
+  }
   try {
     const int ret = isSpoilt ? 0 : Release();
     isSpoilt = ret != 0;
     running = isSpoilt;
-    if (!running) flow.Stop();
+    if (running) return ret;
+    flow.Stop();
+    if (isOwn) ClearInterrupt();
     return ret;
   } catch (const std::exception& e) {
     isSpoilt = true;
@@ -510,7 +541,10 @@ inline int PluginBlock::ioctl(unsigned int cmd, void* arg) {
       const auto& message = *static_cast<const KitRequest*>(arg);
       return flow.Hear(message.output, message.request);
     }
-    case KIT_END_STREAM: return IsFirst() ? (flow.AskToEnd(), 0) : -20;
+    case KIT_END_STREAM: return IsFirst() ? (RaiseInterrupt(), 0) : -20;
+    case KIT_INTERRUPT: return RaiseInterrupt(), 0;
+    case KIT_RESUME: return ClearInterrupt(), 0;
+    case KIT_ATTACH_INTERRUPT: return interrupt = arg != nullptr ? static_cast<Interrupt*>(arg) : &ownInterrupt, 0;
     case KIT_FOLLOW: return flow.Follow(), 0;
     case KIT_ATTACH_PRODUCER:
       if ((description.flags & BLOCK_READS_FIFO) == 0) return -20;
@@ -521,6 +555,21 @@ inline int PluginBlock::ioctl(unsigned int cmd, void* arg) {
     case KIT_ATTACH_COUNTERS: return counters = static_cast<BlockCounters*>(arg), 0;
     default: return -20;
   }
+}
+
+// Interrupts
+
+// The interrupt first: a block that is back from the FIFO finds it raised.
+inline void PluginBlock::RaiseInterrupt() {
+  Interruption().Raise();
+  if (fifoToRead != nullptr) fifoToRead->InterruptReading();
+  if (fifoToWrite != nullptr) fifoToWrite->InterruptWriting();
+}
+
+inline void PluginBlock::ClearInterrupt() {
+  Interruption().Clear();
+  if (fifoToRead != nullptr) fifoToRead->ResumeReading();
+  if (fifoToWrite != nullptr) fifoToWrite->ResumeWriting();
 }
 
 // FIFOs
@@ -546,6 +595,7 @@ inline void PluginBlock::OnOver() {
 inline void PluginBlock::Attach(DataProducer* newProducer) {
   Block* const self = this;
   if (producer != nullptr) __atomic_store_n(&producer->reader, nullptr, __ATOMIC_RELAXED);
+  if (fifoToRead != nullptr) fifoToRead->ResumeReading();
   producer = newProducer;
   fifoToRead = dynamic_cast<FIFO*>(newProducer);
   if (producer != nullptr) __atomic_store_n(&producer->reader, self, __ATOMIC_RELAXED);
@@ -554,6 +604,7 @@ inline void PluginBlock::Attach(DataProducer* newProducer) {
 inline void PluginBlock::Attach(DataConsumer* newConsumer) {
   Block* const self = this;
   if (consumer != nullptr) __atomic_store_n(&consumer->writer, nullptr, __ATOMIC_RELAXED);
+  if (fifoToWrite != nullptr) fifoToWrite->ResumeWriting();
   consumer = newConsumer;
   fifoToWrite = dynamic_cast<FIFO*>(newConsumer);
   if (consumer != nullptr) __atomic_store_n(&consumer->writer, self, __ATOMIC_RELAXED);

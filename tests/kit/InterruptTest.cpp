@@ -1,0 +1,62 @@
+// An interrupt against its block's waits.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <array>
+#include <thread>
+#include <vector>
+
+#include <vorn/kit/Interrupt.h>
+
+namespace {
+
+using vorn::Interrupt;
+
+struct Pipe {
+  Pipe() { EXPECT_EQ(pipe(ends.data()), 0); }
+  ~Pipe() {
+    for (const int end : ends) close(end);
+  }
+  std::array<int, 2> ends{};
+};
+
+// Red if a wait misses the interrupt, whenever it is raised; if a ready descriptor is not preferred; or if one that was
+// cleared still brings waits back.
+TEST(Interrupt, BringsWaitsBackUntilItIsCleared) {
+  Pipe quiet;
+  for (int round = 0; round < 200; ++round) {
+    Interrupt interrupt;
+    if (round % 2 == 0) interrupt.Descriptor();
+    std::thread host([&] { interrupt.Raise(); });
+    EXPECT_EQ(interrupt.Await(quiet.ends[0], POLLIN), Interrupt::INTERRUPTED);
+    EXPECT_EQ(interrupt.Sleep(60000), Interrupt::INTERRUPTED);
+    host.join();
+    interrupt.Clear();
+    EXPECT_EQ(interrupt.Sleep(1), Interrupt::TIMEOUT);
+    EXPECT_EQ(interrupt.Await(quiet.ends[0], POLLIN, 0), Interrupt::TIMEOUT);
+    interrupt.Raise();
+    EXPECT_EQ(interrupt.Await(quiet.ends[1], POLLOUT), Interrupt::READY);
+    EXPECT_EQ(interrupt.Waits(), 1U);
+  }
+}
+
+// Red if a wait cannot be interrupted where no descriptor is left for it.
+TEST(Interrupt, DoesWithoutADescriptor) {
+  Pipe quiet;
+  rlimit before{};
+  getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit few{static_cast<rlim_t>(quiet.ends[1]) + 1, before.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &few);
+  std::vector<int> taken;
+  for (int one = 0; (one = dup(quiet.ends[0])) >= 0;) taken.push_back(one);
+  Interrupt interrupt;
+  EXPECT_LT(interrupt.Descriptor(), 0);
+  EXPECT_EQ(interrupt.Sleep(1), Interrupt::TIMEOUT);
+  std::thread host([&] { interrupt.Raise(); });
+  EXPECT_EQ(interrupt.Await(quiet.ends[0], POLLIN), Interrupt::INTERRUPTED);
+  host.join();
+  setrlimit(RLIMIT_NOFILE, &before);
+  for (const int one : taken) close(one);
+}
+
+}  // namespace
