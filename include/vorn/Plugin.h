@@ -56,7 +56,7 @@
  *     constructor      takes a Setup. Arguments are parsed: Number(ID) and its like work. Throw what went wrong.
  *     Prepare()        streams are linked and fit: open files and devices, allocate. A negative result refuses.
  *     Process()        one frame. No allocation, no file to open, nothing that waits but what sets the route's pace.
- *     OnSet(id)        a parameter has a new value. OnGet(id): one is about to be read.
+ *     OnSet(id)        a parameter has a new value. OnGet(id): a reading is about to be read.
  *     Forget()         drop what you hold.
  *     Release()        undo Prepare.
  *

@@ -61,6 +61,7 @@ class Probe : public vorn::PluginBlock {
   explicit Probe(vorn::Setup setup) : PluginBlock(std::move(setup)) {
     if (Text(NAME) == "bad") throw std::runtime_error("bad name");
     Extend({Parameter::Number(OWN, "own", "", 0, 1)});
+    Store(COUNT, 8);  // is no reading
   }
   using PluginBlock::Producer;
 
@@ -70,7 +71,9 @@ class Probe : public vorn::PluginBlock {
     if (id == NAME && Text(NAME) == "bad") throw std::runtime_error("bad name");
     if (id == OWN && Number(OWN) == 0.5) throw std::runtime_error("bad number");
   }
-  void OnGet(unsigned) override { Store(LEVEL, -3.5); }
+  void OnGet(unsigned) override {
+    for (unsigned any = NUMBER; any <= OWN + 1; ++any) Store(any, -3.5);
+  }
 };
 
 std::unique_ptr<vorn::Block> Make(const std::vector<std::string>& arguments) {

@@ -101,10 +101,10 @@ class Parameters {
     return Assign(i, refusal, text);
   }
 
-  /** Stores a measurement; also for a value that the block itself corrected. No allocation; read back as text with TextOf. */
+  /** Stores a measurement. What is no reading stays as it was set. No allocation; read back as text with TextOf. */
   void Store(unsigned id, double number) {
     const std::size_t i = IndexOf(id);
-    assert(i < table.size());
+    if (i == table.size() || !table[i].IsReading()) return;
     values[i].number = number;
     values[i].stale = true;
   }

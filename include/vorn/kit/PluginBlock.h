@@ -81,7 +81,7 @@ class PluginBlock : public Block, protected FlowOwner {
 
   /** A parameter was set. Runs between two frames: be quick. */
   virtual void OnSet(unsigned id);
-  /** A parameter is about to be read: Store() what you measured. */
+  /** A reading is about to be read: Store() what you measured. Nothing but this reading is stored here. */
   virtual void OnGet(unsigned id);
 
   /**
@@ -122,8 +122,11 @@ class PluginBlock : public Block, protected FlowOwner {
   const std::string& Text(unsigned id) const { return parameters.Text(id); }
   /** True once an argument or SetParameter gave the value. */
   bool IsGiven(unsigned id) const { return parameters.IsGiven(id); }
-  /** Stores a measurement. In any hook, Process() among them: no allocation. */
-  void Store(unsigned id, double value) { parameters.Store(id, value); }
+  /** Stores a measurement, of a reading alone. In any hook, Process() among them: no allocation. */
+  void Store(unsigned id, double value) {
+    if (isAsked && id != askedFor) return;  // to look at a block must not change it
+    parameters.Store(id, value);
+  }
   const Parameters& Table() const { return parameters; }
 
   /** Adds parameters that are known only in the constructor (OwnParameters() in the description). Throws as the constructor. */
@@ -182,6 +185,7 @@ class PluginBlock : public Block, protected FlowOwner {
   void Warn(const char* what) final;
 
   int Accept();  // forgets the last refusal; 0
+  void Measure(const Parameter& reading);
   std::vector<std::string> LastRefusal() const;
   Refusal CheckLink(bool input, std::size_t index);
   Refusal CheckAllStreams();
@@ -207,6 +211,8 @@ class PluginBlock : public Block, protected FlowOwner {
   std::atomic<Interrupt*> interrupt{&ownInterrupt};  // or the host's
   Refusal lastRefusal;                               // since the last link or start that was not refused
   std::int64_t refusedAt = 0;                        // in microseconds of the monotonic clock
+  bool isAsked = false;                              // OnGet runs
+  unsigned askedFor = 0;
   bool running = false;
   bool isSpoilt = false;                           // Release failed
   bool warned = false;                             // of samples that are lost beside a block without the kit
@@ -520,7 +526,7 @@ inline int PluginBlock::GetParameter(unsigned int paramId, std::vector<std::stri
     const std::vector<Parameter>& table = parameters.Table();
     for (std::size_t i = 0; i < table.size(); ++i) {
       if (paramId != PARAMETER_TABLE && paramId != table[i].id) continue;
-      OnGet(table[i].id);
+      if (table[i].IsReading()) Measure(table[i]);
       params.push_back(paramId == PARAMETER_TABLE ? parameters.Line(i) : parameters.TextOf(i));
     }
     if (params.empty() && paramId != PARAMETER_TABLE) {
@@ -530,6 +536,17 @@ inline int PluginBlock::GetParameter(unsigned int paramId, std::vector<std::stri
   } catch (const std::exception& e) {
     return Refuse(e.what());
   }
+}
+
+inline void PluginBlock::Measure(const Parameter& reading) {
+  struct Asked {
+    explicit Asked(bool& newFlag) : flag(newFlag) { flag = true; }
+    ~Asked() { flag = false; }
+    bool& flag;
+  };
+  const Asked asked(isAsked);
+  askedFor = reading.id;
+  OnGet(reading.id);
 }
 
 // Commands
