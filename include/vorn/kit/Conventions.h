@@ -85,6 +85,7 @@ struct BlockCounters {
   std::atomic<std::uint64_t> samples{0};  ///< Given out at the first output; taken in, where there is no output.
   std::atomic<std::uint64_t> resets{0};   ///< One for every error frame of the route.
   std::atomic<std::uint64_t> losses{0};   ///< Times that it lost something and went on: PARAMETER_REFUSAL says what.
+  std::atomic<bool> fadedOut{false};      ///< It stopped its route by FRAME_FADED_OUT.
   std::atomic<bool> deleted{false};       ///< The block is gone, whoever deleted it.
 
   /** By the one thread that writes. */

@@ -12,11 +12,14 @@ inline void Flow::Share(RouteBoard* newBoard) {
   if (newBoard == nullptr) newBoard = &ownBoard;
   if (newBoard == board) return;
   const bool wasStarted = std::exchange(started, false);
+  const bool wasSpoilt = spoilt;
   Tally();
+  Spoil(false);
   board->foreignLinks -= foreignLinks;
   board = newBoard;
   board->foreignLinks += foreignLinks;
   started = wasStarted;
+  Spoil(wasSpoilt);
   Tally();
 }
 

@@ -84,6 +84,7 @@ class Flow {
   explicit Flow(FlowOwner& newOwner) : owner(newOwner) { frames.fill(nullptr); }
   ~Flow() {
     Stop();
+    Spoil(false);
     Link({}, {});
   }
   Flow(const Flow&) = delete;
@@ -99,6 +100,16 @@ class Flow {
   void KeepFrameSize() { keepsFrameSize = true; }
   /** The source ends with the others of its route: it only reads back what they sent. While the route is stopped. */
   void Follow() { follows = true; }
+
+  /**
+   * Whether this block could not undo its Prepare. As long as one of the route could not, none starts again: the route
+   * that did not stop is about to fail, and a sink that has finished its file must not open it anew for that.
+   */
+  void Spoil(bool now) {
+    if (now != spoilt) board->spoilt += now ? 1 : -1;
+    spoilt = now;
+  }
+  bool IsRouteSpoilt() const { return board->spoilt != 0; }
 
   /** A new run: forgets everything. */
   void Start();
@@ -204,6 +215,7 @@ class Flow {
   int idleCycles = 0;
 
   // What the board counts of this block.
+  bool spoilt = false;
   Role role = Role::NONE;
   bool isHolder = false;
 

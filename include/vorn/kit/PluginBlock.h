@@ -184,6 +184,9 @@ class PluginBlock : public Block, protected FlowOwner {
   long FailFlow(const char* why) final { return Fail(why); }
   void Warn(const char* what) final;
 
+  static constexpr int NOT_YET = 1;  // an answer of Start: neither started nor failed
+
+  int Undo();
   int Accept();  // forgets the last refusal; 0
   void Measure(const Parameter& reading);
   std::vector<std::string> LastRefusal() const;
@@ -397,8 +400,8 @@ inline int PluginBlock::Start() {
                     " of the plug-in kit, the library with version " + std::to_string(Board()->kitVersion) +
                     "; build the plug-in again");
     }
+    if (flow.IsRouteSpoilt()) return NOT_YET;
     Accept();
-    isSpoilt = false;
     if (IsUnlinked()) return 0;
     if (IsInterrupted()) return Refuse("the host of this graph stops it, or is done with it");
     const Refusal refusal = CheckAllStreams();
@@ -420,21 +423,22 @@ inline int PluginBlock::Start() {
 // A route whose block does not stop runs on. One that could not undo its Prepare has nothing to run with: it fails at
 // the next frame, and then lets its route stop.
 inline int PluginBlock::Stop() {
-  const bool isOwn = interrupt == &ownInterrupt;
-  if (!running) {
-    if (isOwn) ClearInterrupt();
-    return 0;
-  }
+  const int ret = running ? Undo() : 0;
+  if (!running && interrupt == &ownInterrupt) ClearInterrupt();
+  return ret;
+}
+
+inline int PluginBlock::Undo() {
   try {
     const int ret = isSpoilt ? 0 : Release();
     isSpoilt = ret != 0;
+    flow.Spoil(isSpoilt);
     running = isSpoilt;
-    if (running) return ret;
-    flow.Stop();
-    if (isOwn) ClearInterrupt();
+    if (!running) flow.Stop();
     return ret;
   } catch (const std::exception& e) {
     isSpoilt = true;
+    flow.Spoil(true);
     return Refuse(e.what());
   }
 }
@@ -450,7 +454,7 @@ inline void PluginBlock::Reset() {
 }
 
 inline long PluginBlock::ProcessFrame() {
-  if (isSpoilt) return FRAME_FAILED;
+  if (flow.IsRouteSpoilt()) return FRAME_FAILED;
   long result = FRAME_FAILED;
   const bool counts = counters != nullptr;
   const long arrived = counts && !flow.Inputs().empty() ? flow.Inputs().front().fb->samples : 0;
@@ -460,6 +464,7 @@ inline long PluginBlock::ProcessFrame() {
     Refuse(e.what());
   }
   if (counts && result >= 0) Count(arrived);
+  if (counts && result == FRAME_FADED_OUT) counters->fadedOut.store(true, std::memory_order_relaxed);
   return result;
 }
 

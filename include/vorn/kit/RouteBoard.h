@@ -27,6 +27,7 @@ struct RouteBoard {
   long followers = 0;       ///< Sources that only bring back what the others sent, round a loop.
   long runningFollowers = 0;
   long holders = 0;       ///< Blocks that hold samples which are still to come out.
+  long spoilt = 0;        ///< Blocks that could not undo their Prepare: as long as there is one, no block starts.
   long foreignLinks = 0;  ///< Ends of links that join a block of the kit to one without it.
 
   unsigned long moves = 0;  ///< Grows whenever a block works on samples, or learns that a stream is over.
