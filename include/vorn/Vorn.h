@@ -53,6 +53,8 @@
 #ifndef VORN_VORN_H
 #define VORN_VORN_H
 
+#include <memory>
+
 #include <vorn/Block.h>
 #include <vorn/FIFO.h>
 #include <vorn/Route.h>
@@ -99,6 +101,22 @@ class VORN_API Vorn {
   virtual void DeleteFIFO(FIFO* fifo) = 0;
 
   virtual ~Vorn();
+
+  /**
+   * Keeps somebody else, an operator at the console above all, from deleting a route while the caller uses it: whoever
+   * does waits until the last share is let go of. So keep one for a request, not for the life of the route.
+   *
+   * @return a share; null for a stranger, a route that is deleted or about to be, and one that is lost.
+   * Thread: any but the route's own. Waiting: never, save for a lock.
+   */
+  std::shared_ptr<Route> HoldRoute(Route* route);
+
+  /**
+   * Whether the thread of a route has ended because a block that was added while it ran did not start (see
+   * Route::Start). The route stays for the rest of the process: whatever is asked of it waits for ever, DeleteRoute
+   * included. Nothing of it runs any more.
+   */
+  bool IsLost(Route* route) const;
 };
 
 }  // namespace vorn

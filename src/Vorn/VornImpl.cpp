@@ -192,6 +192,31 @@ void VornImpl::DropRoute(Route* route, long sharesOfCaller) {
   if (!owner) LOG_FROM('W', "DeleteRoute", "Can't find route %p", static_cast<void*>(route));
 }
 
+/** A share of a route that can still answer. */
+std::shared_ptr<RouteImpl> VornImpl::ShareOf(const Route* route) const {
+  const std::lock_guard<std::mutex> lock(registryMutex);
+  const auto found =
+      std::find_if(routes.begin(), routes.end(), [&](const auto& owner) { return owner.get() == route; });
+  return found == routes.end() || (*found)->IsLost() ? nullptr : *found;
+}
+
+std::shared_ptr<Route> Vorn::HoldRoute(Route* route) {
+  auto* const impl = static_cast<VornImpl*>(this);
+  auto share = impl->ShareOf(route);
+  if (!share) return nullptr;
+  return {route, [impl, share = std::move(share)](Route*) mutable {
+            share.reset();
+            impl->ReleasedRoutes();
+          }};
+}
+
+bool Vorn::IsLost(Route* route) const {
+  const auto* const impl = static_cast<const VornImpl*>(this);
+  const std::lock_guard<std::mutex> lock(impl->registryMutex);
+  return std::any_of(impl->routes.begin(), impl->routes.end(),
+                     [&](const auto& owner) { return owner.get() == route && owner->IsLost(); });
+}
+
 void VornImpl::ReleasedRoutes() {
   const std::lock_guard<std::mutex> lock(registryMutex);
   routeReleased.notify_all();

@@ -24,6 +24,8 @@
 namespace vorn {
 
 class VornImpl final : public Vorn {
+  friend class Vorn;
+
  public:
   explicit VornImpl(const char* configPath = "/etc/vorn.conf");
   ~VornImpl() override;
@@ -48,6 +50,7 @@ class VornImpl final : public Vorn {
   std::shared_ptr<RouteImpl> FindRoute(const std::string& name) const;
   bool HasRoute_l(const std::string& name) const;
   std::vector<std::string> RouteNames() const;
+  std::shared_ptr<RouteImpl> ShareOf(const Route* route) const;
   void DropRoute(Route* route, long sharesOfCaller);
 
   // The console's thread.
