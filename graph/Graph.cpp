@@ -73,9 +73,9 @@ void Graph::Impl::TakeDown() {
 std::optional<Graph::Error> Graph::Impl::Plan() {
   if (unreadable || plan) return unreadable;
   TakeDown();
-  std::vector<Route::Callbacks*> callbacks;
-  for (std::size_t i = 0; i < description.routes.size(); ++i) callbacks.push_back(&watches.emplace_back(i, events));
-  live = std::make_unique<graph::LiveGraph>(description, callbacks, log);
+  std::vector<graph::RouteWatch*> routes;
+  for (std::size_t i = 0; i < description.routes.size(); ++i) routes.push_back(&watches.emplace_back(i, events));
+  live = std::make_unique<graph::LiveGraph>(description, routes, log);
   auto made = graph::Resolve(description, plugIns, [this](std::size_t node, const graph::BlockPlan& block) {
     return live->AskForStreams(node, block);
   });

@@ -38,24 +38,49 @@ Stream ParseStream(const std::string& text) {
 
 }  // namespace
 
-LiveGraph::LiveGraph(const GraphDescription& newGraph, std::vector<Route::Callbacks*> newCallbacks, LogTail& newLog)
+LiveGraph::LiveGraph(const GraphDescription& newGraph, std::vector<RouteWatch*> newWatches, LogTail& newLog)
     : graph(newGraph),
-      callbacks(std::move(newCallbacks)),
+      watches(std::move(newWatches)),
       log(newLog),
       routes(graph.routes.size()),
       blocks(graph.nodes.size()) {}
 
+// A route whose thread has ended can only be left to the end of the process, and its blocks keep their FIFOs.
 LiveGraph::~LiveGraph() {
   for (FIFO* fifo : fifos) fifo->Shutdown();
-  for (Route* route : routes) Vorn::Instance()->DeleteRoute(route);
-  for (FIFO* fifo : fifos) Vorn::Instance()->DeleteFIFO(fifo);
+  for (Made& made : blocks) {
+    if (made.host) made.host->interrupt.Raise();
+  }
+  bool isAllGone = true;
+  for (std::size_t i = 0; i < routes.size(); ++i) {
+    if (!routes[i]) continue;
+    const bool isLost = IsLost(i);
+    isAllGone = isAllGone && !isLost;
+    if (isLost) continue;
+    if (IsThere(i)) Vorn::Instance()->DeleteRoute(routes[i]);
+    watches[i]->WaitForExit();
+  }
+  if (isAllGone) {
+    for (FIFO* fifo : fifos) Vorn::Instance()->DeleteFIFO(fifo);
+  } else {
+    for (Made& made : blocks) (void)made.host.release();
+  }
+}
+
+std::shared_ptr<Route> LiveGraph::Held(std::size_t route) const {
+  return routes[route] ? Vorn::Instance()->HoldRoute(routes[route]) : nullptr;
+}
+
+Error LiveGraph::Gone(std::size_t route) const {
+  return {graph.routes[route].at, graph.routes[route].name + " was deleted by somebody else"};
 }
 
 Result<std::vector<Stream>> LiveGraph::AskForStreams(std::size_t node, const BlockPlan& block) {
   if (auto error = MakeBlock(node, block)) return *error;
   std::vector<std::string> texts;
   std::vector<Stream> streams;
-  if (routes[graph.nodes[node].route]->GetParameter(blocks[node].block, PARAMETER_STREAMS, texts) >= 0) {
+  const auto route = Held(graph.nodes[node].route);
+  if (route && route->GetParameter(blocks[node].block, PARAMETER_STREAMS, texts) >= 0) {
     for (const std::string& text : texts) streams.push_back(ParseStream(text));
   }
   log.Drain();  // not to know the question is no failure
@@ -76,15 +101,17 @@ std::optional<Error> LiveGraph::Build(const GraphPlan& plan) {
   return std::nullopt;
 }
 
-Result<Route*> LiveGraph::RouteAt(std::size_t index) {
+Result<std::shared_ptr<Route>> LiveGraph::RouteAt(std::size_t index) {
   const RouteDescription& route = graph.routes[index];
   try {
-    if (!routes[index]) routes[index] = Vorn::Instance()->NewRoute(route.name.c_str(), callbacks[index]);
+    if (!routes[index]) routes[index] = Vorn::Instance()->NewRoute(route.name.c_str(), watches[index]);
   } catch (const std::system_error& problem) {
     return Error{route.at, route.name + " could not be made: no thread for it: " + problem.code().message()};
   }
   if (!routes[index]) return Reason({route.at, route.name + " could not be made"});
-  return routes[index];
+  auto held = Held(index);
+  if (!held) return Gone(index);
+  return held;
 }
 
 std::optional<Error> LiveGraph::MakeBlock(std::size_t index, const BlockPlan& plan) {
@@ -93,18 +120,27 @@ std::optional<Error> LiveGraph::MakeBlock(std::size_t index, const BlockPlan& pl
   if (made.block) return std::nullopt;
   const auto route = RouteAt(node.route);
   if (const auto* error = std::get_if<Error>(&route)) return *error;
-  made.block = std::get<Route*>(route)->NewBlock(plan.plugIn.soFileName.c_str(), plan.first, plan.last, plan.args);
+  made.block = std::get<std::shared_ptr<Route>>(route)->NewBlock(plan.plugIn.soFileName.c_str(), plan.first, plan.last,
+                                                                 plan.args);
   if (!made.block) return Reason({node.at, Who(node) + " could not be made"});  // there is none to ask for the reason
-  made.counters = std::make_unique<BlockCounters>();
-  if (AttachCounters(made.block, made.counters.get()) < 0) made.counters.reset();
+  made.prefix = made.block->RouteName() + ": " + made.block->Name() + ": ";
+  made.host = std::make_unique<Host>();
+  if (AttachCounters(made.block, &made.host->counters) < 0) {
+    made.host.reset();
+  } else {
+    AttachInterrupt(made.block, &made.host->interrupt);
+    watches[node.route]->SealAtStop(made.host->interrupt);
+  }
   if (plan.follows) FollowLoop(made.block);
   return std::nullopt;
 }
 
 std::optional<Error> LiveGraph::MakeLink(const LinkPlan& link) {
   const Stream& stream = link.stream;
-  if (routes[link.route]->NewLink(stream.rate, static_cast<SampleFormat>(stream.format), stream.channels, stream.frame,
-                                  blocks[link.from].block, link.out, blocks[link.to].block, link.in)) {
+  const auto route = Held(link.route);
+  if (!route) return Gone(link.route);
+  if (route->NewLink(stream.rate, static_cast<SampleFormat>(stream.format), stream.channels, stream.frame,
+                     blocks[link.from].block, link.out, blocks[link.to].block, link.in)) {
     return std::nullopt;
   }
   const auto& nodes = graph.nodes;
@@ -134,9 +170,13 @@ std::optional<Error> LiveGraph::MakeFifo(const FifoPlan& fifo) {
   return std::nullopt;
 }
 
-std::optional<Error> LiveGraph::Start(std::size_t route) {
-  const int result = routes[route]->Start();
-  if (result >= 0) return std::nullopt;
+int LiveGraph::Start(std::size_t route) {
+  const auto held = Held(route);
+  return held ? held->Start() : -20;
+}
+
+Error LiveGraph::WhyNotStarted(std::size_t route, int result) {
+  if (!IsThere(route)) return Gone(route);
   const RouteDescription& which = graph.routes[route];
   return Reason(Refusals(route), log.Drain(),
                 {which.at, which.name + " could not be started (" + std::to_string(result) + ")"});
@@ -144,6 +184,7 @@ std::optional<Error> LiveGraph::Start(std::size_t route) {
 
 // One batch: a route that did not stop runs on, and to ask it later may be to wait for ever.
 std::optional<Error> LiveGraph::Stop(std::size_t route) {
+  if (!IsThere(route)) return std::nullopt;
   Route::Action stop{};
   stop.type = Route::Action::Type::STOP;
   const Answers refusals = Refusals(route, &stop);
@@ -156,6 +197,21 @@ std::optional<Error> LiveGraph::Stop(std::size_t route) {
 Error LiveGraph::WhyFailed(std::size_t route, const std::vector<LogLine>& lines) const {
   const RouteDescription& which = graph.routes[route];
   return Reason(Refusals(route), lines, {which.at, which.name + " failed"});
+}
+
+// A block that was added while the route ran and does not start ends the route's thread.
+Error LiveGraph::WhyGone(std::size_t route, const std::vector<LogLine>& lines) const {
+  if (!IsLost(route)) return Gone(route);
+  const RouteDescription& which = graph.routes[route];
+  return Explain(lines, {which.at, which.name + " has ended: a block that somebody added did not start"});
+}
+
+void LiveGraph::FinishWithoutThread(std::size_t route) {
+  if (!IsLost(route)) return;
+  for (std::size_t i = 0; i < blocks.size(); ++i) {
+    const Made& made = blocks[i];
+    if (graph.nodes[i].route == route && made.host && !made.host->counters.deleted) made.block->BaseStop();
+  }
 }
 
 // The name of a block that was given by path holds that path, and so does the name of its dump.
@@ -172,24 +228,63 @@ std::optional<Error> LiveGraph::SetDump(const std::string& folder) {
                                           "' cannot be made: " + problem.message()};
     }
   }
-  for (Route* route : routes) route->SetDump(folder.c_str());
+  for (std::size_t i = 0; i < routes.size(); ++i) {
+    if (const auto route = Held(i)) route->SetDump(folder.c_str());
+  }
   return std::nullopt;
 }
 
-const BlockCounters* LiveGraph::Counters(std::size_t node) const { return blocks[node].counters.get(); }
+bool LiveGraph::Interrupt(std::size_t node) {
+  if (!blocks[node].host) return false;
+  blocks[node].host->interrupt.Raise();
+  return true;
+}
+
+const BlockCounters* LiveGraph::Counters(std::size_t node) const {
+  return blocks[node].host ? &blocks[node].host->counters : nullptr;
+}
+
+template <class Predicate>
+bool LiveGraph::IsAny(std::size_t route, Predicate predicate) const {
+  for (std::size_t i = 0; i < blocks.size(); ++i) {
+    if (graph.nodes[i].route == route && blocks[i].host && predicate(blocks[i].host->counters)) return true;
+  }
+  return false;
+}
+
+bool LiveGraph::HasLost(std::size_t route) const {
+  return IsAny(route, [](const BlockCounters& counters) { return counters.losses > 0; });
+}
+
+bool LiveGraph::HasFadedOut(std::size_t route) const {
+  return IsAny(route, [](const BlockCounters& counters) { return counters.fadedOut.load(); });
+}
+
+std::uint64_t LiveGraph::Moves() const {
+  std::uint64_t moves = 0;
+  for (const FIFO* fifo : fifos) moves += fifo->State().moves;
+  for (const Made& made : blocks) {
+    if (!made.host) continue;
+    const BlockCounters& counters = made.host->counters;
+    moves += counters.frames.load(std::memory_order_relaxed) + counters.resets.load(std::memory_order_relaxed) +
+             made.host->interrupt.Waits();
+  }
+  return moves;
+}
 
 std::vector<std::string> LiveGraph::ParameterTable(std::size_t node) const {
   std::vector<std::string> lines;
-  routes[graph.nodes[node].route]->GetParameter(blocks[node].block, PARAMETER_TABLE, lines);
+  if (const auto route = Held(graph.nodes[node].route)) {
+    route->GetParameter(blocks[node].block, PARAMETER_TABLE, lines);
+  }
   return lines;
 }
 
 // Lines of blocks begin with "RouteA: gain_0: ", those of routes with "RouteA: ".
 LiveGraph::Said LiveGraph::Parse(const std::string& line) const {
   for (std::size_t i = 0; i < blocks.size(); ++i) {
-    if (!blocks[i].block) continue;
-    const std::string prefix = blocks[i].block->RouteName() + ": " + blocks[i].block->Name() + ": ";
-    if (line.starts_with(prefix)) return {i, line.substr(prefix.size())};
+    const std::string& prefix = blocks[i].prefix;
+    if (!prefix.empty() && line.starts_with(prefix)) return {i, line.substr(prefix.size())};
   }
   return {std::nullopt, line};
 }
@@ -199,14 +294,15 @@ LiveGraph::Answers LiveGraph::Refusals(std::size_t route, Route::Action* before)
   std::vector<Route::Action> batch;
   if (before) batch.push_back(*before);
   for (std::size_t i = 0; i < blocks.size(); ++i) {
-    const bool isOfKit = blocks[i].counters != nullptr;  // another would not know the question
+    const bool isOfKit = blocks[i].host != nullptr;  // another would not know the question
     if (graph.nodes[i].route != route || !isOfKit) continue;
     Route::Action ask{};
     ask.type = Route::Action::Type::GET_PARAMETER;
     ask.getParameter = {blocks[i].block, PARAMETER_REFUSAL, &answers[i], 0};
     batch.push_back(ask);
   }
-  routes[route]->ExecuteActions(batch.data(), batch.size());
+  const auto held = Held(route);
+  if (held) held->ExecuteActions(batch.data(), batch.size());
   if (before) *before = batch.front();
   return answers;
 }

@@ -8,14 +8,19 @@
 
 #include "GraphPlan.h"
 #include "LogTail.h"
+#include "Wakeup.h"
 
 namespace vorn::graph {
 
-/** Owns what it makes, and takes it down again. Thread: the controlling one. */
+/**
+ * Owns what it makes, and takes it down again. What an operator deleted of it in the meantime is not touched any more.
+ *
+ * Thread: the controlling one, but for Start().
+ */
 class LiveGraph {
  public:
-  /** @param callbacks one a route. They, the graph and the log outlive the live. */
-  LiveGraph(const GraphDescription& newGraph, std::vector<Route::Callbacks*> newCallbacks, LogTail& newLog);
+  /** @param watches one a route. They, the graph and the log outlive the live. */
+  LiveGraph(const GraphDescription& newGraph, std::vector<RouteWatch*> newWatches, LogTail& newLog);
   ~LiveGraph();
   LiveGraph(const LiveGraph&) = delete;
   LiveGraph& operator=(const LiveGraph&) = delete;
@@ -26,18 +31,37 @@ class LiveGraph {
   /** All but the start. */
   std::optional<Error> Build(const GraphPlan& plan);
 
-  std::optional<Error> Start(std::size_t route);
+  /** What Route::Start() answers. Any one thread. */
+  int Start(std::size_t route);
+  /** Why Start() answered less than 0. */
+  Error WhyNotStarted(std::size_t route, int result);
+  /** Nothing to stop in a route that is gone. */
   std::optional<Error> Stop(std::size_t route);
+
+  /** False where somebody deleted the route, or its thread has ended before its time. */
+  bool IsThere(std::size_t route) const { return Held(route) != nullptr; }
+  /** Its thread has ended before its time: whatever is asked of it waits for ever. */
+  bool IsLost(std::size_t route) const { return routes[route] && Vorn::Instance()->IsLost(routes[route]); }
+  /** Why it is not there. */
+  Error WhyGone(std::size_t route, const std::vector<LogLine>& lines) const;
+  /** Has the blocks of a route without a thread finish what they have open. */
+  void FinishWithoutThread(std::size_t route);
+
   /** An error: a dump could not be written where its name says. Nothing is dumped then. */
   std::optional<Error> SetDump(const std::string& folder);
-  /** Makes a source end at its next frame. @return false from one without the kit. */
-  bool EndStream(std::size_t node) { return vorn::EndStream(blocks[node].block) >= 0; }
+  /** Brings a block back from its waits; a source then ends its stream. @return false from one without the kit. */
+  bool Interrupt(std::size_t node);
 
   /** In the order of the plan's FIFOs. */
   FIFO& Fifo(std::size_t fifo) const { return *fifos[fifo]; }
 
   /** What a block counted; null for one that does not count. */
   const BlockCounters* Counters(std::size_t node) const;
+  /** Whether a block of the route lost something, or faded out. */
+  bool HasLost(std::size_t route) const;
+  bool HasFadedOut(std::size_t route) const;
+  /** Grows as long as a block moves: frames, and waits that came to their end. */
+  std::uint64_t Moves() const;
   /** The parameters of a block that is made with the kit, one a line: see ParameterLine. */
   std::vector<std::string> ParameterTable(std::size_t node) const;
 
@@ -54,15 +78,26 @@ class LiveGraph {
     std::optional<std::size_t> node;
     std::string text;
   };
+  struct Host {
+    BlockCounters counters;
+    vorn::Interrupt interrupt;
+  };
   struct Made {
     Block* block = nullptr;
-    std::unique_ptr<BlockCounters> counters;
+    std::string prefix;          // of its lines in the log: "RouteA: gain_0: "
+    std::unique_ptr<Host> host;  // none for a block without the kit
   };
 
   using Answers = std::vector<std::vector<std::string>>;  ///< By node; none from one that does not answer.
 
   Said Parse(const std::string& line) const;
-  Result<Route*> RouteAt(std::size_t index);
+  /** Whether this is so of a block of the route. */
+  template <class Predicate>
+  bool IsAny(std::size_t route, Predicate predicate) const;
+  /** A share that keeps others from deleting the route; null where it is gone. Keep it for one request. */
+  std::shared_ptr<Route> Held(std::size_t route) const;
+  Error Gone(std::size_t route) const;
+  Result<std::shared_ptr<Route>> RouteAt(std::size_t index);
   std::optional<Error> MakeBlock(std::size_t index, const BlockPlan& plan);
   std::optional<Error> MakeLink(const LinkPlan& link);
   std::optional<Error> MakeFifo(const FifoPlan& fifo);
@@ -73,7 +108,7 @@ class LiveGraph {
   Error Explain(const std::vector<LogLine>& lines, const Error& otherwise) const;
 
   const GraphDescription& graph;
-  const std::vector<Route::Callbacks*> callbacks;
+  const std::vector<RouteWatch*> watches;
   LogTail& log;
   std::vector<Route*> routes;
   std::vector<Made> blocks;  // by node

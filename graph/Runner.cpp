@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <system_error>
 
 #include "Figures.h"
 
@@ -9,8 +10,11 @@ namespace vorn::graph {
 namespace {
 
 using namespace std::chrono_literals;
+using What = RouteEvent::What;
 
-constexpr auto TICK = 200ms;
+constexpr auto TICK = 50ms;
+constexpr auto TICK_OF_A_STOP = 20ms;
+constexpr auto BETWEEN_PROGRESS = 200ms;
 constexpr std::size_t MOST_LINES_A_TICK = 10;
 
 }  // namespace
@@ -23,56 +27,128 @@ Runner::Runner(const GraphPlan& newPlan, LiveGraph& newLive, RouteEvents& newEve
       log(newLog),
       options(newOptions),
       standstill(newPlan),
-      states(plan.graph.routes.size(), State::IDLE),
+      states(plan.graph.routes.size(), State::STARTING),
       cannotEnd(plan.graph.routes.size(), false) {}
+
+Runner::~Runner() {
+  if (starter.joinable()) starter.join();
+}
 
 Graph::Result Runner::Run() {
   started = Clock::now();
-  StartAll();
+  BeginStart();
   while (IsAnyActive()) {
-    auto until = Clock::now() + TICK;
-    if (options.duration && !isStopping) until = std::min(until, started + *options.duration);
-    events.WaitUntil(until);
+    events.WaitUntil(NextLook());
     if (const auto signal = events.TakeStop()) {
       if (!isStopping) result.signal = *signal;
       BeginStop(Graph::End::STOPPED);
     }
     for (const RouteEvent& event : events.Take()) Take(event);
+    LookForLostRoutes();
     if (options.duration && Clock::now() >= started + *options.duration) BeginStop(Graph::End::DURATION);
+    pace.Look(live.Moves(), Clock::now());
+    if (isStopping) InterruptWhatStandsStill();
     if (isStopping) StopRoutesThatCannotEnd();
     if (const auto error = standstill.Look(StatesOfFifos()); error && IsAnyActive()) Fail(*error);
     TellLog();
     TellProgress();
   }
+  if (result.error) result.end = Graph::End::FAILURE;
   result.elapsedSeconds = Elapsed();
   return result;
 }
 
+Runner::Clock::time_point Runner::NextLook() const {
+  const auto next = Clock::now() + (isStopping ? Clock::duration(TICK_OF_A_STOP) : TICK);
+  return options.duration && !isStopping ? std::min(next, started + *options.duration) : next;
+}
+
+void Runner::BeginStart() {
+  const auto startAll = [this, order = StartOrder()] {
+    int ret = 0;
+    for (const std::size_t route : order) {
+      if (ret >= 0) ret = isStopping ? -20 : live.Start(route);
+      events.Post({.what = What::START_RESULT, .route = route, .result = ret});
+    }
+  };
+  try {
+    starter = std::thread(startAll);
+  } catch (const std::system_error&) {  // no thread left: here, then
+    startAll();
+  }
+}
+
 // The routes that read FIFOs first: what a microphone brings to the others then has somewhere to go.
-void Runner::StartAll() {
+std::vector<std::size_t> Runner::StartOrder() const {
   std::vector<std::size_t> order(states.size());
   for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
   std::stable_partition(order.begin(), order.end(),
                         [&](std::size_t route) { return !plan.routes[route].reads.empty(); });
-  for (const std::size_t route : order) {
-    if (auto error = live.Start(route)) return Fail(*error);
-    states[route] = State::RUNNING;
-  }
+  return order;
 }
 
 bool Runner::IsAnyActive() const {
-  return std::ranges::any_of(states, [](State state) { return state == State::RUNNING || state == State::STOPPING; });
+  return std::ranges::any_of(states, [](State state) { return state != State::ENDED; });
 }
 
 void Runner::Take(const RouteEvent& event) {
-  if (!event.stopped) return TellWhatWasGranted(event);
-  if (!IsActive(event.route)) return;
-  if (*event.stopped == Route::StopReason::STOP_ERROR && result.end != Graph::End::FAILURE) {
-    const auto lines = log.Drain();
-    recent.insert(recent.end(), lines.begin(), lines.end());
-    Fail(live.WhyFailed(event.route, recent));
+  switch (event.what) {
+    case What::STARTED:
+      TellWhatWasGranted(event);
+      if (!IsActive(event.route)) live.Stop(event.route);  // somebody else started it again
+      break;
+    case What::START_RESULT: TakeStartResult(event); break;
+    case What::STOPPED: TakeStopped(event); break;
+    case What::DELETED:
+      if (!IsActive(event.route)) break;
+      Fail(live.WhyGone(event.route, DrainLog()));
+      TakeEnd(event.route);
+      break;
   }
+}
+
+void Runner::TakeStartResult(const RouteEvent& event) {
+  if (states[event.route] != State::STARTING) return;  // it has ended already
+  if (event.result >= 0) {
+    states[event.route] = State::RUNNING;
+    if (result.end == Graph::End::FAILURE) Stop(event.route);
+    return;
+  }
+  // A stop that comes before the start is no failure of it; a time that is over is.
+  if (!isStopping || result.end == Graph::End::DURATION) Fail(live.WhyNotStarted(event.route, event.result));
   TakeEnd(event.route);
+}
+
+void Runner::TakeStopped(const RouteEvent& event) {
+  if (!IsActive(event.route)) return;
+  if (result.end != Graph::End::FAILURE) {
+    const bool isAsked = states[event.route] == State::STOPPING || live.HasFadedOut(event.route);
+    if (event.reason == Route::StopReason::STOP_ERROR) {
+      Fail(live.WhyFailed(event.route, DrainLog()));
+    } else if (event.reason == Route::StopReason::STOP_REQUESTED && !isAsked) {
+      const RouteDescription& which = plan.graph.routes[event.route];
+      Fail(live.IsThere(event.route) ? Error{which.at, which.name + " was stopped by somebody else"}
+                                     : live.WhyGone(event.route, DrainLog()));
+    }
+  }
+  NoteLosses(event.route);
+  TakeEnd(event.route);
+}
+
+/** No callback tells of a thread that ended because a block that somebody added did not start. */
+void Runner::LookForLostRoutes() {
+  for (std::size_t i = 0; i < states.size(); ++i) {
+    if (!IsActive(i) || !live.IsLost(i)) continue;
+    Fail(live.WhyGone(i, DrainLog()));
+    live.FinishWithoutThread(i);
+    TakeEnd(i);
+  }
+}
+
+/** What a block lost though its stream came to an end. It keeps nobody else from ending as he would. */
+void Runner::NoteLosses(std::size_t route) {
+  if (result.error || !live.HasLost(route)) return;
+  result.error = live.WhyFailed(route, DrainLog());
 }
 
 void Runner::TellWhatWasGranted(const RouteEvent& event) {
@@ -94,7 +170,9 @@ void Runner::BeginStop(Graph::End end) {
   if (isStopping) return;
   isStopping = true;
   result.end = end;
-  if (end != Graph::End::FAILURE) EndSources();
+  if (end == Graph::End::FAILURE) return;
+  EndSources();
+  InterruptStarts();
 }
 
 /** All but those that read FIFOs: they get the rest, and their end comes with it, unless they feed themselves. */
@@ -103,8 +181,26 @@ void Runner::EndSources() {
     for (const std::size_t source : plan.routes[route].firsts) {
       const std::size_t fifo = plan.blocks[source].reads;
       if (fifo != BlockPlan::NO_FIFO && !plan.fifos[fifo].isFedByLoop) continue;
-      if (!live.EndStream(source)) cannotEnd[route] = true;
+      if (!live.Interrupt(source)) cannotEnd[route] = true;
     }
+  }
+}
+
+/** A route that has not started has nothing to end with: its blocks need not wait for what they open. */
+void Runner::InterruptStarts() {
+  for (std::size_t i = 0; i < plan.blocks.size(); ++i) {
+    const Node& node = plan.graph.nodes[i];
+    if (!node.isFifo && states[node.route] == State::STARTING) live.Interrupt(i);
+  }
+}
+
+/** Not those at FIFOs: they come back when the route at the other side does. */
+void Runner::InterruptWhatStandsStill() {
+  if (result.end == Graph::End::FAILURE || !pace.StandsStill(Clock::now())) return;
+  for (std::size_t i = 0; i < plan.blocks.size(); ++i) {
+    const BlockPlan& block = plan.blocks[i];
+    const bool isAtFifo = block.reads != BlockPlan::NO_FIFO || block.writes != BlockPlan::NO_FIFO;
+    if (!plan.graph.nodes[i].isFifo && !isAtFifo) live.Interrupt(i);
   }
 }
 
@@ -141,22 +237,30 @@ void Runner::Stop(std::size_t route) {
 }
 
 void Runner::StopEverything() {
+  for (std::size_t i = 0; i < plan.blocks.size(); ++i) live.Interrupt(i);
   for (std::size_t i = 0; i < plan.fifos.size(); ++i) live.Fifo(i).Shutdown();
   for (std::size_t i = 0; i < states.size(); ++i) Stop(i);
 }
 
 void Runner::Fail(const Error& error) {
   if (result.end == Graph::End::FAILURE) return;
-  result.error = error;
+  if (!result.error) result.error = error;
   BeginStop(Graph::End::FAILURE);
   result.end = Graph::End::FAILURE;
   StopEverything();
 }
 
-/** Of what other routes say after a failure, nothing: that comes from being stopped. */
+const std::vector<LogLine>& Runner::DrainLog() {
+  const auto lines = log.Drain();
+  recent.insert(recent.end(), lines.begin(), lines.end());
+  return recent;
+}
+
+/** Of what routes say after a failure, and while they are kept from starting, nothing: that comes from being stopped. */
 void Runner::TellLog() {
   recent = log.Drain();
-  if (log.IsShown() || !options.onWarning || result.end == Graph::End::FAILURE) return;
+  const bool isKept = std::ranges::find(states, State::STARTING) != states.end() && isStopping;
+  if (log.IsShown() || !options.onWarning || result.end == Graph::End::FAILURE || isKept) return;
   std::size_t shown = 0;
   for (const LogLine& line : recent) {
     if (++shown <= MOST_LINES_A_TICK) options.onWarning(live.Translate(line.text));
@@ -165,7 +269,10 @@ void Runner::TellLog() {
 }
 
 void Runner::TellProgress() {
-  if (options.onProgress) options.onProgress(FiguresOf(plan, live), Elapsed());
+  const auto now = Clock::now();
+  if (!options.onProgress || now < told + BETWEEN_PROGRESS) return;
+  told = now;
+  options.onProgress(FiguresOf(plan, live), Elapsed());
 }
 
 }  // namespace vorn::graph

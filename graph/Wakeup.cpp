@@ -52,13 +52,39 @@ void RouteEvents::WaitUntil(std::chrono::steady_clock::time_point until) const {
   poll(&wakeup, 1, static_cast<int>(std::clamp<long>(left.count(), 0, 60'000)));
 }
 
+void RouteWatch::SealAtStop(Interrupt& interrupt) {
+  const std::lock_guard lock(mutex);
+  interrupts.push_back(&interrupt);
+}
+
+void RouteWatch::WaitForExit() {
+  std::unique_lock lock(mutex);
+  exited.wait(lock, [this] { return hasExited; });
+}
+
 void RouteWatch::OnStarted() {
   int error = 0;
   if (priority > 0) {
     const sched_param parameters{priority};
     error = pthread_setschedparam(pthread_self(), SCHED_FIFO, &parameters);
   }
-  events.Post({route, std::nullopt, priority, error});
+  events.Post({.what = RouteEvent::What::STARTED, .route = route, .asked = priority, .error = error});
+}
+
+void RouteWatch::OnStopped(Route::StopReason reason) {
+  {
+    const std::lock_guard lock(mutex);
+    for (Interrupt* interrupt : interrupts) interrupt->Raise();
+  }
+  events.Post({.what = RouteEvent::What::STOPPED, .route = route, .reason = reason});
+}
+
+// Under the lock to the end: whoever waits for this deletes the watch.
+void RouteWatch::OnExit() {
+  events.Post({.what = RouteEvent::What::DELETED, .route = route});
+  const std::lock_guard lock(mutex);
+  hasExited = true;
+  exited.notify_all();
 }
 
 }  // namespace vorn::graph

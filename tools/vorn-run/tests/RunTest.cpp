@@ -152,6 +152,17 @@ TEST_F(VornRun, TheBlockThatEndsTheRouteIsTheReason) {
   EXPECT_TRUE(ended.err.starts_with("vorn-run: -e:1:9: block 'moody_1': spoilt\n")) << ended.err;
 }
 
+// Red if a route that cannot be stopped starts its other blocks again, and their files with them.
+TEST_F(VornRun, ABlockThatCannotStopLeavesTheFilesOfOthersAlone) {
+  Write("g.dot", "digraph { node [block=moody] a -> b c -> d b [file=b] d [file=d] }");
+  for (const auto& [spoilt, whole] : {std::pair{"b", "d"}, std::pair{"d", "b"}}) {
+    const Ended ended = Run({"g.dot", "--duration", "30ms", "--set", std::string(spoilt) + ".spoil=yes"});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_NE(ended.err.find("block '" + std::string(spoilt) + "': spoilt\n"), ended.err.npos) << ended.err;
+    EXPECT_GT(SamplesIn(whole), 0);
+  }
+}
+
 TEST_F(VornRun, ARouteThatFailsStopsTheOthersWithTheirFilesFinished) {
   Write("two.dot", TWO_ROUTES);
   for (const char* who : {"src", "out"}) {
