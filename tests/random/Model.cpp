@@ -11,10 +11,6 @@ namespace {
 
 using Levels = std::vector<double>;
 
-Signal Make(long samples, unsigned channels, Levels levels) {
-  return {samples, channels, std::make_shared<const Levels>(std::move(levels))};
-}
-
 std::size_t CountOf(long samples, unsigned channels) { return static_cast<std::size_t>(samples) * channels; }
 
 /** The values that a file of this format holds: small, so that sums of a few stay exact. */
@@ -42,30 +38,36 @@ double Stored(vorn::SampleFormat format, double level) {
   return testkit::Nearest(format, level * scale) / scale;
 }
 
-Signal Later(const Signal& in, long zeros) {
-  Signal late{in.samples + zeros, in.channels, nullptr};
-  if (!in.levels) return late;
-  Levels levels(CountOf(zeros, in.channels), 0);
-  levels.insert(levels.end(), in.levels->begin(), in.levels->end());
-  return Make(late.samples, in.channels, std::move(levels));
+/** What `level` says, in the node's format, of the samples so far, a sample and a channel. */
+template <class Level>
+Signal Make(long samples, const Node& node, unsigned channels, const Level& level) {
+  Levels levels;
+  levels.reserve(CountOf(samples, channels));
+  for (long k = 0; k < samples; ++k) {
+    for (unsigned c = 0; c < channels; ++c) levels.push_back(Stored(node.format, level(levels, k, c)));
+  }
+  return {samples, channels, std::make_shared<const Levels>(std::move(levels))};
 }
 
 double At(const Signal& signal, long sample, std::size_t channel) {
-  return sample < signal.samples ? (*signal.levels)[CountOf(sample, signal.channels) + channel] : 0;
+  const bool isThere = sample >= 0 && sample < signal.samples;
+  return isThere ? (*signal.levels)[CountOf(sample, signal.channels) + channel] : 0;
 }
 
 class Evaluation {
  public:
   Evaluation(const Graph& newGraph, const std::map<std::size_t, long>& newLengths, const NoiseOf& newNoise)
-      : graph(newGraph), lengths(newLengths), noise(newNoise), outputs(graph.nodes.size()) {}
+      : graph(newGraph), lengths(newLengths), noise(newNoise) {}
 
   std::map<std::size_t, Signal> AtSinks() {
     std::map<std::size_t, Signal> sinks;
     for (std::size_t i = 0; i < graph.nodes.size(); ++i) {
       const Node& node = graph.nodes[i];
       if (node.work == Work::FILE_SINK) sinks[i] = In(node, 0);
-      if (node.work == Work::NULL_SINK) sinks[i] = Counted(node);
-      outputs[i] = OutputsOf(i);
+      for (std::size_t k = 0; node.work == Work::NULL_SINK && k < node.in.size(); ++k) {
+        sinks[i].samples += In(node, k).samples;
+      }
+      outputs.push_back(OutputsOf(i));
     }
     return sinks;
   }
@@ -82,12 +84,12 @@ class Evaluation {
       case Work::FILE: return {Played(index)};
       case Work::NOISE: return {noise(node, LengthOf(index))};
       case Work::SAME: return {In(node, 0)};
-      case Work::SILENCE: return {Silence(In(node, 0))};
+      case Work::SILENCE: return {Fill(node, node.channels, 0, [](const auto&, long, std::size_t) { return 0; })};
       case Work::DELAY:
-      case Work::FIFO: return {Later(In(node, 0), node.amount)};
+      case Work::FIFO: return {Later(node)};
       case Work::SUM: return {Sum(node)};
       case Work::REMAP: return Remapped(node);
-      case Work::CONVERT: return {Converted(node)};
+      case Work::CONVERT: return {Later(node)};
       case Work::RESAMPLE: return {Resampled(node)};
       default: return {};
     }
@@ -99,94 +101,59 @@ class Evaluation {
   }
 
   Signal Played(std::size_t index) const {
+    const Node& node = graph.nodes[index];
     const Signal round = FileContents(graph, index);
-    const long samples = graph.nodes[index].endless ? LengthOf(index) : std::min(LengthOf(index), round.samples);
-    Levels levels;
-    levels.reserve(CountOf(samples, round.channels));
-    for (std::size_t left = CountOf(samples, round.channels); left > 0;) {
-      const std::size_t part = std::min(left, round.levels->size());
-      levels.insert(levels.end(), round.levels->begin(), round.levels->begin() + static_cast<std::ptrdiff_t>(part));
-      left -= part;
-    }
-    return Make(samples, round.channels, std::move(levels));
+    const long samples = node.endless ? LengthOf(index) : std::min(LengthOf(index), round.samples);
+    return Make(samples, node, node.channels,
+                [&](const auto&, long k, std::size_t c) { return At(round, k % round.samples, c); });
   }
 
-  static Signal Silence(const Signal& in) {
-    return Make(in.samples, in.channels, Levels(CountOf(in.samples, in.channels), 0));
-  }
-
-  long Longest(const Node& node, std::size_t inputs) const {
+  /** As long as the longest input and `more`, of what `level` says of the output so far, a sample and a channel. */
+  template <class Level>
+  Signal Fill(const Node& node, unsigned channels, long more, const Level& level) const {
     long longest = 0;
-    for (std::size_t i = 0; i < inputs; ++i) longest = std::max(longest, In(node, i).samples);
-    return longest;
+    bool isKnown = true;
+    for (std::size_t i = 0; i < node.in.size() - (node.loop > 0 ? 1 : 0); ++i) {
+      longest = std::max(longest, In(node, i).samples);
+      isKnown = isKnown && In(node, i).levels;
+    }
+    return isKnown ? Make(longest + more, node, channels, level) : Signal{longest + more, channels, nullptr};
   }
 
-  /** Whether all samples are known that these inputs bring. */
-  bool IsKnown(const Node& node, std::size_t inputs) const {
-    for (std::size_t i = 0; i < inputs; ++i) {
-      if (!In(node, i).levels) return false;
-    }
-    return true;
+  Signal Later(const Node& node) const {
+    return Fill(node, node.channels, node.amount,
+                [&](const auto&, long k, std::size_t c) { return At(In(node, 0), k - node.amount, c); });
   }
 
   Signal Sum(const Node& node) const {
-    const std::size_t inputs = node.in.size() - (node.loop > 0 ? 1 : 0);
-    const long samples = Longest(node, inputs);
-    if (!IsKnown(node, inputs)) return {samples, node.channels, nullptr};
-    Levels levels(CountOf(samples, node.channels));
-    const auto loop = CountOf(node.loop, node.channels);
-    for (std::size_t k = 0; k < levels.size(); ++k) {
-      double sum = loop > 0 && k >= loop ? levels[k - loop] : 0;
-      for (std::size_t i = 0; i < inputs; ++i) {
-        const Levels& added = *In(node, i).levels;
-        if (!node.muted[i] && k < added.size()) sum += added[k];
+    return Fill(node, node.channels, 0, [&](const Levels& before, long k, std::size_t c) {
+      double sum = node.loop > 0 && k >= node.loop ? before[CountOf(k - node.loop, node.channels) + c] : 0;
+      for (std::size_t i = 0; i < node.in.size() - (node.loop > 0 ? 1 : 0); ++i) {
+        if (!node.muted[i]) sum += At(In(node, i), k, c);
       }
-      levels[k] = Stored(node.format, sum);
-    }
-    return Make(samples, node.channels, std::move(levels));
+      return sum;
+    });
   }
 
   std::vector<Signal> Remapped(const Node& node) const {
-    const long samples = Longest(node, node.in.size());
-    const bool isKnown = IsKnown(node, node.in.size());
     std::vector<Signal> outs;
     for (const auto& output : node.map) {
-      outs.push_back({samples, static_cast<unsigned>(output.size()), nullptr});
-      if (!isKnown) continue;
-      Levels levels;
-      for (long k = 0; k < samples; ++k) {
-        for (const auto& terms : output) {
-          double sum = 0;
-          for (const Term& term : terms) {
-            sum += (term.inverted ? -1 : 1) * At(In(node, term.input), k, term.channel);
-          }
-          levels.push_back(Stored(node.format, sum));
+      const auto channels = static_cast<unsigned>(output.size());
+      outs.push_back(Fill(node, channels, 0, [&](const auto&, long k, std::size_t c) {
+        double sum = 0;
+        for (const Term& term : output[c]) {
+          sum += (term.inverted ? -1 : 1) * At(In(node, term.input), k, term.channel);
         }
-      }
-      outs.back() = Make(samples, outs.back().channels, std::move(levels));
+        return sum;
+      }));
     }
     return outs;
-  }
-
-  Signal Converted(const Node& node) const {
-    const Signal& in = In(node, 0);
-    if (!in.levels) return in;
-    Levels levels = *in.levels;
-    for (double& level : levels) level = Stored(node.format, level);
-    return Make(in.samples, in.channels, std::move(levels));
   }
 
   Signal Resampled(const Node& node) const {
     const Signal& in = In(node, 0);
     const auto [from, to] = node.rates;
-    if (from == to) return in;
-    return {(in.samples * to + from / 2) / from, in.channels, nullptr};
-  }
-
-  Signal Counted(const Node& node) const {
-    Signal sum;
-    for (std::size_t i = 0; i < node.in.size(); ++i) sum.samples += In(node, i).samples;
-    return sum;
+    return from == to ? in : Signal{(in.samples * to + from / 2) / from, in.channels, nullptr};
   }
 
   const Graph& graph;
@@ -199,9 +166,9 @@ class Evaluation {
 
 Signal FileContents(const Graph& graph, std::size_t node) {
   const Node& file = graph.nodes[node];
-  Levels levels(CountOf(file.amount, file.channels));
-  for (std::size_t k = 0; k < levels.size(); ++k) levels[k] = LevelAt(node, k, file.format);
-  return Make(file.amount, file.channels, std::move(levels));
+  return Make(file.amount, file, file.channels, [&](const auto&, long k, std::size_t c) {
+    return LevelAt(node, CountOf(k, file.channels) + c, file.format);
+  });
 }
 
 std::map<std::size_t, Signal> ExpectedAtSinks(const Graph& graph, const std::map<std::size_t, long>& lengths,

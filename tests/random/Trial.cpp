@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 #include <stdexcept>
 
@@ -16,199 +14,151 @@
 namespace randomgraphs {
 namespace {
 
-namespace fs = std::filesystem;
-
-constexpr long MOST_NOISE = 60000;  // samples; more than any source has
+constexpr long MOST_NOISE = 60000;                     // samples; more than any source has
+constexpr std::uint64_t FRAMES_AGAIN = 5;              // every so many-th graph is run with other frames as well
+constexpr const char* LISTENS_NOT = "listen to vrdb";  // said where the system grants no network namespaces
 
 std::string VornRun() {
   const char* const other = std::getenv("VORN_RUN");
   return other == nullptr ? VORN_RUN : other;
 }
 
-void Write(const fs::path& path, const std::string& bytes) { std::ofstream(path, std::ios::binary) << bytes; }
-
-std::vector<double> Read(const fs::path& path, vorn::SampleFormat format) {
-  const std::string bytes = Contents(path);
-  return testkit::Decoded(format, {bytes.begin(), bytes.end()});
-}
-
-std::size_t SampleBytes(const Node& node) { return node.channels * vorn::BytesPerSample(node.format); }
-
-/** A line without its numbers and names, so that many lines make one kind. */
-std::string Kind(const std::string& text) {
-  std::string kind;
-  bool isQuoted = false;
-  for (const char c : text.substr(0, text.find('\n'))) {
-    const bool isDigit = c >= '0' && c <= '9';
-    if (c == '\'') isQuoted = !isQuoted;
-    if (isQuoted && c != '\'') continue;
-    if (!isDigit) kind += c;
-    if (isDigit && (kind.empty() || kind.back() != '#')) kind += '#';
-  }
-  return kind;
-}
-
-/** Where the system grants no network namespaces, one process at a time has the console, and others say that they have not. */
-std::string WithoutConsole(const std::string& said) {
+/** What was said on standard error, as far as it is of the graph. */
+std::string OfTheGraph(const std::string& said) {
   std::istringstream lines(said);
   std::string rest;
   for (std::string line; std::getline(lines, line);) {
-    if (line.find("can't listen to vrdb") == std::string::npos) rest += line + '\n';
+    if (line.find(LISTENS_NOT) == line.npos) rest += line + '\n';
   }
   return rest;
 }
 
-std::string Place(const std::vector<double>& levels, std::size_t at, unsigned channels) {
-  std::ostringstream text;
-  text << " at sample " << at / channels << ", channel " << at % channels << ": ";
-  text.precision(9);
-  for (std::size_t i = at; i < std::min(levels.size(), at + 4); ++i) text << levels[i] << ' ';
-  return text.str();
+/** The first line without its numbers and names, so that many lines make one kind. */
+std::string Kind(const std::string& text) {
+  std::string kind;
+  bool isQuoted = false;
+  for (const char c : text.substr(0, text.find('\n'))) {
+    isQuoted = isQuoted != (c == '\'');
+    if (!isQuoted && (c < '0' || c > '9')) kind += c;
+  }
+  return kind;
+}
+
+Failure WrongCount(std::size_t sink, long expected, long got, const std::string& more = "") {
+  return {(got < expected ? "too few samples" : "too many samples") + std::string(more.empty() ? "" : ", and others"),
+          NameOf(sink) + ": expected " + std::to_string(expected) + " samples, got " + std::to_string(got) + more};
 }
 
 }  // namespace
 
-Bench::Bench(fs::path newFolder) : folder(std::move(newFolder)) { fs::create_directories(folder); }
-Bench::~Bench() {
-  std::error_code ignored;
-  fs::remove_all(folder, ignored);
+std::optional<Failure> Bench::Try(std::uint64_t seed) {
+  const Graph graph = GraphMaker(seed, 0).Make();
+  if (auto failure = Try(graph)) return failure;
+  if (seed % FRAMES_AGAIN != 0 || graph.ending != Ending::BY_ITSELF) return std::nullopt;
+  const auto got = Got(graph);
+  const Graph other = GraphMaker(seed, 1).Make();
+  if (auto failure = Try(other)) return failure;
+  if (Got(other) == got) return std::nullopt;
+  return Failure{"frames matter", "a sink gets other samples with other frames"};
 }
 
 std::optional<Failure> Bench::Try(const Graph& graph) {
-  Prepare(graph);
-  return Judge(graph, Run(graph));
+  const testkit::Ended ended = Run(graph);
+  if (auto failure = JudgeEnd(graph, ended)) return failure;
+  std::map<std::size_t, long> lengths;  // of sources that others stopped
+  for (const std::size_t file : NodesOf(graph, Work::FILE)) {
+    const Node& node = graph.nodes[file];
+    if (node.tap != 0) lengths[file] = static_cast<long>(Levels(node.tap, node.format).size() / node.channels);
+  }
+  const auto noise = [this](const Node& node, long samples) { return Noise(node, samples); };
+  for (const auto& [sink, signal] : ExpectedAtSinks(graph, lengths, noise)) {
+    if (auto failure = JudgeSink(graph, sink, signal, ended.out)) return failure;
+  }
+  return std::nullopt;
 }
 
-void Bench::Prepare(const Graph& graph) {
-  for (const auto& entry : fs::directory_iterator(folder)) fs::remove_all(entry);
+testkit::Ended Bench::Run(const Graph& graph) {
+  for (const auto& entry : std::filesystem::directory_iterator(folder / "")) std::filesystem::remove_all(entry);
   for (const std::size_t file : NodesOf(graph, Work::FILE)) {
     const auto bytes = testkit::Encoded(graph.nodes[file].format, *FileContents(graph, file).levels);
-    Write(folder / FileOf(file), {bytes.begin(), bytes.end()});
+    testkit::Write(folder / FileOf(file), {bytes.begin(), bytes.end()});
   }
-  Write(folder / "graph.dot", DotText(graph));
-}
-
-Ended Bench::Run(const Graph& graph) {
+  testkit::Write(folder / "graph.dot", DotText(graph));
   std::vector<std::string> words{VornRun(), "-q", "--json", "graph.dot"};
-  std::optional<Interruption> interruption;
+  std::optional<testkit::Interruption> interruption;
   if (graph.ending == Ending::DURATION) {
     words.insert(words.begin() + 1, {"--duration", std::to_string(graph.endMicros / 1000) + "ms"});
   }
   if (graph.ending == Ending::SIGNAL) {
     const std::size_t tap = graph.nodes[NodesOf(graph, Work::FILE)[0]].tap;
-    interruption = {SIGINT, folder / FileOf(tap), std::chrono::microseconds(graph.endMicros)};
+    interruption = {folder / FileOf(tap), {SIGINT}, std::chrono::microseconds(graph.endMicros)};
   }
   command.clear();
   for (const std::string& word : words) command += word + ' ';
   if (interruption) command += "(SIGINT " + std::to_string(graph.endMicros) + " us after the first samples)";
-  return RunIn(folder, words, interruption);
+  return testkit::RunIn(folder / "", words, interruption);
 }
 
-std::optional<Failure> Bench::Judge(const Graph& graph, const Ended& newEnded) {
-  Ended ended = newEnded;
-  ended.err = WithoutConsole(ended.err);
-  const std::string said = ended.err.empty() ? "" : "\nstandard error: " + ended.err;
-  if (ended.hung) return Failure{"hangs", "killed after " + std::to_string(HangLimit().count()) + " ms" + said};
+std::optional<Failure> Bench::JudgeEnd(const Graph& graph, const testkit::Ended& ended) const {
+  const std::string said = OfTheGraph(ended.err);
+  if (ended.hung)
+    return Failure{"hangs", "killed after " + std::to_string(testkit::HangLimit().count()) + " ms\n" + said};
   const int expected = graph.ending == Ending::SIGNAL ? -SIGINT : 0;
-  if (ended.status != expected) {
-    const std::string status = (ended.status < 0 ? "signal " : "exit ") + std::to_string(std::abs(ended.status));
-    return Failure{status + ": " + Kind(ended.err),
-                   "expected status " + std::to_string(expected) + ", got " + std::to_string(ended.status) + said};
-  }
-  if (!ended.err.empty()) return Failure{"says: " + Kind(ended.err), "status 0" + said};
-  const auto noise = [this](const Node& node, long samples) { return Noise(node, samples); };
-  for (const auto& [sink, signal] : ExpectedAtSinks(graph, TappedLengths(graph), noise)) {
-    auto failure =
-        graph.nodes[sink].work == Work::NULL_SINK ? JudgeNull(sink, signal, ended.out) : JudgeFile(graph, sink, signal);
-    if (failure) return failure;
-  }
-  return std::nullopt;
+  if (ended.status == expected && said.empty()) return std::nullopt;
+  return Failure{"status " + std::to_string(ended.status) + ": " + Kind(said),
+                 "expected status " + std::to_string(expected) + ", and nothing on standard error: " + said};
 }
 
-/** Whether the readings of the block say as many samples. */
-std::optional<Failure> Bench::JudgeNull(std::size_t sink, const Signal& expected, const std::string& json) const {
-  const std::size_t block = json.find('"' + NameOf(sink) + "\": {");
-  const std::string name = "\"samples\": ";
-  const std::size_t reading = block == std::string::npos ? block : json.find(name, block);
-  if (reading == std::string::npos) return Failure{"no figures", NameOf(sink) + " is missing in " + json};
-  const long samples = std::atol(&json[reading + name.size()]);
-  if (samples == expected.samples) return std::nullopt;
-  return Failure{
-      samples < expected.samples ? "too few samples" : "too many samples",
-      NameOf(sink) + ": expected " + std::to_string(expected.samples) + " samples, got " + std::to_string(samples)};
-}
-
-std::optional<Failure> Bench::JudgeFile(const Graph& graph, std::size_t sink, const Signal& expected) const {
+std::optional<Failure> Bench::JudgeSink(const Graph& graph, std::size_t sink, const Signal& expected,
+                                        const std::string& json) const {
   const Node& node = graph.nodes[sink];
-  const std::vector<double> got = Read(folder / FileOf(sink), node.format);
-  const std::size_t wanted = static_cast<std::size_t>(expected.samples) * node.channels;
-  std::string text = NameOf(sink) + ": expected " + std::to_string(expected.samples) + " samples, got " +
-                     std::to_string(got.size() / node.channels);
-  bool isSame = true;
+  if (node.work == Work::NULL_SINK) {  // the readings of the block have the count
+    const std::string name = "\"samples\": ";
+    const std::size_t reading = json.find(name, json.find('"' + NameOf(sink) + "\": {"));
+    if (reading == json.npos) return Failure{"no figures", NameOf(sink) + " is missing in " + json};
+    const long got = std::atol(&json[reading + name.size()]);
+    return got == expected.samples ? std::nullopt : std::optional(WrongCount(sink, expected.samples, got));
+  }
+  const std::vector<double> got = Levels(sink, node.format);
+  const long count = static_cast<long>(got.size() / node.channels);
+  std::string others;
   if (expected.levels) {
     const auto [a, b] = std::mismatch(got.begin(), got.end(), expected.levels->begin(), expected.levels->end());
-    isSame = a == got.end() || b == expected.levels->end();
-    const auto at = static_cast<std::size_t>(a - got.begin());
-    if (!isSame) {
-      text += "\nexpected" + Place(*expected.levels, at, node.channels) + "\n     got" + Place(got, at, node.channels);
+    if (a != got.end() && b != expected.levels->end()) {
+      others = "; sample " + std::to_string((a - got.begin()) / node.channels) + " must be " + std::to_string(*b) +
+               ", is " + std::to_string(*a);
     }
   }
-  if (got.size() == wanted) return isSame ? std::nullopt : std::optional(Failure{"other samples", text});
-  const std::string howMany = got.size() < wanted ? "too few samples" : "too many samples";
-  return Failure{isSame ? howMany : howMany + ", and others", text};
-}
-
-/** How far sources came that others stopped. */
-std::map<std::size_t, long> Bench::TappedLengths(const Graph& graph) const {
-  std::map<std::size_t, long> lengths;
-  for (const std::size_t file : NodesOf(graph, Work::FILE)) {
-    const Node& node = graph.nodes[file];
-    if (node.tap == 0) continue;
-    lengths[file] = static_cast<long>(fs::file_size(folder / FileOf(node.tap)) / SampleBytes(node));
-  }
-  return lengths;
+  if (count != expected.samples) return WrongCount(sink, expected.samples, count, others);
+  return others.empty() ? std::nullopt : std::optional(Failure{"other samples", NameOf(sink) + others});
 }
 
 std::map<std::size_t, std::string> Bench::Got(const Graph& graph) const {
   std::map<std::size_t, std::string> got;
-  for (const std::size_t sink : NodesOf(graph, Work::FILE_SINK)) got[sink] = Contents(folder / FileOf(sink));
+  for (const std::size_t sink : NodesOf(graph, Work::FILE_SINK)) got[sink] = testkit::Contents(folder / FileOf(sink));
   return got;
 }
 
-/** From `tone` without a graph around; in a folder beside, since a trial may be running. */
+std::vector<double> Bench::Levels(std::size_t node, vorn::SampleFormat format) const {
+  const std::string bytes = testkit::Contents(folder / FileOf(node));
+  return testkit::Decoded(format, {bytes.begin(), bytes.end()});
+}
+
+/** From `tone` without a graph around. */
 Signal Bench::Noise(const Node& node, long samples) {
   const std::string args = "white samples=" + std::to_string(MOST_NOISE) + " seed=" + std::to_string(node.seed) +
                            " format=" + vorn::FormatName(node.format) + " channels=" + std::to_string(node.channels);
-  const auto known = noises.find(args);
-  if (known != noises.end()) {
-    const auto count = static_cast<std::ptrdiff_t>(samples) * node.channels;
-    const auto& all = *known->second.levels;
-    return {samples, node.channels, std::make_shared<const std::vector<double>>(all.begin(), all.begin() + count)};
+  Signal& all = noises[args];
+  if (!all.levels) {
+    const testkit::Folder beside;
+    testkit::RunIn(beside / "", {VornRun(), "-q", "-e", "tone " + args + " ! filesink noise.raw"});
+    const std::string bytes = testkit::Contents(beside / "noise.raw");
+    all.levels = std::make_shared<std::vector<double>>(testkit::Decoded(node.format, {bytes.begin(), bytes.end()}));
+    if (all.levels->size() != MOST_NOISE * node.channels) throw std::runtime_error("tone " + args + " makes no noise");
   }
-  const fs::path beside = folder.string() + ".noise";
-  fs::create_directories(beside);
-  const Ended ended = RunIn(beside, {VornRun(), "-q", "-e", "tone " + args + " ! filesink noise.raw"});
-  Signal all{MOST_NOISE, node.channels, nullptr};
-  all.levels = std::make_shared<const std::vector<double>>(Read(beside / "noise.raw", node.format));
-  fs::remove_all(beside);
-  if (ended.status != 0 || all.levels->size() != MOST_NOISE * node.channels) {
-    throw std::runtime_error("tone " + args + " makes no noise: " + ended.err);
-  }
-  noises[args] = std::move(all);
-  return Noise(node, samples);
-}
-
-std::optional<Failure> TrySeed(Bench& bench, std::uint64_t seed, bool again) {
-  const Graph graph = GraphMaker(seed, 0).Make();
-  if (auto failure = bench.Try(graph)) return failure;
-  if (!again || graph.ending != Ending::BY_ITSELF) return std::nullopt;
-  const auto got = bench.Got(graph);
-  const Graph other = GraphMaker(seed, 1).Make();
-  if (auto failure = bench.Try(other)) return failure;
-  for (const auto& [sink, bytes] : bench.Got(other)) {
-    if (bytes != got.at(sink)) return Failure{"frames matter", NameOf(sink) + " gets other samples with other frames"};
-  }
-  return std::nullopt;
+  const auto first = all.levels->begin();
+  const auto last = first + static_cast<std::ptrdiff_t>(samples) * node.channels;
+  return {samples, node.channels, std::make_shared<const std::vector<double>>(first, last)};
 }
 
 }  // namespace randomgraphs

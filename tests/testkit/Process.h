@@ -7,13 +7,16 @@
 #include <string>
 #include <vector>
 
-namespace randomgraphs {
+#include "testkit/Files.h"
 
-/** A signal to send, some time after a file has got its first bytes. */
+namespace testkit {
+
+/** Signals to send, some time after the program has written the first bytes of a file. */
 struct Interruption {
-  int signal;
   std::filesystem::path file;
-  std::chrono::microseconds later;
+  std::vector<int> signals;
+  std::chrono::microseconds later{};
+  bool mayBeEmpty = false;  ///< The file need only be there.
 };
 
 struct Ended {
@@ -23,13 +26,11 @@ struct Ended {
   std::string err;
 };
 
-/** RANDOM_GRAPHS_TIMEOUT in seconds, or 20: a graph takes some milliseconds. */
+/** VORN_TEST_PATIENCE in seconds, or 20: what is run takes some milliseconds. */
 std::chrono::milliseconds HangLimit();
 
 /** Output goes to files in the folder meanwhile. Any thread; the program gets its network namespace. */
 Ended RunIn(const std::filesystem::path& folder, std::vector<std::string> command,
             const std::optional<Interruption>& interruption = {});
 
-std::string Contents(const std::filesystem::path& path);
-
-}  // namespace randomgraphs
+}  // namespace testkit
