@@ -108,19 +108,19 @@ TEST_F(BlockTest, DumpsWhatItSends) {
   };
   const auto expectDumped = [&] {
     source.CloseDump();
-    for (std::size_t i : {0, 1}) EXPECT_EQ(ContentOf(folder.path + names[i]), bytes[i]);
+    for (std::size_t i : {0, 1}) EXPECT_EQ(Contents(folder / names[i]), bytes[i]);
   };
   sendTo("", {5});
-  EXPECT_TRUE(std::filesystem::is_empty(folder.path));
-  sendTo(folder.path, {0});
-  for (const std::string& name : names) EXPECT_TRUE(std::filesystem::exists(folder.path + name));
+  EXPECT_TRUE(std::filesystem::is_empty(folder / ""));
+  sendTo(folder / "", {0});
+  for (const std::string& name : names) EXPECT_TRUE(std::filesystem::exists(folder / name));
   sendTo("/nonexistent/", {480, 3, 0, 1000, 7});
   expectDumped();
   Log::Take();
   sendTo("/nonexistent/", {1});
   const std::string error = "D ~a: Unable to open /nonexistent/", end = " to dump data";
   EXPECT_EQ(Log::Take(), Lines(error + names[0] + end + "|" + error + names[1] + end));
-  sendTo(folder.path, {2});
+  sendTo(folder / "", {2});
   thin.Disconnect();
   Link anew("RouteA", "", 16000, SampleFormat::BYTE, 1, 3);
   EXPECT_EQ(anew.Connect(&source.OutEp(31), &sink.InEp(0)), 0);

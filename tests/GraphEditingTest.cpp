@@ -102,15 +102,16 @@ TEST_F(RouteTest, RefusesStrangers) {
 // Red if a path loses or doubles its slash, or dumping that is switched off leaves its files open.
 TEST_F(RouteTest, DumpsWhereItIsTold) {
   const Folder folder;
+  const std::string path = folder / "";
   Join(*route, Add(*route, FIRST, "src", Script{0, 0, -21}), Add(*route, LAST, "out"));
   Log::Take();
   route->SetDump("");
-  route->SetDump(folder.path.substr(0, folder.path.size() - 1).c_str());
-  EXPECT_EQ(Log::Take(), Lines("I ~Enabled dumping data to |I ~Enabled dumping data to " + folder.path));
+  route->SetDump(path.substr(0, path.size() - 1).c_str());
+  EXPECT_EQ(Log::Take(), Lines("I ~Enabled dumping data to |I ~Enabled dumping data to " + path));
   RunToEnd();
   route->SetDump(nullptr);
   EXPECT_TRUE(Log::Take().ends_with(Lines("I ~Disabled dumping data")));
-  const std::string dumped = ContentOf(folder.path + "RouteA-probe_src_0-O00-48000Hz-S16_LE-2ch.pcm");
+  const std::string dumped = Contents(folder / "RouteA-probe_src_0-O00-48000Hz-S16_LE-2ch.pcm");
   EXPECT_EQ(dumped.size(), 12u);  // a sample of call 1, and two of call 2
 
   Log::Keep("W");

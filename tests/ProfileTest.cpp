@@ -43,11 +43,11 @@ TEST(Profile, ReadsOneKey) {
   const Folder folder;
   char value[256] = "old";
   for (const auto& c : CASES) {
-    const std::string path = folder.Write(c.file);
+    const std::string path = Write(folder / "file", c.file);
     EXPECT_EQ(GetProfileString(path.c_str(), "config", c.key.c_str(), value), c.ret) << c.what;
     EXPECT_EQ(value, c.value) << c.what;
     std::snprintf(value, sizeof value, "old");
   }
-  EXPECT_EQ(GetProfileString((folder.path + "missing").c_str(), "config", "key", value), -1);
-  EXPECT_EQ(GetProfileString(folder.path.c_str(), "config", "key", value), -1);
+  EXPECT_EQ(GetProfileString((folder / "missing").c_str(), "config", "key", value), -1);
+  EXPECT_EQ(GetProfileString((folder / "").c_str(), "config", "key", value), -1);
 }

@@ -26,7 +26,7 @@ TEST(Vorn, ConfiguresTheLog) {
            {"dumppath=/x/\n", "|file /x/vorn.log"},
            {"dumppath=\nloglevel=3\n", "|level 3|file 3/vorn.log"},
            {"logtostdout=true\nlogtostderr=\n", "|enable 1|enable 2"}}) {
-    const std::string path = folder.Write("[config]\n" + text);
+    const std::string path = Write(folder / "file", "[config]\n" + text);
     Log::Keep("T");
     const VornImpl vorn(path.c_str());
     EXPECT_EQ(Log::Take(), Lines("enable 16386|level 4" + calls)) << text;
@@ -116,11 +116,11 @@ TEST(Vorn, EndsRoutesThatSleptInAFIFO) {
 // Red if a route does not get the folder of the file.
 TEST(Vorn, GivesRoutesItsDumpFolder) {
   const Folder folder;
-  VornImpl vorn(folder.Write("[config]\ndumppath=" + folder.path).c_str());
+  VornImpl vorn(Write(folder / "file", "[config]\ndumppath=" + folder / "").c_str());
   Route* route = vorn.NewRoute("RouteA", nullptr);
   Join(*route, Add(*route, FIRST, "src", Script{0, -21}), Add(*route, LAST, "out"));
   route->Start();
-  const std::string file = folder.path + "RouteA-probe_src_0-O00-48000Hz-S16_LE-2ch.pcm";
+  const std::string file = folder / "RouteA-probe_src_0-O00-48000Hz-S16_LE-2ch.pcm";
   EXPECT_TRUE(WaitUntil([&] { return std::filesystem::exists(file); }));
 }
 

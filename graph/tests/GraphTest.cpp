@@ -1,15 +1,13 @@
 // A program that runs graphs by <vorn/Graph.h> alone.
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <unistd.h>
 #include <vorn/Graph.h>
 
 #include <cmath>
 #include <csignal>
-#include <filesystem>
-#include <fstream>
 #include <thread>
 
+#include "testkit/Files.h"
 #include "tlogging.h"
 
 namespace {
@@ -17,26 +15,18 @@ namespace {
 using vorn::Graph;
 namespace fs = std::filesystem;
 
-std::string Contents(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 std::string Text(const std::optional<Graph::Error>& error) { return error ? error->ToString() : ""; }
 
 class GraphTest : public testing::Test {
  protected:
-  void SetUp() override { fs::create_directories(folder); }
-  void TearDown() override { fs::remove_all(folder); }
-
-  const fs::path folder = fs::path(testing::TempDir()) / ("graph-" + std::to_string(getpid()));
+  const testkit::Folder folder;
 };
 
 TEST_F(GraphTest, RunsAFileToItsEndAndOnceMoreFromTheStart) {
-  const fs::path file = folder / "g.dot";
-  std::ofstream(file)
-      << "digraph { a [block=moody, samples=\"$n\"] b [block=moody, measure=true, file=\"$out\"] a -> b }";
-  const fs::path out = folder / "out";
+  const std::string file =
+      testkit::Write(folder / "g.dot",
+                     "digraph { a [block=moody, samples=\"$n\"] b [block=moody, measure=true, file=\"$out\"] a -> b }");
+  const std::string out = folder / "out";
   Graph graph = Graph::FromFile(file, {{"n", "12345"}, {"out", out}});
   EXPECT_FALSE(graph.CurrentFigures().areKnown);
   for (int run = 0; run < 2; ++run) {
@@ -64,7 +54,7 @@ TEST_F(GraphTest, RunsAFileToItsEndAndOnceMoreFromTheStart) {
 TEST_F(GraphTest, AnswersErrorsAsValuesWithTheirPlaces) {
   Graph missing = Graph::FromFile(folder / "none.dot");
   for (const auto& error : {missing.Set("a.b=c"), missing.Plan(), missing.Check(), missing.Run().error}) {
-    EXPECT_EQ(Text(error), (folder / "none.dot").string() + ": cannot be read; expected a graph file");
+    EXPECT_EQ(Text(error), folder / "none.dot" + ": cannot be read; expected a graph file");
   }
   EXPECT_EQ(missing.ToDot() + missing.ToTable() + missing.ToJson(), "");
 
@@ -132,14 +122,14 @@ TEST_F(GraphTest, LeavesTheSignalsToTheProgram) {
 }
 
 TEST_F(GraphTest, TakesTheLogOnlyWhereItIsTold) {
-  const fs::path log = folder / "log";
+  const std::string log = folder / "log";
   ASSERT_EQ(_tlogging_set_file(log.c_str()), 0);
   EXPECT_EQ(Text(Graph::FromPipeline("moody 5 ! moody refuse=yes").Run().error),
             "pipeline:1:11: block 'moody_1': out of sorts");
   Graph stillborn = Graph::FromPipeline("moody 5 ! moody born=no");
   EXPECT_EQ(Text(stillborn.Run().error), "pipeline:1:11: block 'moody_1' could not be made; the log says why");
   for (const char* reason : {"out of sorts", "not today"}) {
-    EXPECT_NE(Contents(log).find(reason), std::string::npos) << reason;
+    EXPECT_NE(testkit::Contents(log).find(reason), std::string::npos) << reason;
   }
 
   const auto size = fs::file_size(log);

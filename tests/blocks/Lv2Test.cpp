@@ -99,7 +99,7 @@ class Lv2Test : public testing::Test {
     Graph::PlayFloats(source, Interleaved(channels), stream);
   }
 
-  inline static const testkit::Scratch BUNDLES;  // of plug-ins that are broken
+  inline static const testkit::Folder BUNDLES;  // of plug-ins that are broken
   testkit::LogFile log;
   Graph graph;
   vorn::Block* block = nullptr;  // of the last run
