@@ -118,7 +118,11 @@ class FileSink : public vorn::PluginBlock {
   static vorn::Description Describe() {
     return vorn::Description("filesink", "writes a sound file")
         .Input(vorn::Port("in", "stored in the nearest way the kind of file knows"))
-        .Takes(Parameter::Text(PATH, "path").Positional().Required().Help("file to write; what was there is lost"))
+        .Takes(Parameter::Text(PATH, "path")
+                   .WritesFile()
+                   .Positional()
+                   .Required()
+                   .Help("file to write; what was there is lost"))
         .Takes(Parameter::Text(CONTAINER, "container")
                    .Help("kind of file by its usual ending (wav, flac, ogg, raw); without: the ending of the path"))
         .Takes(Parameter::Number(QUALITY, "quality", "", 0, 1)

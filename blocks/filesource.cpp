@@ -28,7 +28,11 @@ class FileSource : public vorn::PluginBlock {
     const double most = std::numeric_limits<double>::infinity();
     return vorn::Description("filesource", "plays a sound file")
         .Output(vorn::Port("out", "the file's rate and channels, any format"))
-        .Takes(Parameter::Text(PATH, "path").Positional().Required().Help("file to play, of any kind libsndfile reads"))
+        .Takes(Parameter::Text(PATH, "path")
+                   .ReadsFile()
+                   .Positional()
+                   .Required()
+                   .Help("file to play, of any kind libsndfile reads"))
         .Takes(Parameter::Flag(LOOP, "loop").Help("start over at the end, for ever"))
         .Takes(Parameter::Number(START, "start", "s", 0, most).Default(0).Help("where in the file to start"))
         .Takes(Parameter::Number(LENGTH, "length", "s", 0, most).Default(0).Help("how much to play; 0: to the end"))

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 
+#include "Arguments.h"
 #include "StreamText.h"
 
 namespace vorn::graph {
@@ -213,22 +214,6 @@ std::optional<Error> CheckOpenEnd(const GraphPlan& plan, std::size_t node, bool 
 }
 
 }  // namespace
-
-bool FlagOf(const BlockPlan& block, const std::string& name, bool otherwise) {
-  const BlockInfo* info = block.plugIn.info;
-  if (!info) return otherwise;
-  const auto* const end = info->parameters + info->parameterCount;
-  const auto* const flag =
-      std::find_if(info->parameters, end, [&](const ParameterInfo& one) { return name == one.name; });
-  if (flag == end) return otherwise;
-  std::optional<std::string> value;
-  std::int32_t position = 0;
-  for (const std::string& arg : block.args) {
-    if (arg.starts_with(name + '=')) value = arg.substr(name.size() + 1);
-    if (arg.find('=') == arg.npos && position++ == flag->position) value = arg;
-  }
-  return value ? *value != "false" && *value != "no" && *value != "off" && *value != "0" : otherwise;
-}
 
 std::optional<Error> Connect(GraphPlan& plan) { return Connector(plan).Connect(); }
 

@@ -11,7 +11,4 @@ std::optional<Error> Connect(GraphPlan& plan);
 /** First and last, and whether every block has the links it needs. After Connect. */
 std::optional<Error> CheckEnds(GraphPlan& plan);
 
-/** What the arguments of a block say of a flag. @param otherwise where they, or its plug-in, say nothing of it. */
-bool FlagOf(const BlockPlan& block, const std::string& name, bool otherwise);
-
 }  // namespace vorn::graph

@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <numeric>
-#include <string_view>
 
-#include "Connections.h"
+#include "Arguments.h"
 #include "DryRun.h"
 #include "StreamText.h"
 
@@ -279,7 +278,7 @@ class FifoPlanner {
     for (const FifoPlan& fifo : plan.fifos) {
       BlockPlan& reader = plan.blocks[fifo.reader];
       const auto isSaid = [](const std::string& arg) { return arg.starts_with("whole="); };
-      const bool mayTake = LeadsTo(To(fifo), From(fifo)) && HasParameter(reader, "whole");
+      const bool mayTake = LeadsTo(To(fifo), From(fifo)) && FindParameter(reader, "whole");
       if (mayTake && std::ranges::none_of(reader.args, isSaid)) reader.args.emplace_back("whole=false");
       reader.takesAny = !FlagOf(reader, "whole", true);
     }
@@ -295,13 +294,6 @@ class FifoPlanner {
       }
     }
     return false;
-  }
-
-  static bool HasParameter(const BlockPlan& block, std::string_view name) {
-    const BlockInfo* info = block.plugIn.info;
-    if (!info) return false;
-    return std::any_of(info->parameters, info->parameters + info->parameterCount,
-                       [&](const ParameterInfo& one) { return name == one.name; });
   }
 
   GraphPlan& plan;

@@ -4,6 +4,7 @@
 
 #include "Connections.h"
 #include "FifoPlanning.h"
+#include "FileUse.h"
 #include "StreamOrder.h"
 #include "StreamText.h"
 
@@ -33,6 +34,7 @@ class Resolver {
 
   std::optional<Error> Resolve() {
     if (auto error = FindPlugIns()) return error;
+    if (auto error = CheckFiles(plan)) return error;
     if (auto error = Connect(plan)) return error;
     if (auto error = CheckEnds(plan)) return error;
     const auto order = OrderOfStreams(plan);

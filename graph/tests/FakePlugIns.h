@@ -14,7 +14,7 @@ struct Source {
   static Description Describe() {
     return Description("source", "")
         .Outputs(1, 2, Port("out"))
-        .Takes(Parameter::Text(0, "path").Positional().Required());
+        .Takes(Parameter::Text(0, "path").ReadsFile().Positional().Required());
   }
   static Refusal PlanStreams(const Parameters& parameters, const std::vector<Stream>&, std::vector<Stream>& out) {
     if (parameters.Text(0) == "missing") return "missing: No such file";
@@ -49,7 +49,11 @@ struct Mix {
   }
 };
 struct Sink {
-  static Description Describe() { return Description("sink", "").Input(Port("in").Channels(1, 2)); }
+  static Description Describe() {
+    return Description("sink", "")
+        .Input(Port("in").Channels(1, 2))
+        .Takes(Parameter::Text(0, "path").WritesFile().Positional());
+  }
 };
 struct Reader {
   static Description Describe() {

@@ -1,6 +1,9 @@
 // What is worked out of a graph before anything is built, and what is refused.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <filesystem>
+#include <fstream>
 #include <map>
 #include <set>
 
@@ -209,6 +212,32 @@ TEST(Settings, TakeThePlaceOfWhatTheGraphSays) {
             "--set gain.gain=2: expected node.parameter=value, where node is one of: any_0, gain_0, sink_0");
   EXPECT_EQ(argsWith("gain", "gain_0.x=2"),
             "--set gain_0.x=2: block 'gain_0' has no parameter 'x'; gain has gain smooth");
+}
+
+TEST(Resolver, KeepsOthersAwayFromAFileThatIsWritten) {
+  namespace fs = std::filesystem;
+  const fs::path folder = fs::temp_directory_path() / ("vorn-resolver-" + std::to_string(getpid()));
+  fs::create_directories(folder / "sub");
+  const std::string in = folder / "in";
+  std::ofstream{in} << "x";
+  fs::create_symlink(in, folder / "symbolic");
+  fs::create_hard_link(in, folder / "hard");
+  const auto shown = [&](const std::string& read, const std::string& a, const std::string& b) {
+    return Show(PlanFile("s [block=source path=\"" + read + "\"] t [block=any] a [block=sink path=\"" + a +
+                         "\"] b [block=sink path=\"" + b + "\"] s -> t t -> a t -> b"));
+  };
+  const std::string other = folder / "other";
+  EXPECT_EQ(shown(in, other, other + "2").find("block"), std::string::npos);
+  EXPECT_EQ(shown(in, "/dev/null", "/dev/null").find("block"), std::string::npos);
+  for (const char* name : {"in", "symbolic", "hard", "sub/../in"}) {
+    const std::string path = folder / name;
+    const std::string alias = path == in ? "" : " as '" + in + "'";
+    EXPECT_NE(shown(in, path, other).find("block 'a' writes '" + path + "', which block 's' reads" + alias),
+              std::string::npos);
+  }
+  EXPECT_NE(shown(in, other, folder / "sub/../other").find("block 'b' writes"), std::string::npos);
+  EXPECT_NE(shown(in, "-", "-").find("block 'b' writes standard output, which block 'a' writes"), std::string::npos);
+  fs::remove_all(folder);
 }
 
 }  // namespace

@@ -46,9 +46,11 @@ enum class ParameterType : std::uint32_t {
 };
 
 enum ParameterFlags : std::uint32_t {
-  PARAMETER_REQUIRED = 1,  ///< must be given as an argument
-  PARAMETER_LIVE = 2,      ///< may be set while the route runs; others while it is stopped, for the next start
-  PARAMETER_READING = 4,   ///< a measurement: can be read, never set, and is no argument
+  PARAMETER_REQUIRED = 1,      ///< must be given as an argument
+  PARAMETER_LIVE = 2,          ///< may be set while the route runs; others while it is stopped, for the next start
+  PARAMETER_READING = 4,       ///< a measurement: can be read, never set, and is no argument
+  PARAMETER_READS_FILE = 8,    ///< the path of a file that the block reads
+  PARAMETER_WRITES_FILE = 16,  ///< the path of a file that the block writes
 };
 
 /** One parameter, which is an argument as well unless it is a reading. Texts are never null; "" is none. */
@@ -181,6 +183,9 @@ class Parameter {
   /** May be given without its name; the order of such parameters in the table is the order of the arguments. */
   Parameter&& Positional() && { return positional = true, std::move(*this); }
   Parameter&& Required() && { return flags |= PARAMETER_REQUIRED, std::move(*this); }
+  /** A text that is the path of a file; "-" is standard input or output. Hosts keep others away from what is written. */
+  Parameter&& ReadsFile() && { return flags |= PARAMETER_READS_FILE, std::move(*this); }
+  Parameter&& WritesFile() && { return flags |= PARAMETER_WRITES_FILE, std::move(*this); }
   Parameter&& Live() && { return flags |= PARAMETER_LIVE, std::move(*this); }
 
   bool IsReading() const { return (flags & PARAMETER_READING) != 0; }
