@@ -115,10 +115,10 @@ TEST_F(RouteTest, DumpsWhereItIsTold) {
   EXPECT_EQ(dumped.size(), 12u);  // a sample of call 1, and two of call 2
 
   Log::Keep("W");
-  const std::string plugIns = std::getenv("LD_LIBRARY_PATH"), needed = folder.path + "RouteA-" + plugIns + "/";
+  const std::string plugIns = std::getenv("LD_LIBRARY_PATH"), needed = path + "RouteA-" + plugIns + "/";
   Block* byPath = Load(*route, plugIns + "/libprobe.so", ALONE, "");
   for (int round = 0; round < 2; ++round) {
-    route->SetDump(folder.path.c_str());
+    route->SetDump(path.c_str());
     const std::string warning = "W ~" + byPath->Name() + ": Will not be dumped: there is no folder " + needed;
     EXPECT_EQ(Log::Take(), round ? "" : Lines(warning + " to write to"));
     std::filesystem::create_directories(needed);
