@@ -172,7 +172,7 @@ struct Quitter : Probe, Route::Callbacks {
 
 /** Fills the process with what does not end by itself, and leaves it in the way that is asked for. */
 void LeaveWhenStuck(const std::string& how) {
-  alarm(30);  // the longest that a process may take to end
+  alarm(60);  // the longest that a process may take to end
   Vorn& vorn = *Vorn::Instance();
   Route* route = vorn.NewRoute("RouteA", nullptr);
   FIFO* fifo = vorn.NewFIFO(0, 1, 10, 0);
@@ -200,7 +200,7 @@ void LeaveWhenStuck(const std::string& how) {
     Add<Sleeper>(*route, ALONE, fifo);
     route->Start();
     const pid_t child = fork();
-    if (child == 0) alarm(30), std::exit(7);
+    if (child == 0) alarm(60), std::exit(7);
     int status = 0;
     waitpid(child, &status, 0);
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 7) std::abort();

@@ -92,7 +92,7 @@ void MarkEmpty(const std::vector<Ep*>& linked) {
 }  // namespace
 
 int Block::AskHook(int (Block::*hook)(unsigned long), unsigned long index) {
-  Whereabouts::InBlock(name.c_str());
+  Whereabouts::InBlock(*this);
   try {
     return (this->*hook)(index);
   } catch (const std::exception& e) {
@@ -132,14 +132,14 @@ int Block::BaseOnOutEpLinked(unsigned long index) {
 void Block::BaseOnInEpUnlinked(unsigned long index) {
   Deactivate(activeInEps, linkedInEps, index);
   LOG_D("%s: %s: Input endpoint %zu unlinked", routeName.c_str(), name.c_str(), index);
-  Whereabouts::InBlock(name.c_str());
+  Whereabouts::InBlock(*this);
   OnInEpUnlinked(index);
 }
 
 void Block::BaseOnOutEpUnlinked(unsigned long index) {
   Deactivate(activeOutEps, linkedOutEps, index);
   LOG_D("%s: %s: Output endpoint %zu unlinked", routeName.c_str(), name.c_str(), index);
-  Whereabouts::InBlock(name.c_str());
+  Whereabouts::InBlock(*this);
   OnOutEpUnlinked(index);
 }
 

@@ -1,6 +1,6 @@
 // Whose code the calling thread runs, so that a crash can be told with a name: see Route::Here().
 //
-// Two pointers a thread, which a signal handler on the same thread reads. The name of a block is set before its code is
+// Pointers of each thread, which a signal handler on the same thread reads. The block is set before its code is
 // entered, and replaced when other code is: one store a block, and nothing to undo where something throws.
 #pragma once
 
@@ -8,14 +8,25 @@
 
 namespace vorn {
 
+class Block;
+
 struct Whereabouts {
-  static void InRoute(const char* route) { routeName.store(route, std::memory_order_relaxed); }
-  /** @param block the name of a block, or the file that one is made from; null: the library's or the client's code. */
-  static void InBlock(const char* block) { blockName.store(block, std::memory_order_relaxed); }
+  static void InRoute(const char* name) { route.store(name, std::memory_order_relaxed); }
+  static void InBlock(const Block& which) { block.store(&which, std::memory_order_relaxed); }
+  /** In the code of a plug-in that makes a block. */
+  static void InFile(const char* name) { file.store(name, std::memory_order_relaxed); }
+  /** In the library's or the client's code. */
+  static void Outside() {
+    block.store(nullptr, std::memory_order_relaxed);
+    file.store(nullptr, std::memory_order_relaxed);
+  }
+  /** Name of the block, else the file; null for neither. */
+  static const char* Name();
 
   // The model makes an access a plain move, also in a library that is loaded later.
-  [[gnu::tls_model("initial-exec")]] static thread_local constinit std::atomic<const char*> routeName;
-  [[gnu::tls_model("initial-exec")]] static thread_local constinit std::atomic<const char*> blockName;
+  [[gnu::tls_model("initial-exec")]] static thread_local constinit std::atomic<const char*> route;
+  [[gnu::tls_model("initial-exec")]] static thread_local constinit std::atomic<const Block*> block;
+  [[gnu::tls_model("initial-exec")]] static thread_local constinit std::atomic<const char*> file;
 };
 
 }  // namespace vorn

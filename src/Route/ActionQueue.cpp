@@ -188,11 +188,11 @@ void RouteImpl::ProcessActions() {
     try {
       Dispatch_l(*entry->action);
     } catch (const std::exception& e) {  // no memory, or a block that throws: the request's failure alone
-      const char* const block = Whereabouts::blockName;
+      const char* const block = Whereabouts::Name();
       LOG_E("%s: %s%sAction '%s' failed: %s", name.c_str(), block ? block : "", block ? ": " : "",
             TypeName(entry->action->type), e.what());
     }
-    Whereabouts::InBlock(nullptr);
+    Whereabouts::Outside();
     Release_l(*entry);
     actionList.pop_front();
   }

@@ -25,7 +25,7 @@ void Increment(std::atomic<unsigned long long>& counter) {
 
 }  // namespace
 
-Route::Position Route::Here() noexcept { return {Whereabouts::routeName, Whereabouts::blockName}; }
+Route::Position Route::Here() noexcept { return {Whereabouts::route, Whereabouts::Name()}; }
 
 void RouteImpl::MainThread(RouteImpl* route) {
   Whereabouts::InRoute(route->name.c_str());
@@ -62,7 +62,7 @@ void RouteImpl::RunFrameCycle() {
     RunWave(state);
     std::swap(current, next);
   }
-  Whereabouts::InBlock(nullptr);
+  Whereabouts::Outside();
   FinishCycle(state);
 }
 
@@ -81,7 +81,7 @@ void RouteImpl::RunWave(CycleState& state) {
 
 /** False ends the visits of this wave, and with it the cycle. */
 bool RouteImpl::VisitBlock(Block& block, CycleState& state) {
-  Whereabouts::InBlock(block.name.c_str());
+  Whereabouts::InBlock(block);
   const long result = block.ProcessFrame();
   if (result < 0) return VisitUnfinished(block, result, state);
   LOG_LOOP('V', "%s: %s %sis done", name.c_str(), block.Name().c_str(), Label(block));
@@ -132,10 +132,10 @@ void RouteImpl::FinishCycle(const CycleState& state) {
   if (state.error) {
     Increment(errorFrames);
     for (Block* block : blocks) {
-      Whereabouts::InBlock(block->name.c_str());
+      Whereabouts::InBlock(*block);
       block->Reset();
     }
-    Whereabouts::InBlock(nullptr);
+    Whereabouts::Outside();
   } else {
     Increment(okFrames);
   }

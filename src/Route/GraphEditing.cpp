@@ -60,7 +60,7 @@ Block* RouteImpl::NewBlock_l(const std::string& soFileName, bool first, bool las
     LOG_E("%s: Invalid so file name", name.c_str());
     return nullptr;
   }
-  Whereabouts::InBlock(soFileName.c_str());  // it has no name yet
+  Whereabouts::InFile(soFileName.c_str());  // it has no name yet
   Handle handle(dlopen(soFileName.c_str(), RTLD_LAZY));
   if (!handle) {
     LOG_E("%s: Can't open %s", name.c_str(), soFileName.c_str());
@@ -82,7 +82,7 @@ Block* RouteImpl::NewBlock_l(const std::string& soFileName, bool first, bool las
     handle.release();
     return block.release(), nullptr;
   }
-  soHandles.reserve(soHandles.size() + 1);
+  if (soHandles.size() == soHandles.capacity()) soHandles.reserve(2 * soHandles.size() + 8);
   EnterBlock_l(*block);
   soHandles.push_back(handle.release());
   WarnOfDump_l(*block);
@@ -195,7 +195,7 @@ int RouteImpl::Delete_l(void* instance) {
     if (block->OutEp(i).IsActive()) DestroyLink_l(block->OutEp(i).AttachedLink());
   }
   RemoveBlock_l(*block);
-  Whereabouts::InBlock(block->name.c_str());
+  Whereabouts::InBlock(*block);
   delete block;
   return 0;
 }
@@ -212,7 +212,7 @@ int RouteImpl::DeleteAll_l() {
   }
   for (Link* link : allLinks) delete link;
   for (Block* block : allBlocks) {
-    Whereabouts::InBlock(block->name.c_str());
+    Whereabouts::InBlock(*block);
     delete block;
   }
   return 0;
@@ -228,7 +228,7 @@ int RouteImpl::SetParam_l(Block* block, unsigned int paramId, const std::vector<
     return REFUSED;
   }
   LOG_I("%s: Setting parameter id %u to %s", name.c_str(), paramId, block->Name().c_str());
-  Whereabouts::InBlock(block->name.c_str());
+  Whereabouts::InBlock(*block);
   return block->SetParameter(paramId, params);
 }
 
@@ -238,7 +238,7 @@ int RouteImpl::GetParam_l(Block* block, unsigned int paramId, std::vector<std::s
     return REFUSED;
   }
   LOG_I("%s: Getting parameter %u from block %s", name.c_str(), paramId, block->Name().c_str());
-  Whereabouts::InBlock(block->name.c_str());
+  Whereabouts::InBlock(*block);
   return block->GetParameter(paramId, params);
 }
 
@@ -247,7 +247,7 @@ int RouteImpl::Reset_l(Block* block) {
     LOG_E("%s: Block %s doesn't exist", name.c_str(), StrangerName(block).text.c_str());
     return REFUSED;
   }
-  Whereabouts::InBlock(block->name.c_str());
+  Whereabouts::InBlock(*block);
   block->BaseReset();
   return 0;
 }

@@ -59,6 +59,8 @@ class RouteImpl : public Route {
     stopAsked.store(true, std::memory_order_relaxed);
     unsettled.store(true, std::memory_order_release);
   }
+  /** Of a lost route: so that at least the system is done with the thread. */
+  void JoinLost() { thread.join(); }
   /** The route's own thread, on its way out of the process. */
   void Leave();
 

@@ -41,14 +41,14 @@ int RouteImpl::Start_l() {
 
 /** What the block answers; one that throws, as for want of memory, refuses. */
 int RouteImpl::StartBlock(Block& block) {
-  Whereabouts::InBlock(block.name.c_str());
+  Whereabouts::InBlock(block);
   int ret = -20;
   try {
     ret = block.BaseStart();
   } catch (const std::exception& e) {
     LOG_FROM('E', "Start_l", "%s: %s: Start() threw: %s", name.c_str(), block.name.c_str(), e.what());
   }
-  Whereabouts::InBlock(nullptr);
+  Whereabouts::Outside();
   return ret;
 }
 
@@ -57,14 +57,14 @@ int RouteImpl::Stop_l(StopReason reason) {
   unsettled.store(true, std::memory_order_relaxed);
   LOG_I("%s: Stopping", name.c_str());
   for (Block* block : blocks) {
-    Whereabouts::InBlock(block->name.c_str());
+    Whereabouts::InBlock(*block);
     const int ret = block->BaseStop();
     if (ret < 0) {
       LOG_E("%s: Failed to stop %s (ret=%d)", name.c_str(), block->Name().c_str(), ret);
       return ret;
     }
   }
-  Whereabouts::InBlock(nullptr);
+  Whereabouts::Outside();
   StoreStatus(STOPPED);
   LOG_I("%s: Stopped", name.c_str());
   Tell("OnStopped", [&](Callbacks& client) { client.OnStopped(reason); });

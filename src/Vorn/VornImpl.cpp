@@ -111,7 +111,9 @@ void VornImpl::LeaveWhatCannotEnd() {
   left.fifos.splice(left.fifos.end(), fifos);
   for (auto route = routes.begin(); route != routes.end();) {
     const auto next = std::next(route);
-    if ((*route)->IsOwnThread() || (*route)->IsLost()) left.routes.splice(left.routes.end(), routes, route);
+    const bool isLost = (*route)->IsLost();
+    if (isLost) (*route)->JoinLost();
+    if (isLost || (*route)->IsOwnThread()) left.routes.splice(left.routes.end(), routes, route);
     route = next;
   }
 }
