@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "support/Format.h"
+#include "support/ReadingText.h"
 
 namespace vorn::run {
 namespace {
@@ -80,8 +81,7 @@ std::vector<std::string> ReadingLines(const std::vector<Graph::Reading>& reading
       lines.push_back("block '" + reading.block + "': ");
       block = reading.block;
     }
-    const bool isLarge = std::fabs(reading.value) >= 1000;  // counts above all: no exponents, please
-    lines.back() += reading.name + Format(isLarge ? " %.0f" : " %.4g", reading.value);
+    lines.back() += reading.name + ' ' + support::ReadingText(reading.value, reading.unit);
     if (!reading.unit.empty()) lines.back() += ' ' + reading.unit;
   }
   return lines;

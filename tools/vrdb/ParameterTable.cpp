@@ -6,6 +6,7 @@
 #include <vorn/kit/Conventions.h>
 
 #include "LocalCommands.h"
+#include "support/ReadingText.h"
 #include "support/TextTable.h"
 
 namespace vrdb {
@@ -52,7 +53,8 @@ Result RunParams(Shell& shell, const Words& words) {
   if (Result result = ReadParameters(shell, words[1], words[2], table); result.code != DONE) return result;
   std::vector<support::Row> rows = {{"KEY", "NAME", "UNIT", "ACCESS", "VALUE", "RANGE"}};
   for (const vorn::ParameterLine& one : table) {
-    rows.push_back({std::to_string(one.id), one.name, OrDash(one.unit), one.access, one.value, OrDash(one.range)});
+    const std::string value = one.IsReading() ? support::ReadingText(one.value, one.unit) : one.value;
+    rows.push_back({std::to_string(one.id), one.name, OrDash(one.unit), one.access, value, OrDash(one.range)});
   }
   const auto lines = support::TextTable(rows, LONGEST_ALIGNED);
   for (const std::string& line : lines) {

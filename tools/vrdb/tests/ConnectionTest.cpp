@@ -75,7 +75,8 @@ TEST(Connection, SendsNothingBeforeItsTurn) {
 // Red if a setting by name goes to another parameter than the named one, or the console is sent a name.
 TEST(Shell, SetsParametersByName) {
   const std::string table =
-      "0 mode - low|high low live\n7 gain dB -120..60 -6 live\nrubbish\n9 file %25 - a%20b read\n";
+      "0 mode - low|high low live\n7 gain dB -120..60 -6 live\nrubbish\n9 file %25 - a%20b read\n"
+      "10 peak dBFS - -21.010315099337845 read\n11 seen - - 123456789 read\n";
   FakeConsole console([&](int client, const std::string& command) {
     if (command == "getparam RouteA gain_0 4294967040") return Put(client, table + "\0"s);
     return Put(client, (command == "setparam RouteA gain_0 7 -6" ? "Success\n" : "Failed to set parameter\n") + "\0"s);
@@ -85,11 +86,14 @@ TEST(Shell, SetsParametersByName) {
   const Result refused = shell.Run({"setparam", "RouteA", "gain_0", "gain", "99"});
   EXPECT_EQ(refused.code, FAILED);
   EXPECT_NE(refused.message.find("gain takes -120..60 dB"), std::string::npos) << refused.message;
-  EXPECT_NE(shell.Run({"getparam", "RouteA", "gain_0", "x"}).message.find("it has mode, gain, file"),
+  EXPECT_NE(shell.Run({"getparam", "RouteA", "gain_0", "x"}).message.find("it has mode, gain, file, peak"),
             std::string::npos);
   testing::internal::CaptureStdout();
   EXPECT_EQ(shell.Run({"params", "RouteA", "gain_0"}).code, DONE);
-  EXPECT_NE(testing::internal::GetCapturedStdout().find("9    file  %     read    a b    -"), std::string::npos);
+  const std::string shown = testing::internal::GetCapturedStdout();
+  for (const char* row : {"9    file  %     read    a b        -", "peak  dBFS  read    -21.0      -", "123456789"}) {
+    EXPECT_NE(shown.find(row), std::string::npos) << shown;
+  }
 }
 
 // Red if a command that does not fit into one read of the console is sent, or one that does is refused.
