@@ -78,9 +78,10 @@ std::optional<Error> CheckFiles(const GraphPlan& plan) {
     if (other == use) continue;
     const auto& nodes = plan.graph.nodes;
     const std::string alias = use->path == other->path ? "" : " as " + NameOf(*other);
-    return Error{nodes[use->node].at, "block " + Quoted(nodes[use->node].name) + (use->writes ? " writes " : " reads ") +
-                                          NameOf(*use) + ", which block " + Quoted(nodes[other->node].name) +
-                                          (other->writes ? " writes" : " reads") + alias + "; expected another path"};
+    return Error{nodes[use->node].at, "block " + Quoted(nodes[use->node].name) +
+                                          (use->writes ? " writes " : " reads ") + NameOf(*use) + ", which block " +
+                                          Quoted(nodes[other->node].name) + (other->writes ? " writes" : " reads") +
+                                          alias + "; expected another path"};
   }
   return std::nullopt;
 }

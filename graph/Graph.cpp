@@ -164,8 +164,8 @@ std::optional<Graph::Error> Graph::SetDump(const std::string& folder) {
 }
 
 void Graph::TakeLog(std::optional<int> shownLevel) {
-  Vorn::Instance();  // reads its configuration first, so that ours of the log is the last
-  impl->log.Take(shownLevel);
+  // The library reads its configuration first, so that ours of the log is the last.
+  impl->log.Take(shownLevel, [] { Vorn::Instance(); });
 }
 
 std::optional<Graph::Error> Graph::Plan() { return impl->Plan(); }

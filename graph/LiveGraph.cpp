@@ -175,6 +175,10 @@ int LiveGraph::Start(std::size_t route) {
   return held ? held->Start() : -20;
 }
 
+bool LiveGraph::HasRefused(std::size_t route) const {
+  return std::ranges::any_of(Refusals(route), [](const auto& answer) { return RefusedAt(answer) != 0; });
+}
+
 Error LiveGraph::WhyNotStarted(std::size_t route, int result) {
   if (!IsThere(route)) return Gone(route);
   const RouteDescription& which = graph.routes[route];

@@ -35,6 +35,8 @@ class LiveGraph {
   int Start(std::size_t route);
   /** Why Start() answered less than 0. */
   Error WhyNotStarted(std::size_t route, int result);
+  /** Whether a block of the route keeps a refusal. */
+  bool HasRefused(std::size_t route) const;
   /** Nothing to stop in a route that is gone. */
   std::optional<Error> Stop(std::size_t route);
 

@@ -1,5 +1,6 @@
 #include "LogTail.h"
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -25,10 +26,39 @@ LogLine Parse(const std::string& line) {
   return {'E', line};
 }
 
+std::string ContentsOf(int file) {
+  std::string text;
+  char piece[4096];
+  off_t at = 0;
+  for (ssize_t got = 0; (got = pread(file, piece, sizeof piece, at)) > 0; at += got) text.append(piece, got);
+  return text;
+}
+
+/** What the process writes to standard error while `call` runs. */
+std::string ErrorsOf(const std::function<void()>& call) {
+  const int held = memfd_create("early.log", MFD_CLOEXEC);
+  const int errors = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
+  const bool holds = held >= 0 && errors >= 0 && dup2(held, STDERR_FILENO) >= 0;
+  call();
+  if (holds) dup2(errors, STDERR_FILENO);
+  std::string text = ContentsOf(held);
+  close(errors);
+  close(held);
+  return text;
+}
+
 }  // namespace
 
 // A file in memory and not a pipe: a thread of a route must never wait for this program to read its log.
-void LogTail::Take(std::optional<int> level) {
+void LogTail::Take(std::optional<int> level, const std::function<void()>& begin) {
+  early = ErrorsOf([&] {
+    begin();
+    TakeNow(level);
+  });
+  if (isShown && *level > 0) (void)!write(STDERR_FILENO, early.data(), early.size());
+}
+
+void LogTail::TakeNow(std::optional<int> level) {
   isShown = level.has_value();
   if (file < 0) file = memfd_create("graph.log", MFD_CLOEXEC);
   const bool isTaken = file >= 0 && _tlogging_set_file(("/proc/self/fd/" + std::to_string(file)).c_str()) == 0;
@@ -53,9 +83,19 @@ std::vector<LogLine> LogTail::Drain() {
   if (position > FORGET_AT && ftruncate(file, 0) == 0) position = 0;
 
   std::vector<LogLine> lines;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) lines.push_back(Parse(line));
+  Keep(std::exchange(early, {}), lines);
+  Keep(text, lines);
   return lines;
+}
+
+void LogTail::Keep(const std::string& text, std::vector<LogLine>& lines) {
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) {
+    LogLine parsed = Parse(line);
+    const bool isOfConsole = parsed.text.starts_with("Failed to bind, can't listen to vrdb");
+    lacksConsole = lacksConsole || isOfConsole;
+    if (!isOfConsole && parsed.level != 'I') lines.push_back(std::move(parsed));
+  }
 }
 
 }  // namespace vorn::graph

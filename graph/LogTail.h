@@ -2,8 +2,10 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace vorn::graph {
@@ -28,18 +30,26 @@ class LogTail {
    *
    * @param level as of tlogging: what is logged also appears on standard error. Nothing: warnings and errors, here
    * alone.
+   * @param begin what makes the library log before its log can be taken: standard error is held back meanwhile.
    */
-  void Take(std::optional<int> level);
+  void Take(std::optional<int> level, const std::function<void()>& begin);
   bool IsTaken() const { return file >= 0; }
 
   /** The lines since the last call. Of a log that is not taken, none. */
   std::vector<LogLine> Drain();
+  /** True once, where the log said that this process has no console: another has it, which is no failure of a graph. */
+  bool TakeLackOfConsole() { return std::exchange(lacksConsole, false); }
 
   /** Whether the lines appear on standard error anyway. */
   bool IsShown() const { return isShown; }
 
  private:
+  void TakeNow(std::optional<int> level);
+  void Keep(const std::string& text, std::vector<LogLine>& lines);
+
   bool isShown = false;
+  bool lacksConsole = false;
+  std::string early;  // what was held back
   int file = -1;
   std::size_t position = 0;
 };

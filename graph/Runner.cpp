@@ -114,8 +114,9 @@ void Runner::TakeStartResult(const RouteEvent& event) {
     if (result.end == Graph::End::FAILURE) Stop(event.route);
     return;
   }
-  // A stop that comes before the start is no failure of it; a time that is over is.
-  if (!isStopping || result.end == Graph::End::DURATION) Fail(live.WhyNotStarted(event.route, event.result));
+  // A stop that comes before the start is no failure of it; where time is up for what a block waits for, it is.
+  const bool isOver = isStopping && (result.end != Graph::End::DURATION || !live.HasRefused(event.route));
+  if (!isOver) Fail(live.WhyNotStarted(event.route, event.result));
   TakeEnd(event.route);
 }
 
@@ -259,6 +260,8 @@ const std::vector<LogLine>& Runner::DrainLog() {
 /** Of what routes say after a failure, and while they are kept from starting, nothing: that comes from being stopped. */
 void Runner::TellLog() {
   recent = log.Drain();
+  if (log.TakeLackOfConsole() && options.onNotice)
+    options.onNotice("no console: that of another process is vrdb's here");
   const bool isKept = std::ranges::find(states, State::STARTING) != states.end() && isStopping;
   if (log.IsShown() || !options.onWarning || result.end == Graph::End::FAILURE || isKept) return;
   std::size_t shown = 0;

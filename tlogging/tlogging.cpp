@@ -15,6 +15,7 @@
 #include <memory_resource>
 #include <mutex>
 #include <new>
+#include <shared_mutex>
 #include <string>
 #include <string_view>
 
@@ -76,6 +77,9 @@ constinit std::atomic<bool> colours{false};
 constinit Sink standardOutput{STDOUT_FILENO};
 constinit Sink standardError{STDERR_FILENO};
 constinit Sink logFile{-1};
+
+// Held while a line goes out, and alone while its ways change: once a way is shut, no line comes there any more.
+constinit std::shared_mutex ways;
 
 struct Source {
   const char* file;
@@ -160,7 +164,9 @@ class Line {
 };
 
 // Terminals come last: the colour changes the line.
-void Deliver(Line& line, unsigned bits) {
+void Deliver(Line& line) {
+  const std::shared_lock lock(ways);
+  const unsigned bits = options.load(std::memory_order_relaxed);
   if (logFile.IsOpen()) logFile.Write(line.Text());
   Sink* const out = bits & TLOGGING_STDOUT ? &standardOutput : nullptr;
   Sink* const err = bits & TLOGGING_STDERR ? &standardError : nullptr;
@@ -182,7 +188,7 @@ void Deliver(Line& line, unsigned bits) {
   const int callersErrno = errno;
   Line line(level);
   const int length = line.Compose(bits & TLOGGING_NO_POSITION ? nullptr : &source, format, args);
-  Deliver(line, bits);
+  Deliver(line);
   errno = callersErrno;
   return length;
 }
@@ -209,16 +215,19 @@ int _tlogging_set_level(int level) { return maxLevel.exchange(level, std::memory
 int _tlogging_set_file(const char* path) {
   const int opened = path ? open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0644) : -1;
   const int result = path && opened < 0 ? -errno : 0;
+  const std::lock_guard lock(ways);
   const int before = logFile.Replace(opened);
   if (before >= 0) close(before);
   return result;
 }
 
 int _tlogging_enable_options(unsigned bits) {
+  const std::lock_guard lock(ways);
   if (bits & (TLOGGING_STDOUT | TLOGGING_STDERR)) colours.store(WantsColours(), std::memory_order_relaxed);
   return static_cast<int>(options.fetch_or(bits, std::memory_order_relaxed) | bits);
 }
 
 int _tlogging_disable_options(unsigned bits) {
+  const std::lock_guard lock(ways);
   return static_cast<int>(options.fetch_and(~bits, std::memory_order_relaxed) & ~bits);
 }

@@ -56,7 +56,12 @@ TLOGGING_API int _tlogging_set_level(int level);
  */
 TLOGGING_API int _tlogging_set_file(const char* path);
 
-/** Switches option bits on or off; the others stay. At the start only TLOGGING_NO_POSITION is on. @return the bits now. */
+/**
+ * Switches option bits on or off; the others stay. At the start only TLOGGING_NO_POSITION is on. A line that is on its
+ * way goes out first: nothing comes to an output after it was switched off.
+ *
+ * @return the bits now.
+ */
 TLOGGING_API int _tlogging_enable_options(unsigned bits);
 TLOGGING_API int _tlogging_disable_options(unsigned bits);
 

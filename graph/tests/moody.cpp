@@ -12,7 +12,7 @@
 
 class Moody : public vorn::PluginBlock {
  public:
-  enum : unsigned { SAMPLES, RATE, FILE_NAME, REFUSE, FAIL, SPOIL, TIMEOUT, SLEEP, MEASURE, LAST, BORN, CRASH };
+  enum : unsigned { SAMPLES, RATE, FILE_NAME, REFUSE, FAIL, SPOIL, TIMEOUT, SLEEP, MEASURE, LAST, BORN, CRASH, WAIT };
 
   explicit Moody(const vorn::Setup& setup) : PluginBlock(setup) {
     if (!Flag(BORN)) throw std::runtime_error("not today");
@@ -34,6 +34,7 @@ class Moody : public vorn::PluginBlock {
         .Takes(Parameter::Flag(MEASURE, "measure"))
         .Takes(Parameter::Flag(BORN, "born").Default(true))
         .Takes(Parameter::Text(CRASH, "crash"))
+        .Takes(Parameter::Word(WAIT, "wait", "never start frame").Help("for ever, in a start or behind 500 samples"))
         .Takes(Parameter::Reading(LAST, "last", "steps"));
   }
 
@@ -53,6 +54,7 @@ class Moody : public vorn::PluginBlock {
   int Prepare() override {
     if (Flag(REFUSE)) return VORN_LOG_E("by the way"), Refuse("out of sorts");
     done = 0;
+    if (Choice(WAIT) == 1 && !Wait()) return Refuse("nobody came");
     if (!Text(FILE_NAME).empty()) file = std::fopen(Text(FILE_NAME).c_str(), "w");
     return 0;
   }
@@ -64,6 +66,10 @@ class Moody : public vorn::PluginBlock {
     if (done >= Integer(FAIL)) return VORN_LOG_E("by the way"), Fail("a bad day");
     if (done >= Integer(TIMEOUT) && !std::exchange(timedOut, true)) return vorn::FRAME_TIMEOUT;
     const bool isSource = ActiveInEps().empty();
+    if (Choice(WAIT) == 2 && done >= 500 && !Wait()) {
+      if (!isSource) Lose("nobody takes it");
+      return vorn::FRAME_END_OF_FILE;
+    }
     const long count = isSource ? std::min(Out().samplesPerFrame, Integer(SAMPLES) - done) : In().samples;
     if (count <= 0 || done >= Integer(SAMPLES)) return vorn::FRAME_END_OF_FILE;
     for (long i = 0; isSource && i < count; ++i) {
@@ -102,6 +108,11 @@ class Moody : public vorn::PluginBlock {
     if (Text(CRASH) == "abort") std::abort();
     if (Text(CRASH) == "exit") std::exit(0);
     Throw();
+  }
+  /** A file says that it does. */
+  bool Wait() {
+    if (std::FILE* sign = std::fopen("waits", "w")) std::fclose(sign);
+    return Interruption().Sleep(vorn::Interrupt::FOR_EVER) != vorn::Interrupt::INTERRUPTED;
   }
 
   std::FILE* file = nullptr;

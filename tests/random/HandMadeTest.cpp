@@ -231,7 +231,7 @@ class StoppedTest : public HandMadeTest {
 
 TEST_F(StoppedTest, ByADurationGivesWhatBlocksHold) { ExpectWhole({"--duration", "30ms"}, {}, 0); }
 TEST_F(StoppedTest, ByASignalGivesWhatBlocksHold) {
-  ExpectWhole({}, Interruption{File("tap"), {SIGTERM}, std::chrono::milliseconds(1)}, -SIGTERM);
+  ExpectWhole({}, Interruption{File("tap"), testkit::Signals({SIGTERM}), std::chrono::milliseconds(1)}, -SIGTERM);
 }
 
 }  // namespace

@@ -91,7 +91,7 @@ testkit::Ended Bench::Run(const Graph& graph) {
   }
   if (graph.ending == Ending::SIGNAL) {
     const std::size_t tap = graph.nodes[NodesOf(graph, Work::FILE)[0]].tap;
-    interruption = {folder / FileOf(tap), {SIGINT}, std::chrono::microseconds(graph.endMicros)};
+    interruption = {folder / FileOf(tap), testkit::Signals({SIGINT}), std::chrono::microseconds(graph.endMicros)};
   }
   command.clear();
   for (const std::string& word : words) command += word + ' ';

@@ -12,7 +12,7 @@
 #include <string>
 #include <utility>
 
-#include "testkit/Log.h"
+#include "testkit/Wait.h"
 
 namespace testkit {
 

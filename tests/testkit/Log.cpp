@@ -5,11 +5,9 @@
 
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <cstdarg>
 #include <filesystem>
 #include <mutex>
-#include <thread>
 
 namespace testkit {
 namespace {
@@ -58,15 +56,6 @@ std::string Lines(const std::string& text) {
     result += c == '~' ? "RouteA: " : c == '@' ? "probe_" : c == '|' ? "\n" : std::string(1, c);
   }
   return result;
-}
-
-bool WaitUntil(const std::function<bool()>& condition) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
-  while (!condition()) {  // asked once where it holds: it may be an action that succeeds
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::microseconds(50));  // leaves the core to what is waited for
-  }
-  return true;
 }
 
 }  // namespace testkit

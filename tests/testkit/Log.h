@@ -3,8 +3,9 @@
 #pragma once
 
 #include <atomic>
-#include <functional>
 #include <string>
+
+#include "testkit/Wait.h"
 
 namespace testkit {
 
@@ -24,8 +25,5 @@ struct Log {
 
 /** Lines as Take() gives them, from a text with '|' between them, "~" for "RouteA: ", and "@x" for "probe_x_0". */
 std::string Lines(const std::string& text);
-
-/** False when the condition has not come true after a minute. */
-bool WaitUntil(const std::function<bool()>& condition);
 
 }  // namespace testkit

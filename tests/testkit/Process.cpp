@@ -51,6 +51,12 @@ bool Await(Clock::time_point deadline, const Condition& holds) {
 
 }  // namespace
 
+std::function<void(pid_t)> Signals(std::vector<int> signals) {
+  return [signals](pid_t program) {
+    for (const int signal : signals) kill(program, signal);
+  };
+}
+
 std::chrono::milliseconds HangLimit() {
   const char* const seconds = std::getenv("VORN_TEST_PATIENCE");
   return seconds == nullptr ? 20s : std::chrono::seconds(std::atol(seconds));
@@ -64,9 +70,7 @@ Ended RunIn(const fs::path& folder, std::vector<std::string> command, const std:
   const auto hasEnded = [&] { return isOver = isOver || waitpid(child, &status, WNOHANG) == child; };
   if (interruption && Await(deadline, [&] { return hasEnded() || IsTime(*interruption); })) {
     std::this_thread::sleep_for(interruption->later);  // the moment is random, whatever is going on
-    for (const int signal : interruption->signals) {
-      if (!hasEnded()) kill(child, signal);
-    }
+    if (!hasEnded()) interruption->act(child);
   }
   Ended ended;
   ended.hung = !Await(deadline, hasEnded);

@@ -1,8 +1,11 @@
 // A program that runs in a folder, and is ended when it hangs.
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -11,13 +14,16 @@
 
 namespace testkit {
 
-/** Signals to send, some time after the program has written the first bytes of a file. */
+/** What to do to the program, some time after it has written the first bytes of a file. */
 struct Interruption {
   std::filesystem::path file;
-  std::vector<int> signals;
+  std::function<void(pid_t)> act;
   std::chrono::microseconds later{};
   bool mayBeEmpty = false;  ///< The file need only be there.
 };
+
+/** Sends them one after the other. */
+std::function<void(pid_t)> Signals(std::vector<int> signals);
 
 struct Ended {
   bool hung = false;  ///< It ran into the limit and was killed.

@@ -403,7 +403,10 @@ inline int PluginBlock::Start() {
     if (flow.IsRouteSpoilt()) return NOT_YET;
     Accept();
     if (IsUnlinked()) return 0;
-    if (IsInterrupted()) return Refuse("the host of this graph stops it, or is done with it");
+    if (IsInterrupted()) {  // no refusal of the block's own
+      VORN_LOG_E("not started: the host of this graph stops it, or is done with it");
+      return -20;
+    }
     const Refusal refusal = CheckAllStreams();
     if (!refusal.empty()) return Refuse(refusal);
     RememberStreams();

@@ -7,11 +7,12 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "testkit/ConsoleClient.h"
 #include "testkit/Process.h"
 
 namespace {
 
-using testkit::Contents, testkit::Ended, testkit::Write;
+using testkit::Contents, testkit::Ended, testkit::Signals, testkit::Write;
 namespace fs = std::filesystem;
 
 /** RouteA's `src` through a FIFO into RouteB's `out`, with frames that do not fit each other. */
@@ -150,7 +151,7 @@ TEST_F(VornRun, CountsErrorFramesAndSaysWhatItsBlocksMeasured) {
 TEST_F(VornRun, AStopLosesNothingBetweenSourceAndFile) {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     fs::remove("taken");
-    const Ended ended = Run({"two.dot", "n=1000000000"}, {{"taken", {signal}}});
+    const Ended ended = Run({"two.dot", "n=1000000000"}, {{"taken", Signals({signal})}});
     EXPECT_EQ(ended.status, -signal) << ended.err;
     EXPECT_EQ(std::to_string(SamplesIn("taken")), Contents("given"));
   }
@@ -159,8 +160,69 @@ TEST_F(VornRun, AStopLosesNothingBetweenSourceAndFile) {
   EXPECT_EQ(std::to_string(SamplesIn("taken")), Contents("given"));
 }
 
+// Red if a route that an operator took is touched again or waited for, if its file is not finished or is made anew, or
+// if this passes for the end of a stream.
+TEST_F(VornRun, SaysWhatAnOperatorDidToItsRoutes) {
+  const std::pair<std::vector<std::string>, const char*> cases[] = {
+      {{"delete RouteA !"}, "RouteA was deleted by somebody else\n"},
+      {{"delete RouteB !"}, "RouteB was deleted by somebody else\n"},
+      {{"stop RouteB"}, "RouteB was stopped by somebody else\n"},
+      {{"stop RouteB", "start RouteB"}, "RouteB was stopped by somebody else\n"},
+      {{"newblock RouteB libmoody.so true true refuse=yes"}, "RouteB has ended: a block that somebody added did not "}};
+  for (const auto& [done, line] : cases) {
+    fs::remove("taken");
+    const auto operate = [&commands = done](pid_t) {
+      testkit::ConsoleClient console;
+      for (const std::string& command : commands) console.Ask(command);
+    };
+    const Ended ended = Run({"two.dot", "n=1000000000", "--set", "src.sleep=1"}, {{"taken", operate}});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_NE(ended.err.find(line), std::string::npos) << ended.err;
+    EXPECT_NE(ended.err.find("vorn-run: failure: "), std::string::npos) << ended.err;
+    EXPECT_GT(SamplesIn("taken"), 0) << line;
+  }
+}
+
+// Red if the console of another process is a warning, or the reason of a failure.
+TEST_F(VornRun, DoesWithoutAConsole) {
+  const auto runOthers = [](pid_t first) {
+    for (const auto& [option, text] : {std::pair{"-q", ""}, {"--check", ""}, {"--json", "vorn-run: no console: "}}) {
+      fs::create_directories("beside");
+      const Ended other = testkit::RunIn("beside", {VORN_RUN, option, "-e", "moody 5 ! moody"});
+      EXPECT_EQ(other.err.substr(0, std::strlen(text)), text);
+      EXPECT_TRUE(*text != '\0' || other.err.empty()) << other.err;
+    }
+    kill(first, SIGTERM);
+  };
+  Run({"two.dot", "n=1000000000", "--set", "src.sleep=1"}, {{"taken", runOthers}});
+}
+
+// Red if a stop does not reach a block that waits, loses what came through before, or hides what does not.
+TEST_F(VornRun, AStopReachesBlocksThatWait) {
+  const struct {
+    const char* pipeline;
+    int statusOfDuration;
+    const char* says;
+  } cases[] = {
+      {"moody wait=start ! moody", 1, "vorn-run: -e:1:1: block 'moody_0': nobody came\n"},
+      {"moody ! moody wait=start", 1, "vorn-run: -e:1:9: block 'moody_1': nobody came\n"},
+      {"moody wait=frame file=given ! moody file=taken", 0, ""},
+      {"moody file=given ! moody wait=frame", 1, "vorn-run: -e:1:20: block 'moody_1': nobody takes it\n"},
+  };
+  for (const auto& [pipeline, statusOfDuration, says] : cases) {
+    const Ended ended = Run({"-e", pipeline, "--duration", "40ms"});
+    EXPECT_EQ(ended.status, statusOfDuration) << ended.err;
+    EXPECT_NE(ended.err.find(says), ended.err.npos) << ended.err;
+    fs::remove("waits");
+    const Ended stopped = Run({"-e", pipeline}, {{"waits", Signals({SIGTERM}), {}, true}});
+    EXPECT_TRUE(stopped.status == -SIGTERM || stopped.status == 1) << pipeline << stopped.err;
+  }
+  EXPECT_EQ(SamplesIn("taken"), 500);
+}
+
 TEST_F(VornRun, ASecondSignalEndsAStopThatHangs) {
-  const Ended ended = Run({"-e", "moody sleep=1000000 file=given ! moody"}, {{"given", {SIGTERM, SIGINT}, {}, true}});
+  const Ended ended =
+      Run({"-e", "moody sleep=1000000 file=given ! moody"}, {{"given", Signals({SIGTERM, SIGINT}), {}, true}});
   EXPECT_TRUE(ended.status < 0 && !ended.hung);
 }
 
