@@ -2,49 +2,34 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <numeric>
 
-#include <vorn/Plugin.h>
-
-#include "testkit/Graph.h"
+#include "testkit/Files.h"
+#include "testkit/TestGraph.h"
 
 namespace {
 
-using testkit::Graph;
-using testkit::StreamSpec;
+using testkit::Graph, testkit::StreamSpec, testkit::Samples, testkit::Count, testkit::END_OF_FILE;
 
 class Alsa : public testing::Test {
  protected:
-  Alsa() : folder(std::filesystem::temp_directory_path() / ("vorn-alsa-" + std::to_string(getpid()))) {
-    std::filesystem::create_directories(folder);
-    std::ofstream(folder / "asound.conf")
-        << "pcm.nothing { type null }\n"
-        << "pcm.player { type file slave.pcm nothing file \"" << Path("played") << "\" format raw }\n"
-        << "pcm.recorder { type file slave.pcm nothing file /dev/null infile \"" << Path("recorded")
-        << "\" format raw }\n";
-    std::ofstream(folder / "recorded");
-    setenv("ALSA_CONFIG_PATH", Path("asound.conf").c_str(), 1);
+  Alsa() {
+    testkit::Write(folder / "asound.conf",
+                   "pcm.nothing { type null }\n"
+                   "pcm.player { type file slave.pcm nothing file \"" +
+                       folder / "played" +
+                       "\" format raw }\n"
+                       "pcm.recorder { type file slave.pcm nothing file /dev/null infile \"" +
+                       folder / "recorded" + "\" format raw }\n");
+    testkit::Write(folder / "recorded", "");
+    setenv("ALSA_CONFIG_PATH", (folder / "asound.conf").c_str(), 1);
   }
-  ~Alsa() override { std::filesystem::remove_all(folder); }
 
-  std::string Path(const char* name) const { return folder / name; }
-
-  std::filesystem::path folder;
+  testkit::Folder folder;
 };
 
-std::vector<std::int16_t> Counting(long count) {
-  std::vector<std::int16_t> samples(static_cast<std::size_t>(count));
-  std::iota(samples.begin(), samples.end(), static_cast<std::int16_t>(1));
-  return samples;
-}
-
-std::vector<std::int16_t> ReadSamples(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  const std::string bytes(std::istreambuf_iterator<char>(file), {});
-  std::vector<std::int16_t> samples(bytes.size() / 2);
+Samples ReadSamples(const std::string& path) {
+  const std::string bytes = testkit::Contents(path);
+  Samples samples(bytes.size() / 2);
   std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
   return samples;
 }
@@ -57,21 +42,20 @@ TEST_F(Alsa, PlaysEverySampleOnceAlsoTheLastShortFrame) {
     vorn::Block* source = graph.Add("testsource", {}, true);
     vorn::Block* sink = graph.Add("alsasink", {"player"});
     ASSERT_TRUE(graph.Chain({source, sink}, spec));
-    Graph::Play16(source, Counting(count), spec);
-    EXPECT_EQ(graph.Run(), vorn::Route::StopReason::STOP_END_OF_FILE);
-    EXPECT_EQ(ReadSamples(Path("played")), Counting(count));
+    Graph::Play16(source, Count(count), spec);
+    EXPECT_EQ(graph.Run(), END_OF_FILE);
+    EXPECT_EQ(ReadSamples(folder / "played"), Count(count));
   }
 }
 
 TEST_F(Alsa, RecordsFromTheFirstSampleOnWithTimesThatGrow) {
-  const std::vector<std::int16_t> spoken = Counting(4800);
-  std::ofstream(Path("recorded"), std::ios::binary)
-      .write(reinterpret_cast<const char*>(spoken.data()), static_cast<long>(spoken.size() * 2));
+  const Samples spoken = Count(4800);
+  testkit::Write(folder / "recorded", {reinterpret_cast<const char*>(spoken.data()), spoken.size() * 2});
   Graph graph;
   vorn::Block* source = graph.Add("alsasource", {"recorder"});
   vorn::Block* sink = graph.Add("testsink", {"10"}, false, true);
   ASSERT_TRUE(graph.Chain({source, sink}, {.channels = 1, .frame = 480}));
-  EXPECT_EQ(graph.Run(), vorn::Route::StopReason::STOP_END_OF_FILE);
+  EXPECT_EQ(graph.Run(), END_OF_FILE);
   auto heard = Graph::Recorded16(sink);
   ASSERT_GE(heard.size(), spoken.size());
   heard.resize(spoken.size());

@@ -2,24 +2,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <numeric>
 #include <thread>
 
 #include <vorn/kit/Conventions.h>
 
-#include "testkit/Graph.h"
+#include "testkit/TestGraph.h"
 
 namespace {
 
-using testkit::Graph;
-using Samples = std::vector<std::int16_t>;
-constexpr auto END_OF_FILE = vorn::Route::StopReason::STOP_END_OF_FILE;
-
-Samples Count(long samples) {
-  Samples counted(static_cast<std::size_t>(samples));
-  std::iota(counted.begin(), counted.end(), std::int16_t{1});
-  return counted;
-}
+using testkit::Graph, testkit::Samples, testkit::Count, testkit::END_OF_FILE;
 
 class FifoTest : public testing::Test {
  protected:

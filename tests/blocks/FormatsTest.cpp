@@ -4,8 +4,8 @@
 #include <algorithm>
 
 #include "testkit/BlockInfo.h"
-#include "testkit/Graph.h"
 #include "testkit/Samples.h"
+#include "testkit/TestGraph.h"
 
 namespace {
 
@@ -99,17 +99,10 @@ Levels Output(Case c, SampleFormat format, const std::vector<Levels>& signals) {
   StreamSpec in = STEREO;
   in.format = c.out.format = format;
   vorn::Block* block = graph.Add(c.block, c.args);
-  for (std::size_t i = 0; i < c.inputs; ++i) {
-    vorn::Block* source = graph.Add("testsource");
-    EXPECT_TRUE(graph.Link(source, 0, block, i, in));
-    Graph::Play(source, Encoded(format, signals[i]), in);
-  }
+  for (std::size_t i = 0; i < c.inputs; ++i) graph.Feed(block, i, Encoded(format, signals[i]), in);
   std::vector<vorn::Block*> sinks;
-  for (std::size_t i = 0; i < c.outputs; ++i) {
-    sinks.push_back(graph.Add("testsink"));
-    EXPECT_TRUE(graph.Link(block, i, sinks.back(), 0, c.out));
-  }
-  EXPECT_EQ(graph.Run(), vorn::Route::StopReason::STOP_END_OF_FILE);
+  for (std::size_t i = 0; i < c.outputs; ++i) sinks.push_back(graph.Record(block, i, c.out));
+  EXPECT_EQ(graph.Run(), testkit::END_OF_FILE);
   Levels all;
   for (vorn::Block* sink : sinks) all = Together({all, Decoded(format, Graph::Recorded(sink))});
   return all;

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "testkit/Graph.h"
 #include "testkit/LogFile.h"
 #include "testkit/Samples.h"
+#include "testkit/TestGraph.h"
 
 namespace {
 
@@ -20,11 +20,9 @@ class Gain : public testing::TestWithParam<SampleFormat> {
   std::vector<std::uint8_t> Play(const std::vector<std::uint8_t>& bytes, const std::string& gain,
                                  const std::string& now = "") {
     graph->DeleteAll();
-    vorn::Block* source = graph.Add("testsource");
-    vorn::Block* sink = graph.Add("testsink");
     vorn::Block* block = graph.Add("gain", {gain});
-    Graph::Play(source, bytes, spec);
-    EXPECT_TRUE(graph.Chain({source, block, sink}, spec));
+    graph.Feed(block, 0, bytes, spec);
+    vorn::Block* sink = graph.Record(block, 0, spec);
     EXPECT_TRUE(now.empty() ? graph.Run() : graph.RunAfterSetting(block, 0, now));
     return Graph::Recorded(sink);
   }
@@ -81,8 +79,8 @@ TEST(GainArguments, WhatDoesNotFitIsRefusedInWords) {
   EXPECT_EQ(texts, std::vector<std::string>{"0 gain dB -inf..60 3 live how%20much%20louder;%20-inf%20is%20silence"});
   StreamSpec other;
   other.rate = 44100;
-  ASSERT_TRUE(graph.Link(graph.Add("testsource"), 0, block, 0, StreamSpec{}) &&
-              graph.Link(block, 0, graph.Add("testsink"), 0, other));
+  graph.Feed(block, 0, testkit::Samples(), {});
+  graph.Record(block, 0, other);
   EXPECT_EQ(graph->Start(), -20);
   EXPECT_TRUE(log.Has("RouteA: gain_0: output 0: got 44100 Hz, takes 48000 Hz as input 0; put 'resample' after it"));
 }

@@ -11,7 +11,7 @@
 #include <string>
 #include <thread>
 
-#include "testkit/Graph.h"
+#include "testkit/TestGraph.h"
 
 extern char** environ;
 

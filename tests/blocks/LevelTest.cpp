@@ -4,7 +4,7 @@
 #include <cmath>
 #include <map>
 
-#include "testkit/Graph.h"
+#include "testkit/TestGraph.h"
 
 namespace {
 
@@ -17,40 +17,32 @@ class LevelTest : public testing::Test {
 
   void Play(const Steps& steps, const std::vector<std::string>& args, bool hasOutput) {
     const testkit::StreamSpec stream{48000, vorn::SampleFormat::FLOAT_LE, 2, 4801};
-    source = graph.Add("testsource");
     meter = graph.Add("level", args, false, !hasOutput);
-    ASSERT_TRUE(graph.Link(source, 0, meter, 0, stream));
-    if (hasOutput) {
-      sink = graph.Add("testsink");
-      ASSERT_TRUE(graph.Link(meter, 0, sink, 0, stream));
-    }
-    std::vector<float> x;
+    if (hasOutput) sink = graph.Record(meter, 0, stream);
+    x.clear();
     for (const auto& [level, seconds] : steps) {
       for (long i = 0; i < std::lround(48000 * seconds); ++i) {
         const double t = static_cast<double>(x.size() / 2) / 48000;
         x.resize(x.size() + 2, static_cast<float>(std::pow(10, level / 20) * std::sin(2 * M_PI * 1000 * t)));
       }
     }
-    const auto* data = reinterpret_cast<const std::uint8_t*>(x.data());
-    bytes.assign(data, data + 4 * x.size());
-    Graph::Play(source, bytes, stream);
-    ASSERT_EQ(graph.Run(), vorn::Route::StopReason::STOP_END_OF_FILE);
+    graph.Feed(meter, 0, x, stream);
+    ASSERT_EQ(graph.Run(), testkit::END_OF_FILE);
   }
 
   std::map<std::string, double> Readings() { return graph.Numbers(meter); }
 
   Graph graph;
-  vorn::Block* source = nullptr;
   vorn::Block* meter = nullptr;
   vorn::Block* sink = nullptr;
-  std::vector<std::uint8_t> bytes;
+  std::vector<float> x;  // played
 };
 
 // Red if a sample is missed or changed, a window has a wrong length, or a figure that is said to be of the whole is
 // not.
 TEST_F(LevelTest, MeasuresTheWholeAndTheLastMoment) {
   Play({{-10, 1}, {-20, 1}}, {"oversample=yes"}, true);
-  EXPECT_EQ(Graph::Recorded(sink), bytes);
+  EXPECT_EQ(Graph::RecordedFloats(sink), x);
   auto readings = Readings();
   EXPECT_NEAR(readings["peak"], -10, 0.001);
   EXPECT_NEAR(readings["true-peak"], -10, 0.05);

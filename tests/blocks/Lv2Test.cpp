@@ -4,9 +4,9 @@
 
 #include <map>
 
-#include "testkit/Graph.h"
 #include "testkit/LogFile.h"
 #include "testkit/Samples.h"
+#include "testkit/TestGraph.h"
 
 namespace {
 
@@ -87,16 +87,13 @@ class Lv2Test : public testing::Test {
     block = graph.Add("lv2", args, in.empty());
     vorn::Block* sink = graph.Add("testsink", in.empty() ? std::vector<std::string>{"10"} : std::vector<std::string>{});
     EXPECT_TRUE(graph.Link(block, 0, sink, 0, Floats(outputs, frame + 1)));
-    if (!in.empty()) Play(in, 0, frame);
-    if (!side.empty()) Play(side, 1, frame);
-    EXPECT_EQ(graph.Run(), vorn::Route::StopReason::STOP_END_OF_FILE);
+    std::size_t input = 0;
+    for (const Channels& channels : {in, side}) {
+      if (channels.empty()) continue;
+      graph.Feed(block, input++, Interleaved(channels), Floats(static_cast<unsigned>(channels.size()), frame));
+    }
+    EXPECT_EQ(graph.Run(), testkit::END_OF_FILE);
     return Graph::RecordedFloats(sink);
-  }
-  void Play(const Channels& channels, std::size_t input, long frame) {
-    const StreamSpec stream = Floats(static_cast<unsigned>(channels.size()), frame);
-    vorn::Block* source = graph.Add("testsource");
-    EXPECT_TRUE(graph.Link(source, 0, block, input, stream));
-    Graph::PlayFloats(source, Interleaved(channels), stream);
   }
 
   inline static const testkit::Folder BUNDLES;  // of plug-ins that are broken
@@ -140,11 +137,11 @@ TEST_F(Lv2Test, TakesTheDelayOut) {
 
 // Red if a control jumps, or does not arrive within the frame.
 TEST_F(Lv2Test, MovesAControlOverOneFrame) {
-  const std::vector blocks{graph.Add("testsource"), graph.Add("lv2", {SWH + "amp"}), graph.Add("testsink")};
-  ASSERT_TRUE(graph.Chain(blocks, Floats(1, 480)));
-  Graph::PlayFloats(blocks[0], Samples(960, 1), Floats(1, 480));
-  ASSERT_TRUE(graph.RunAfterSetting(blocks[1], 1, "-40"));
-  const Samples x = Graph::RecordedFloats(blocks[2]);
+  block = graph.Add("lv2", {SWH + "amp"});
+  graph.Feed(block, 0, Samples(960, 1), Floats(1, 480));
+  vorn::Block* sink = graph.Record(block, 0, Floats(1, 480));
+  ASSERT_TRUE(graph.RunAfterSetting(block, 1, "-40"));
+  const Samples x = Graph::RecordedFloats(sink);
   ASSERT_EQ(x.size(), 960U);
   EXPECT_LT(x[0] - x[479], 1);
   for (std::size_t i = 0; i < x.size(); ++i) {
@@ -157,10 +154,10 @@ TEST_F(Lv2Test, MovesAControlOverOneFrame) {
 TEST_F(Lv2Test, SaysWhatIsWrongWithAPlugIn) {
   const auto bundle = [&](const std::string& name, const std::string& more) {
     std::filesystem::create_directory(BUNDLES / name + ".lv2");
-    std::ofstream(BUNDLES / name + ".lv2/manifest.ttl")
-        << "@prefix lv2: <http://lv2plug.in/ns/lv2core#> . @prefix doap: <http://usefulinc.com/ns/doap#> .\n"
-        << "<urn:test:" << name << "> a lv2:Plugin ; doap:name \"" << name << "\" ; lv2:binary <none.so>" << more
-        << " .\n";
+    testkit::Write(BUNDLES / name + ".lv2/manifest.ttl",
+                   "@prefix lv2: <http://lv2plug.in/ns/lv2core#> . @prefix doap: <http://usefulinc.com/ns/doap#> .\n"
+                   "<urn:test:" +
+                       name + "> a lv2:Plugin ; doap:name \"" + name + "\" ; lv2:binary <none.so>" + more + " .\n");
   };
   const std::string port =
       " ; lv2:port [ a lv2:InputPort, lv2:AudioPort ; lv2:index 0 ; lv2:symbol \"in\" ; lv2:name \"in\" ]";

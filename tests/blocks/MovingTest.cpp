@@ -1,43 +1,24 @@
-// Blocks that move samples and leave them as they are: tee, reframe, delay, remap, null. Samples carry their own index.
+// Blocks that move samples and leave them as they are: reframe, delay, remap, null. Samples carry their own index.
 #include <gtest/gtest.h>
 
-#include <numeric>
-
-#include "testkit/Graph.h"
+#include "testkit/TestGraph.h"
 
 namespace {
 
-using testkit::Graph, testkit::StreamSpec;
-using Samples = std::vector<std::int16_t>;
-constexpr auto END_OF_FILE = vorn::Route::StopReason::STOP_END_OF_FILE;
+using testkit::Graph, testkit::StreamSpec, testkit::Samples, testkit::Count, testkit::END_OF_FILE;
 constexpr unsigned RATE = 44100;     // stamps need rounding
 constexpr double MOST_ROUNDING = 4;  // in us: once in the source, and in each block behind
 
 StreamSpec Frames(long samples, unsigned channels = 1) { return {RATE, vorn::SampleFormat::S16_LE, channels, samples}; }
 
-Samples Count(long samples) {
-  Samples counted(static_cast<std::size_t>(samples));
-  std::iota(counted.begin(), counted.end(), std::int16_t{1});
-  return counted;
-}
-
 class Moving : public testing::Test {
  protected:
-  // Plays samples into an input, with the stamps of their places.
+  // Plays samples with the stamps of their places.
   void Feed(vorn::Block* block, std::size_t in, const Samples& samples, const StreamSpec& spec) {
-    vorn::Block* source = graph.Add("testsource");
-    ASSERT_TRUE(graph.Link(source, 0, block, in, spec));
-    Graph::Play16(source, samples, spec);
     long position = 0;
-    for (testkit::Frame& frame : Graph::FramesOf(source)) {
+    for (testkit::Frame& frame : Graph::FramesOf(graph.Feed(block, in, samples, spec))) {
       frame.stamp = std::exchange(position, position + frame.samples) * 1000000 / RATE;
     }
-  }
-
-  vorn::Block* Record(vorn::Block* block, std::size_t out, const StreamSpec& spec) {
-    vorn::Block* sink = graph.Add("testsink");
-    EXPECT_TRUE(graph.Link(block, out, sink, 0, spec));
-    return sink;
   }
 
   // Runs twice, as after a restart. Frames are full but the last, and stamped with their place.
@@ -70,33 +51,11 @@ TEST_F(Moving, DelayAndReframeGiveEverySample) {
         ASSERT_TRUE(graph.Link(first, 0, second, 0, Frames(from, 2)));
         Samples expected = Count(2 * length);
         expected.insert(expected.begin(), 2 * static_cast<std::size_t>(delay), 0);
-        RunAndExpect(Record(second, 0, Frames(to, 2)), expected, Frames(to, 2));
+        RunAndExpect(graph.Record(second, 0, Frames(to, 2)), expected, Frames(to, 2));
         graph->DeleteAll();
       }
     }
   }
-}
-
-// Red if one path of a tee comes short, if mix does not line them up again, or if it stops with the first that ends.
-TEST_F(Moving, PathsOfATeeMeetInAMix) {
-  constexpr int LENGTH = 1441;
-  vorn::Block* tee = graph.Add("tee");
-  vorn::Block* delay = graph.Add("delay", {"samples=7"});
-  vorn::Block* smaller = graph.Add("reframe");
-  vorn::Block* larger = graph.Add("reframe");
-  vorn::Block* mix = graph.Add("mix");
-  Feed(tee, 0, Count(LENGTH), Frames(480));
-  ASSERT_TRUE(graph.Link(tee, 0, mix, 0, Frames(480)));
-  ASSERT_TRUE(graph.Link(tee, 1, delay, 0, Frames(480)) && graph.Link(delay, 0, mix, 1, Frames(480)));
-  ASSERT_TRUE(graph.Link(tee, 2, smaller, 0, Frames(480)) && graph.Link(smaller, 0, larger, 0, Frames(100)));
-  ASSERT_TRUE(graph.Link(larger, 0, mix, 2, Frames(480)));
-  Samples expected(LENGTH + 7);
-  for (int k = 0; k < LENGTH + 7; ++k) {
-    expected[k] = static_cast<std::int16_t>((k < LENGTH ? 2 * (k + 1) : 0) + std::max(0, k - 6));
-  }
-  vorn::Block* sink = Record(mix, 0, Frames(480));
-  ASSERT_EQ(graph.Run(), END_OF_FILE);
-  EXPECT_EQ(Graph::Recorded16(sink), expected);
 }
 
 // Red if channels, inputs or outputs are swapped, or a gain is another one than was written.
@@ -121,7 +80,7 @@ TEST_F(Moving, RemapFollowsItsMap) {
     Feed(block, 1, repeat({1100, 1200, 1300}), Frames(480, 3));
     std::vector<vorn::Block*> sinks;
     for (const Samples& output : outputs) {
-      sinks.push_back(Record(block, sinks.size(), Frames(480, static_cast<unsigned>(output.size()))));
+      sinks.push_back(graph.Record(block, sinks.size(), Frames(480, static_cast<unsigned>(output.size()))));
     }
     ASSERT_EQ(graph.Run(), END_OF_FILE);
     for (std::size_t o = 0; o < sinks.size(); ++o) EXPECT_EQ(Graph::Recorded16(sinks[o]), repeat(outputs[o])) << o;
@@ -135,10 +94,9 @@ TEST_F(Moving, NullCountsWhatItDrops) {
   Feed(block, 0, Count(1000), Frames(480));
   Feed(block, 5, Count(2 * 301), Frames(100, 2));
   ASSERT_EQ(graph.Run(), END_OF_FILE);
-  std::vector<std::string> frames;
-  std::vector<std::string> samples;
-  EXPECT_EQ(graph->GetParameter(block, 0, frames) + graph->GetParameter(block, 1, samples), 0);
-  EXPECT_EQ(frames[0] + " " + samples[0], "7 1301");
+  auto readings = graph.Numbers(block);
+  EXPECT_EQ(readings["frames"], 7);
+  EXPECT_EQ(readings["samples"], 1301);
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 
 #include <cmath>
 
-#include "testkit/Graph.h"
+#include "testkit/TestGraph.h"
 
 namespace {
 
@@ -32,18 +32,17 @@ class ResampleTest : public testing::Test {
   // Plays `x` through the block and gives what arrived.
   std::vector<float> Run(const std::vector<float>& x, const StreamSpec& in, const StreamSpec& out,
                          const std::vector<std::string>& args = {}) {
-    const std::vector blocks{graph.Add("testsource"), graph.Add("resample", args), graph.Add("testsink")};
-    EXPECT_TRUE(graph.Link(blocks[0], 0, blocks[1], 0, in));
-    EXPECT_TRUE(graph.Link(blocks[1], 0, blocks[2], 0, out));
-    Graph::PlayFloats(blocks[0], x, in);
+    vorn::Block* block = graph.Add("resample", args);
+    vorn::Block* source = graph.Feed(block, 0, x, in);
+    vorn::Block* sink = graph.Record(block, 0, out);
     long played = 0;
-    for (auto& frame : Graph::FramesOf(blocks[0])) {
+    for (auto& frame : Graph::FramesOf(source)) {
       frame.stamp = 1000000 + played * 1000000 / in.rate;
       played += frame.samples;
     }
-    EXPECT_EQ(graph.Run(), vorn::Route::StopReason::STOP_END_OF_FILE);
-    frames = Graph::FramesOf(blocks[2]);
-    const auto y = Graph::RecordedFloats(blocks[2]);
+    EXPECT_EQ(graph.Run(), testkit::END_OF_FILE);
+    frames = Graph::FramesOf(sink);
+    const auto y = Graph::RecordedFloats(sink);
     graph->DeleteAll();
     return y;
   }

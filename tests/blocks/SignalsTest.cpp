@@ -6,8 +6,8 @@
 #include <numeric>
 #include <thread>
 
-#include "testkit/Graph.h"
 #include "testkit/Samples.h"
+#include "testkit/TestGraph.h"
 
 namespace {
 
@@ -20,8 +20,7 @@ constexpr double TURN = 2 * std::numbers::pi;
 Levels Tone(const std::vector<std::string>& args, unsigned channels = 1, long frame = 480) {
   const StreamSpec spec{48000, SampleFormat::FLOAT_LE, channels, frame};
   Graph graph;
-  vorn::Block* sink = graph.Add("testsink");
-  EXPECT_TRUE(graph.Chain({graph.Add("tone", args), sink}, spec));
+  vorn::Block* sink = graph.Record(graph.Add("tone", args), 0, spec);
   EXPECT_TRUE(graph.Run());
   return Decoded(spec.format, Graph::Recorded(sink));
 }
@@ -31,11 +30,9 @@ Levels Converted(const std::vector<std::string>& args, SampleFormat from, Sample
   const StreamSpec before{48000, from, 1, static_cast<long>(levels.size())};
   const StreamSpec after{48000, to, 1, before.frame};
   Graph graph;
-  vorn::Block* source = graph.Add("testsource");
   vorn::Block* convert = graph.Add("convert", args);
-  vorn::Block* sink = graph.Add("testsink");
-  EXPECT_TRUE(graph.Link(source, 0, convert, 0, before) && graph.Link(convert, 0, sink, 0, after));
-  Graph::Play(source, Encoded(from, levels), before);
+  graph.Feed(convert, 0, Encoded(from, levels), before);
+  vorn::Block* sink = graph.Record(convert, 0, after);
   EXPECT_TRUE(graph.Run());
   return Decoded(to, Graph::Recorded(sink));
 }

@@ -10,9 +10,9 @@
 
 #include <vorn/Plugin.h>
 
-#include "testkit/Graph.h"
 #include "testkit/LogFile.h"
 #include "testkit/Samples.h"
+#include "testkit/TestGraph.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <stdexcept>
 
 #include "../../blocks/voice/VoiceProcessor.h"
-#include "testkit/Graph.h"
+#include "testkit/TestGraph.h"
 
 namespace {
 
@@ -54,17 +54,12 @@ class VoiceTest : public testing::Test {
   Samples Run(const StreamSpec& in, const StreamSpec& out, const std::vector<std::string>& args, const Samples& near,
               const Samples& far = {}) {
     graph->DeleteAll();
-    const std::vector blocks{graph.Add("testsource"), voice = graph.Add("voice", args), graph.Add("testsink")};
-    EXPECT_TRUE(graph.Link(blocks[0], 0, voice, 0, in));
-    EXPECT_TRUE(graph.Link(voice, 0, blocks[2], 0, out));
-    Graph::PlayFloats(blocks[0], near, in);
-    if (!far.empty()) {
-      vorn::Block* reference = graph.Add("testsource");
-      EXPECT_TRUE(graph.Link(reference, 0, voice, 1, in));
-      Graph::PlayFloats(reference, far, in);
-    }
-    EXPECT_EQ(graph.Run(), vorn::Route::StopReason::STOP_END_OF_FILE);
-    return Graph::RecordedFloats(blocks[2]);
+    voice = graph.Add("voice", args);
+    graph.Feed(voice, 0, near, in);
+    if (!far.empty()) graph.Feed(voice, 1, far, in);
+    vorn::Block* sink = graph.Record(voice, 0, out);
+    EXPECT_EQ(graph.Run(), testkit::END_OF_FILE);
+    return Graph::RecordedFloats(sink);
   }
   static StreamSpec Floats(unsigned rate, unsigned channels, long frame) {
     return {rate, vorn::SampleFormat::FLOAT_LE, channels, frame};

@@ -3,22 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <numeric>
 
-#include "testkit/Graph.h"
+#include "testkit/TestGraph.h"
 
 namespace {
 
-using testkit::Graph;
+using testkit::Graph, testkit::Samples, testkit::Count, testkit::END_OF_FILE;
 using testkit::StreamSpec;
-using Samples = std::vector<std::int16_t>;
-constexpr auto END_OF_FILE = vorn::Route::StopReason::STOP_END_OF_FILE;
-
-Samples Count(long samples, int from = 1) {
-  Samples counted(static_cast<std::size_t>(samples));
-  std::iota(counted.begin(), counted.end(), static_cast<std::int16_t>(from));
-  return counted;
-}
 
 Samples Sum(Samples a, Samples b) {
   a.resize(std::max(a.size(), b.size()));

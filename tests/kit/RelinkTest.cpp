@@ -3,7 +3,7 @@
 
 #include <vorn/kit/Conventions.h>
 
-#include "testkit/Graph.h"
+#include "testkit/TestGraph.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Records every frame; ends the route after as many as its argument says.
 #include <vorn/Plugin.h>
 
-#include "testkit/Graph.h"
+#include "testkit/TestGraph.h"
 
 class TestSink : public vorn::PluginBlock {
  public:

@@ -3,7 +3,7 @@
 
 #include <vorn/Plugin.h>
 
-#include "testkit/Graph.h"
+#include "testkit/TestGraph.h"
 
 class TestSource : public vorn::PluginBlock {
  public:

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <numeric>
 #include <optional>
 #include <string>
 #include <utility>
@@ -30,6 +31,16 @@ using Frames = std::vector<Frame>;
 
 // Block::ioctl of testsource and testsink: `arg` is a Frames**.
 constexpr unsigned FRAMES_COMMAND = 0x74657374;
+
+constexpr auto END_OF_FILE = vorn::Route::StopReason::STOP_END_OF_FILE;
+
+// Samples that carry their own index.
+using Samples = std::vector<std::int16_t>;
+inline Samples Count(long samples, int from = 1) {
+  Samples counted(static_cast<std::size_t>(samples));
+  std::iota(counted.begin(), counted.end(), static_cast<std::int16_t>(from));
+  return counted;
+}
 
 struct StreamSpec {
   unsigned rate = 48000;
@@ -60,6 +71,20 @@ class Graph : private vorn::Route::Callbacks {
       if (!blocks[i] || !blocks[i + 1] || !Link(blocks[i], 0, blocks[i + 1], 0, s)) return false;
     }
     return true;
+  }
+
+  // What goes into an input, and what leaves an output.
+  template <class Sample>
+  vorn::Block* Feed(vorn::Block* block, std::size_t input, const std::vector<Sample>& samples, const StreamSpec& s) {
+    vorn::Block* source = Add("testsource");
+    Link(source, 0, block, input, s);
+    PlayAll(source, samples, s);
+    return source;
+  }
+  vorn::Block* Record(vorn::Block* block, std::size_t output, const StreamSpec& s) {
+    vorn::Block* sink = Add("testsink");
+    Link(block, output, sink, 0, s);
+    return sink;
   }
 
   // Starts, and waits until the route stops by itself. Nothing when it did not start, or not stop within the deadline.
