@@ -93,10 +93,12 @@ TEST_F(Moving, NullCountsWhatItDrops) {
   vorn::Block* block = graph.Add("null");
   Feed(block, 0, Count(1000), Frames(480));
   Feed(block, 5, Count(2 * 301), Frames(100, 2));
-  ASSERT_EQ(graph.Run(), END_OF_FILE);
-  auto readings = graph.Numbers(block);
-  EXPECT_EQ(readings["frames"], 7);
-  EXPECT_EQ(readings["samples"], 1301);
+  for (int run = 0; run < 2; ++run) {
+    ASSERT_EQ(graph.Run(), END_OF_FILE);
+    auto readings = graph.Numbers(block);
+    EXPECT_EQ(readings["frames"], 7);
+    EXPECT_EQ(readings["samples"], 1301);
+  }
 }
 
 }  // namespace

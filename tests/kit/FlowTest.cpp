@@ -26,23 +26,36 @@ class Bench final : public vorn::FlowOwner {
     flow.Start();
   }
 
-  void Send(std::size_t input, const std::vector<std::uint8_t>& samples) {
-    std::copy(samples.begin(), samples.end(), inBytes[input].begin());
-    in[input].samples = static_cast<long>(samples.size());
-    in[input].timestamp = -1;
-  }
-  void Send(std::size_t input, Mark mark) { SetMark(in[input], mark); }
-
   // Runs once, as the block behind sees it: what came is taken away again.
-  long Run() {
+  // Gives what each output sends: samples, '-' for nothing, '.' for the end; or '?' for pending, 'x' for no output at
+  // all, '!' for the end of the route. Inputs in the same words; empty where nothing arrives. A sample is a digit.
+  std::string Cycle(const std::string& first = "", const std::string& second = "") {
+    if (!first.empty()) Send(in[0], inBytes[0], first);
+    if (!second.empty()) Send(in[1], inBytes[1], second);
     asked.clear();
     const long result = flow.Run();
-    for (std::size_t i = 0; i < out.size(); ++i) {
-      sent[i].assign(outBytes[i].begin(), outBytes[i].begin() + out[i].samples);
-      marks[i] = MarkOf(out[i]);
-      if (result != vorn::FRAME_PENDING) vorn::SetMark(out[i], Mark::NONE);
+    if (result == vorn::FRAME_PENDING) return "?";
+    std::string sent = result == vorn::FRAME_END_OF_FILE ? "!" : result != vorn::FRAME_DONE ? "x" : "";
+    for (const Flow::Port& port : flow.Outputs()) {
+      const Mark mark = MarkOf(*port.fb);
+      sent += mark == Mark::NOTHING ? "-" : mark == Mark::ENDED ? "." : "";
+      for (long k = 0; k < port.fb->samples; ++k) sent += DIGITS[port.fb->data[k]];
+      SetMark(*port.fb, Mark::NONE);
     }
-    return result;
+    return sent;
+  }
+  int Hear(const std::string& requests, std::size_t output = 0) {
+    int answer = 0;
+    for (const char c : requests) answer = flow.Hear(output, static_cast<Request>(REQUESTS.find(c)));
+    return answer;
+  }
+  // What was asked of which input since the last cycle: "0N 1H ".
+  std::string Asked() const {
+    std::string text;
+    for (const auto& [input, request] : asked) {
+      text += std::to_string(input) + REQUESTS[static_cast<std::size_t>(request)] + ' ';
+    }
+    return text;
   }
 
   bool IsInterrupted() const override { return isInterrupted; }
@@ -88,11 +101,18 @@ class Bench final : public vorn::FlowOwner {
   int warnings = 0;
   std::vector<std::uint8_t> held;
   std::set<std::pair<std::size_t, Request>> asked;
-  std::array<std::vector<std::uint8_t>, 2> sent;
-  std::array<Mark, 2> marks{};
 
  private:
   using Bytes = std::array<std::uint8_t, 64>;
+  inline static const std::string DIGITS = "0123456789ABCDEFGHIJ";
+  inline static const std::string REQUESTS = "@HS@N@@@D";
+
+  static void Send(vorn::FrameBuffer& fb, Bytes& bytes, const std::string& what) {
+    if (what == "-" || what == ".") return SetMark(fb, what == "-" ? Mark::NOTHING : Mark::ENDED);
+    for (std::size_t k = 0; k < what.size(); ++k) bytes[k] = static_cast<std::uint8_t>(DIGITS.find(what[k]));
+    fb.samples = static_cast<long>(what.size());
+    fb.timestamp = -1;
+  }
 
   static vorn::FrameBuffer* Describe(vorn::FrameBuffer& fb, Bytes& bytes) {
     fb.data = bytes.data();
@@ -114,42 +134,21 @@ class Bench final : public vorn::FlowOwner {
   std::array<vorn::FrameBuffer, 2> out;
 };
 
-using Bytes = std::vector<std::uint8_t>;
-using Asked = std::set<std::pair<std::size_t, Request>>;
-
 // Red if a join goes on before all its inputs have arrived, if what came early is lost, or if an input that is ahead,
 // and that one alone, is not told to wait.
 TEST(Flow, JoinWaitsForAllInputsAndLinesThemUp) {
   Bench join(2, 1);
-  join.Send(0, Bytes{1, 2, 3, 4});
-  EXPECT_EQ(join.Run(), vorn::FRAME_PENDING);
-  join.Send(1, Bytes{10});
-  EXPECT_EQ(join.Run(), vorn::FRAME_DONE);
-  EXPECT_EQ(join.sent[0], Bytes{11});
-  EXPECT_EQ(join.asked, Asked{});  // less than a frame waits
-
-  join.Send(0, Bytes{5, 6, 7, 8});
-  join.Send(1, Mark::NOTHING);
-  EXPECT_EQ(join.Run(), vorn::FRAME_DONE);
-  EXPECT_EQ(join.marks[0], Mark::NOTHING);
-  EXPECT_EQ(join.asked, (Asked{{0, Request::SPARE}, {1, Request::NEED}}));
-
+  EXPECT_EQ(join.Cycle("1234"), "?");
+  EXPECT_EQ(join.Cycle("", "A"), "B");
+  EXPECT_EQ(join.Asked(), "");  // less than a frame waits
+  EXPECT_EQ(join.Cycle("5678", "-"), "-");
+  EXPECT_EQ(join.Asked(), "0S 1N ");
   join.asked.clear();
-  join.flow.Hear(0, Request::NEED);
-  EXPECT_EQ(join.asked, (Asked{{1, Request::NEED}}));  // not the one that has enough
-
-  join.Send(0, Mark::NOTHING);
-  join.Send(1, Bytes{10, 10, 10, 10});
-  join.Run();
-  EXPECT_EQ(join.sent[0], (Bytes{12, 13, 14, 15}));
-  join.Send(0, Mark::ENDED);
-  join.Send(1, Bytes{10, 10, 10, 10});
-  join.Run();
-  EXPECT_EQ(join.sent[0], (Bytes{16, 17, 18, 10}));  // an input that ended is silent
-  join.Send(0, Mark::ENDED);
-  join.Send(1, Mark::ENDED);
-  join.Run();
-  EXPECT_EQ(join.marks[0], Mark::ENDED);
+  join.Hear("N");
+  EXPECT_EQ(join.Asked(), "1N ");  // not the one that has enough
+  EXPECT_EQ(join.Cycle("-", "AAAA"), "CDEF");
+  EXPECT_EQ(join.Cycle(".", "AAAA"), "GHIA");  // an input that ended is silent
+  EXPECT_EQ(join.Cycle(".", "."), ".");
   EXPECT_EQ(join.board.holders, 0);
   EXPECT_EQ(join.overs, 1);
 }
@@ -157,62 +156,35 @@ TEST(Flow, JoinWaitsForAllInputsAndLinesThemUp) {
 // Red if a join that has enough is fed on, or sends though the block behind it has enough.
 TEST(Flow, EveryBlockObeysTheOneBehindIt) {
   Bench join(2, 1);
-  EXPECT_EQ(join.flow.Hear(0, Request::HOLD), 1);
-  EXPECT_EQ(join.asked, (Asked{{0, Request::HOLD}, {1, Request::HOLD}}));
-  join.Send(0, Bytes{1, 2, 3, 4});
-  join.Send(1, Bytes{1, 2, 3, 4});
-  join.Run();
-  EXPECT_EQ(join.marks[0], Mark::NOTHING);
-  EXPECT_EQ(join.asked, (Asked{{0, Request::HOLD}, {1, Request::HOLD}}));  // a frame of each waits here
+  EXPECT_EQ(join.Hear("H"), 1);
+  EXPECT_EQ(join.Asked(), "0H 1H ");
+  EXPECT_EQ(join.Cycle("1234", "1234"), "-");
+  EXPECT_EQ(join.Asked(), "0H 1H ");  // a frame of each waits here
   EXPECT_EQ(join.board.holders, 1);
-  join.flow.Hear(0, Request::HOLD);  // at the end too
-  for (const Mark mark : {Mark::NOTHING, Mark::NONE, Mark::ENDED}) {
-    join.Send(0, Mark::ENDED);
-    join.Send(1, Mark::ENDED);
-    join.Run();
-    EXPECT_EQ(join.marks[0], mark);
-    EXPECT_EQ(join.sent[0], mark == Mark::NONE ? (Bytes{2, 4, 6, 8}) : Bytes());
-  }
+  join.Hear("H");  // at the end too
+  for (const char* sent : {"-", "2468", "."}) EXPECT_EQ(join.Cycle(".", "."), sent);
 
   Bench source(0, 1);
   source.toPlay = 9;
-  source.flow.Hear(0, Request::SPARE);
-  source.Run();
-  EXPECT_EQ(source.marks[0], Mark::NOTHING);
-  source.flow.Hear(0, Request::SPARE);
-  source.flow.Hear(0, Request::NEED);
-  source.Run();
-  EXPECT_EQ(source.sent[0], Bytes{7});
-  source.flow.Hear(0, Request::NEED);
-  source.flow.Hear(0, Request::HOLD);
-  source.Run();
-  EXPECT_EQ(source.marks[0], Mark::NOTHING);
-  source.Run();  // for one cycle only
-  EXPECT_EQ(source.sent[0], Bytes{7});
+  for (const auto& [asked, sent] : {std::pair{"S", "-"}, {"SN", "7"}, {"NH", "-"}, {"", "7"}}) {
+    source.Hear(asked);
+    EXPECT_EQ(source.Cycle(), sent) << asked;
+  }
 }
 
 // Red if a block that buffers gives out less or more than came, or says too early that it has ended.
 TEST(Flow, ABlockThatBuffersDrainsBeforeItEnds) {
   Bench block(1, 1);
   block.buffers = 3;
-  for (const auto& [came, left] :
-       std::vector<std::pair<Bytes, Bytes>>{{{1, 2}, {}}, {{3, 4}, {1, 2, 3, 4}}, {{5}, {}}}) {
-    block.Send(0, came);
-    block.Run();
-    EXPECT_EQ(block.sent[0], left);
+  for (const auto& [came, sent] : {std::pair{"12", "-"}, {"34", "1234"}, {"5", "-"}}) {
+    EXPECT_EQ(block.Cycle(came), sent);
   }
   EXPECT_EQ(block.board.holders, 1);
-  block.flow.Hear(0, Request::HOLD);
-  block.Send(0, Mark::ENDED);
-  block.Run();
-  EXPECT_EQ(block.marks[0], Mark::NOTHING);
-  block.Send(0, Mark::ENDED);
-  block.Run();
-  EXPECT_EQ(block.sent[0], Bytes{5});
+  block.Hear("H");
+  EXPECT_EQ(block.Cycle("."), "-");
+  EXPECT_EQ(block.Cycle("."), "5");
   EXPECT_EQ(block.board.holders, 0);
-  block.Send(0, Mark::ENDED);
-  block.Run();
-  EXPECT_EQ(block.marks[0], Mark::ENDED);
+  EXPECT_EQ(block.Cycle("."), ".");
 }
 
 // Red if a source ends its route while another runs, while a block holds something, or before all have heard of its
@@ -222,32 +194,29 @@ TEST(Flow, TheRouteIsOverWhenAllSourcesEndedAndNothingIsHeld) {
   ++source.board.drivers;
   ++source.board.runningDrivers;
   ++source.board.holders;
-  const auto runsOn = [&] { return source.Run() == vorn::FRAME_DONE && source.marks[0] == Mark::ENDED; };
-  for (int cycle = 0; cycle < 9; ++cycle) EXPECT_TRUE(runsOn());
+  for (int cycle = 0; cycle < 9; ++cycle) EXPECT_EQ(source.Cycle(), ".");
   --source.board.runningDrivers;
   ++source.board.moves;
-  EXPECT_TRUE(runsOn());  // the other one has just ended
+  EXPECT_EQ(source.Cycle(), ".");  // the other one has just ended
   --source.board.holders;
   ++source.board.moves;
-  EXPECT_TRUE(runsOn());
-  EXPECT_EQ(source.Run(), vorn::FRAME_END_OF_FILE);
+  EXPECT_EQ(source.Cycle(), ".");
+  EXPECT_EQ(source.Cycle(), "!");
   EXPECT_EQ(source.warnings, 0);
 
   Bench stopped(0, 2);
   stopped.toPlay = 9;
-  stopped.flow.Hear(0, Request::DONE);
-  stopped.Run();
-  EXPECT_EQ(stopped.sent[1], Bytes{7});  // the other output is still wanted
-  stopped.flow.Hear(1, Request::DONE);
-  stopped.Run();
-  EXPECT_EQ(stopped.marks[1], Mark::ENDED);
+  stopped.Hear("D", 0);
+  EXPECT_EQ(stopped.Cycle(), "77");  // the other output is still wanted
+  stopped.Hear("D", 1);
+  EXPECT_EQ(stopped.Cycle(), "..");
   EXPECT_EQ(stopped.toPlay, 8);
 
   Bench asked(0, 1);
   asked.toPlay = 9;
   asked.isInterrupted = true;
-  asked.Run();
-  EXPECT_EQ(asked.Run(), vorn::FRAME_END_OF_FILE);
+  asked.Cycle();
+  EXPECT_EQ(asked.Cycle(), "!");
   EXPECT_EQ(asked.toPlay, 9);
 }
 
@@ -255,11 +224,8 @@ TEST(Flow, TheRouteIsOverWhenAllSourcesEndedAndNothingIsHeld) {
 TEST(Flow, AReferenceEndsWithTheStreamThatItServes) {
   Bench join(2, 1);
   join.reference = 1;
-  join.Send(0, Mark::ENDED);
-  join.Send(1, Bytes{1, 2});
-  join.Run();
-  EXPECT_EQ(join.marks[0], Mark::ENDED);
-  EXPECT_EQ(join.asked, (Asked{{1, Request::DONE}}));
+  EXPECT_EQ(join.Cycle(".", "12"), ".");
+  EXPECT_EQ(join.Asked(), "1D ");
   EXPECT_EQ(join.board.holders, 0);
 }
 
@@ -267,25 +233,22 @@ TEST(Flow, AReferenceEndsWithTheStreamThatItServes) {
 TEST(Flow, BesideABlockWithoutTheKitNothingIsSentWithoutSamples) {
   Bench block(1, 2, 0b10);
   block.buffers = 3;
-  block.Send(0, Bytes{1});
-  EXPECT_EQ(block.Run(), vorn::FRAME_DONE_WITHOUT_OUTPUT);
-  EXPECT_EQ(block.marks[0], Mark::NONE);
-  EXPECT_EQ(block.flow.Hear(0, Request::HOLD), 0);
+  EXPECT_EQ(block.Cycle("1"), "x");
+  EXPECT_EQ(block.Hear("H"), 0);
 
   Bench join(2, 1);
   join.board.foreignLinks = 1;
   join.mayArrive = true;
-  join.Send(0, Bytes{1, 2, 3, 4});
-  EXPECT_EQ(join.Run(), vorn::FRAME_PENDING);
+  EXPECT_EQ(join.Cycle("1234"), "?");
   join.mayArrive = false;
-  EXPECT_EQ(join.Run(), vorn::FRAME_DONE);
+  EXPECT_EQ(join.Cycle(), "-");
   EXPECT_EQ(join.board.holders, 1);
 
   Bench source(0, 1);
   ++source.board.holders;
-  long result = vorn::FRAME_DONE;
-  for (int cycle = 0; cycle < 9 && result == vorn::FRAME_DONE; ++cycle) result = source.Run();
-  EXPECT_EQ(result, vorn::FRAME_END_OF_FILE);
+  int cycles = 0;
+  while (source.Cycle() != "!" && cycles < 9) ++cycles;
+  EXPECT_LT(cycles, 9);
   EXPECT_EQ(source.warnings, 1);
 }
 
