@@ -165,7 +165,7 @@ std::optional<Graph::Error> Graph::SetDump(const std::string& folder) {
 
 void Graph::TakeLog(std::optional<int> shownLevel) {
   // The library reads its configuration first, so that ours of the log is the last.
-  impl->log.Take(shownLevel, [] { Vorn::Instance(); });
+  impl->log.Take(shownLevel, [] { Vorn::Instance()->HasConsole(); });
 }
 
 std::optional<Graph::Error> Graph::Plan() { return impl->Plan(); }

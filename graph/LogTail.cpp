@@ -93,7 +93,6 @@ void LogTail::Keep(const std::string& text, std::vector<LogLine>& lines) {
   for (std::string line; std::getline(stream, line);) {
     LogLine parsed = Parse(line);
     const bool isOfConsole = parsed.text.starts_with("Failed to bind, can't listen to vrdb");
-    lacksConsole = lacksConsole || isOfConsole;
     if (!isOfConsole && parsed.level != 'I') lines.push_back(std::move(parsed));
   }
 }

@@ -35,10 +35,8 @@ class LogTail {
   void Take(std::optional<int> level, const std::function<void()>& begin);
   bool IsTaken() const { return file >= 0; }
 
-  /** The lines since the last call. Of a log that is not taken, none. */
+  /** The lines since the last call, but for what is not about a graph. Of a log that is not taken, none. */
   std::vector<LogLine> Drain();
-  /** True once, where the log said that this process has no console: another has it, which is no failure of a graph. */
-  bool TakeLackOfConsole() { return std::exchange(lacksConsole, false); }
 
   /** Whether the lines appear on standard error anyway. */
   bool IsShown() const { return isShown; }
@@ -48,7 +46,6 @@ class LogTail {
   void Keep(const std::string& text, std::vector<LogLine>& lines);
 
   bool isShown = false;
-  bool lacksConsole = false;
   std::string early;  // what was held back
   int file = -1;
   std::size_t position = 0;

@@ -35,6 +35,9 @@ Runner::~Runner() {
 }
 
 Graph::Result Runner::Run() {
+  if (options.onNotice && !Vorn::Instance()->HasConsole()) {
+    options.onNotice("no console, so vrdb does not see this run: another process has it");
+  }
   started = Clock::now();
   BeginStart();
   while (IsAnyActive()) {
@@ -260,8 +263,6 @@ const std::vector<LogLine>& Runner::DrainLog() {
 /** Of what routes say after a failure, and while they are kept from starting, nothing: that comes from being stopped. */
 void Runner::TellLog() {
   recent = log.Drain();
-  if (log.TakeLackOfConsole() && options.onNotice)
-    options.onNotice("no console: that of another process is vrdb's here");
   const bool isKept = std::ranges::find(states, State::STARTING) != states.end() && isStopping;
   if (log.IsShown() || !options.onWarning || result.end == Graph::End::FAILURE || isKept) return;
   std::size_t shown = 0;

@@ -117,6 +117,13 @@ class VORN_API Vorn {
    * included. Nothing of it runs any more.
    */
   bool IsLost(Route* route) const;
+
+  /**
+   * Whether vrdb reaches this process: one process of a host, or of a container, has the console.
+   *
+   * Thread: any. Waiting: until the console has tried to open its socket, once.
+   */
+  bool HasConsole() const;
 };
 
 }  // namespace vorn

@@ -61,6 +61,7 @@ void VornImpl::DebugThreadLoop() {
     LOG_E("Listen to socket failed");
     return;
   }
+  TellConsole(Console::LISTENS);
 
   TurnedAway turnedAway;
   while (!exiting) {

@@ -67,6 +67,7 @@ VornImpl::VornImpl(const char* configPath) {
     debugThread = StartThread("vrdb", [this] { MainThread(this); });
   } catch (const std::system_error& e) {  // all else works without
     LOG_E("Unable to start the thread that listens to vrdb: %s", e.what());
+    TellConsole(Console::NONE);
   }
 }
 
@@ -118,7 +119,21 @@ void VornImpl::LeaveWhatCannotEnd() {
   }
 }
 
-void VornImpl::MainThread(VornImpl* vorn) { vorn->DebugThreadLoop(); }
+void VornImpl::MainThread(VornImpl* vorn) {
+  vorn->DebugThreadLoop();
+  vorn->TellConsole(Console::NONE);
+}
+
+void VornImpl::TellConsole(Console now) {
+  console.store(now);
+  console.notify_all();
+}
+
+bool Vorn::HasConsole() const {
+  const auto& console = static_cast<const VornImpl*>(this)->console;
+  console.wait(VornImpl::Console::UNKNOWN);
+  return console == VornImpl::Console::LISTENS;
+}
 
 void VornImpl::Configure(const char* configPath) {
   _tlogging_enable_options(LOG_TO_STDERR | LOG_SHORT_LINES);

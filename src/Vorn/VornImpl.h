@@ -85,6 +85,9 @@ class VornImpl final : public Vorn {
 
   std::thread debugThread;
   std::atomic<bool> exiting{false};
+  enum class Console { UNKNOWN, LISTENS, NONE };
+  std::atomic<Console> console{Console::UNKNOWN};
+  void TellConsole(Console now);
 
   // So that shut-down never meets a descriptor that was closed under it and belongs to somebody else by now.
   std::mutex socketMutex;

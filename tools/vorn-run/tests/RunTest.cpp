@@ -186,7 +186,7 @@ TEST_F(VornRun, SaysWhatAnOperatorDidToItsRoutes) {
 // Red if the console of another process is a warning, or the reason of a failure.
 TEST_F(VornRun, DoesWithoutAConsole) {
   const auto runOthers = [](pid_t first) {
-    for (const auto& [option, text] : {std::pair{"-q", ""}, {"--check", ""}, {"--json", "vorn-run: no console: "}}) {
+    for (const auto& [option, text] : {std::pair{"-q", ""}, {"--check", ""}, {"--json", "vorn-run: no console, "}}) {
       fs::create_directories("beside");
       const Ended other = testkit::RunIn("beside", {VORN_RUN, option, "-e", "moody 5 ! moody"});
       EXPECT_EQ(other.err.substr(0, std::strlen(text)), text);
