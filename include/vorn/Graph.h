@@ -85,7 +85,7 @@ class VORN_API Graph {
   /** What made a run end. */
   enum class End {
     STREAM,     ///< All sources came to their end.
-    DURATION,   ///< RunOptions::duration was over.
+    DURATION,   ///< RunOptions::duration was over before the streams were.
     STOPPED,    ///< Stop() was called.
     FAILURE,    ///< A route failed or could not be started. What was written until then is finished.
     NOT_BUILT,  ///< The graph could not be read, planned or built. Nothing ran.
@@ -98,7 +98,9 @@ class VORN_API Graph {
     End end = End::STREAM;
     int signal = 0;              ///< What Stop() was told.
     std::optional<Error> error;  ///< Of FAILURE and NOT_BUILT.
-    double elapsedSeconds = 0;   ///< On the clock.
+    std::uint64_t losses =
+        0;  ///< How often a block gave or kept less than it should have, and went on; each has a warning.
+    double elapsedSeconds = 0;  ///< On the clock.
   };
 
   /** How far a graph or a route has come. */
@@ -156,6 +158,11 @@ class VORN_API Graph {
    * @param source what errors put in front of the text.
    */
   std::optional<Error> Set(const std::string& setting, const std::string& source = "setting");
+
+  /**
+   * The same for all blocks that have the parameter: "sync=true".
+   */
+  std::optional<Error> SetAll(const std::string& setting, const std::string& source = "setting");
 
   /**
    * Has each run write what leaves every block to a file of its own in this folder, which is made where it is missing.

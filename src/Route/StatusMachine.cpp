@@ -20,11 +20,13 @@ class HeldMutex {
 }  // namespace
 
 int RouteImpl::Start_l() {
+  if (CurrentStatus() != RUNNING) board.failed.store(false, std::memory_order_relaxed);
   everyBlockStarted = true;
   for (Block* block : blocks) {
     const int ret = StartBlock(*block);
     if (ret < 0) {
       LOG_E("%s: Failed to start %s (ret=%d)", name.c_str(), block->Name().c_str(), ret);
+      board.failed.store(true, std::memory_order_relaxed);
       return ret;
     }
     if (ret > 0) everyBlockStarted = false;  // neither started nor failed: it is asked again before the next cycle
@@ -55,6 +57,7 @@ int RouteImpl::StartBlock(Block& block) {
 int RouteImpl::Stop_l(StopReason reason) {
   if (CurrentStatus() == STOPPED) return 0;
   unsettled.store(true, std::memory_order_relaxed);
+  if (reason == StopReason::STOP_ERROR) board.failed.store(true, std::memory_order_relaxed);
   LOG_I("%s: Stopping", name.c_str());
   for (Block* block : blocks) {
     Whereabouts::InBlock(*block);

@@ -56,6 +56,7 @@ enum KitCommand : unsigned {
   KIT_INTERRUPT = 0x564B0006,  ///< Brings the block back from its waits: see InterruptBlock. `arg` is not used. 0.
   KIT_RESUME = 0x564B0007,     ///< Takes that back. `arg` is not used. 0.
   KIT_ATTACH_INTERRUPT = 0x564B0008,  ///< `arg` is the Interrupt* to obey, or null for the block's own. 0.
+  KIT_ABANDON = 0x564B0009,    ///< Gives up what the block's route makes: see AbandonStream. `arg` is not used. 0.
 
   KIT_REQUEST = 0x564B0010,  ///< Between blocks of one route, on its thread. `arg` is a KitRequest*.
 };
@@ -87,6 +88,7 @@ struct BlockCounters {
   std::atomic<std::uint64_t> losses{0};   ///< Times that it lost something and went on: PARAMETER_REFUSAL says what.
   std::atomic<bool> fadedOut{false};      ///< It stopped its route by FRAME_FADED_OUT.
   std::atomic<bool> deleted{false};       ///< The block is gone, whoever deleted it.
+  std::atomic<std::uint64_t> cuts{0};     ///< Times that it was a source and ended because it was interrupted.
 
   /** By the one thread that writes. */
   static void Add(std::atomic<std::uint64_t>& count, std::uint64_t more) {
@@ -142,6 +144,14 @@ inline int AttachInterrupt(Block* block, Interrupt* interrupt) { return block->i
  * @return 0, or -20 from a block that is not first or without the kit.
  */
 inline int EndStream(Block* block) { return block->ioctl(KIT_END_STREAM, nullptr); }
+
+/**
+ * Says that what the block's route makes is not to pass for a whole: a file does not come to its place. For a host that
+ * ends or stops the route because something else failed; say it before. From any thread, while the route runs.
+ *
+ * @return 0, or -20 from a block without the kit or without a route.
+ */
+inline int AbandonStream(Block* block) { return block->ioctl(KIT_ABANDON, nullptr); }
 
 /**
  * Says of a source that it reads what goes round in a loop of FIFOs: it keeps no block and no route going once all

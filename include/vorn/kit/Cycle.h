@@ -61,7 +61,7 @@ inline void Flow::Link(std::vector<Port> newInputs, std::vector<Port> newOutputs
 
 inline void Flow::Start() {
   started = true;
-  ended = quit = false;
+  ended = isCut = quit = false;
   unwanted = 0;
   movesSeen = 0;
   idleCycles = 0;
@@ -139,7 +139,10 @@ inline long Flow::RunSource() {
   if (board->foreignLinks != 0 && IsOutputFull()) return FRAME_DONE;
   ClearOutputs();
   const std::uint32_t asked = std::exchange(heard, 0U);
-  if (!ended && MustEnd()) ended = true;
+  if (!ended && MustEnd()) {
+    isCut = !IsUnwanted();
+    ended = true;
+  }
   if (ended) return AtEnd(asked);
   const bool isSpared = (asked & (Bit(Request::SPARE) | Bit(Request::NEED))) == Bit(Request::SPARE);
   if (isSpared || (asked & Bit(Request::HOLD)) != 0) return Send(Mark::NOTHING);
@@ -147,6 +150,7 @@ inline long Flow::RunSource() {
   if (result == FRAME_PENDING) heard |= asked;
   if (result != FRAME_END_OF_FILE) return Finish(result);
   ClearOutputs();
+  isCut = owner.IsInterrupted();
   ended = true;
   return AtEnd(0);
 }

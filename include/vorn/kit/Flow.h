@@ -121,6 +121,8 @@ class Flow {
   long Run();
   /** A request from the block behind an output. @return 1 where all sources concerned obey; 0 where one does not. */
   int Hear(std::size_t output, Request request);
+  /** True once, after an interrupt has ended a source that had more to give. */
+  bool TakeCut() { return std::exchange(isCut, false); }
 
   /** The frame at an input that is being worked on. */
   const FrameBuffer& In(std::size_t input) const { return *frames[input]; }
@@ -203,6 +205,7 @@ class Flow {
   // How far the streams are.
   bool started = false;
   bool ended = false;    // a source: it has no more
+  bool isCut = false;    // a source: it ended because it was interrupted
   bool quit = false;     // not a source: it takes no more
   bool drained = false;  // nothing more came out of Drain
   bool isOver = false;   // ENDED was sent

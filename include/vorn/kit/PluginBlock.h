@@ -157,6 +157,8 @@ class PluginBlock : public Block, protected FlowOwner {
   void Lose(const Refusal& refusal);
   /** The same where the block cannot go on: `return Fail("the device is gone");` in Process and Drain. @return FRAME_FAILED. */
   long Fail(const Refusal& refusal);
+  /** In Release and later: the route stops for an error, so that what the block has made is not to pass for a whole. */
+  bool HasRouteFailed() const { return Board() != nullptr && Board()->failed.load(std::memory_order_relaxed); }
   /**@}*/
 
  public:
@@ -468,6 +470,7 @@ inline long PluginBlock::ProcessFrame() {
   }
   if (counts && result >= 0) Count(arrived);
   if (counts && result == FRAME_FADED_OUT) counters->fadedOut.store(true, std::memory_order_relaxed);
+  if (counts && flow.TakeCut()) BlockCounters::Add(counters->cuts, 1);
   return result;
 }
 
@@ -571,6 +574,9 @@ inline int PluginBlock::ioctl(unsigned int cmd, void* arg) {
     case KIT_RESUME: return ClearInterrupt(), 0;
     case KIT_ATTACH_INTERRUPT: return interrupt = arg != nullptr ? static_cast<Interrupt*>(arg) : &ownInterrupt, 0;
     case KIT_FOLLOW: return flow.Follow(), 0;
+    case KIT_ABANDON:
+      if (Board() == nullptr) return -20;
+      return Board()->failed.store(true, std::memory_order_relaxed), 0;
     case KIT_ATTACH_PRODUCER:
       if ((description.flags & BLOCK_READS_FIFO) == 0) return -20;
       return Attach(static_cast<DataProducer*>(arg)), 0;

@@ -2,6 +2,7 @@
 #ifndef VORN_KIT_ROUTE_BOARD_H
 #define VORN_KIT_ROUTE_BOARD_H
 
+#include <atomic>
 #include <cstdint>
 
 namespace vorn {
@@ -13,10 +14,10 @@ namespace vorn {
 constexpr std::uint32_t KIT_VERSION = 3;
 
 /**
- * Counts from which a source knows that its route is over. The route makes one and hands it to every block
- * (Block::Board); the library does not read it.
+ * Counts from which a source knows that its route is over, and whether the route failed. The route makes one and hands
+ * it to every block (Block::Board).
  *
- * Thread: the route's own.
+ * Thread: the route's own, but for `failed`.
  */
 struct RouteBoard {
   const std::uint32_t kitVersion = KIT_VERSION;  ///< What the library was built with.
@@ -32,6 +33,12 @@ struct RouteBoard {
 
   unsigned long moves = 0;  ///< Grows whenever a block works on samples, or learns that a stream is over.
   unsigned long links = 0;  ///< Grows whenever a link of a block of the kit is made or deleted.
+
+  /**
+   * What the blocks have made is not what was to be made. The library sets it before it stops the blocks for an error,
+   * and where one of them did not start, and clears it at the next start; a host sets it with AbandonStream().
+   */
+  std::atomic<bool> failed{false};
 
   /** Whether no source has anything more to send. */
   bool HasEnded() const {
