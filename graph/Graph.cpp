@@ -100,7 +100,7 @@ std::optional<Graph::Error> Graph::Impl::Build() {
 }
 
 Graph::Result Graph::Impl::Run(const RunOptions& options) {
-  if (auto error = Build()) return {End::NOT_BUILT, 0, error, 0};
+  if (auto error = Build()) return {End::NOT_BUILT, 0, error};
   wasRun = true;
   for (graph::RouteWatch& watch : watches) watch.SetPriority(options.realtimePriority);
   if (auto error = dumpFolder.empty() ? std::nullopt : live->SetDump(dumpFolder)) {
@@ -153,6 +153,12 @@ std::optional<Graph::Error> Graph::Set(const std::string& setting, const std::st
   if (impl->unreadable) return impl->unreadable;
   impl->TakeDown();
   return graph::ApplySetting(impl->description, impl->plugIns, setting, source);
+}
+
+std::optional<Graph::Error> Graph::SetAll(const std::string& setting, const std::string& source) {
+  if (impl->unreadable) return impl->unreadable;
+  impl->TakeDown();
+  return graph::ApplyToAll(impl->description, impl->plugIns, setting, source);
 }
 
 std::optional<Graph::Error> Graph::SetDump(const std::string& folder) {

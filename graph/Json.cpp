@@ -1,5 +1,6 @@
 #include "Json.h"
 
+#include <cstring>
 #include <nlohmann/json.hpp>
 
 #include "Figures.h"
@@ -63,8 +64,17 @@ ordered_json ReadingsJson(const GraphPlan& plan, const LiveGraph& live) {
   return json;
 }
 
+/** What ended a run before its streams did; empty for nothing. */
+std::string StoppedBy(const Graph::Result& result) {
+  if (result.end == Graph::End::DURATION) return "duration";
+  if (result.end != Graph::End::STOPPED) return "";
+  const char* const name = result.signal != 0 ? sigabbrev_np(result.signal) : nullptr;
+  return name != nullptr ? std::string("SIG") + name : "request";
+}
+
 ordered_json ResultJson(const Graph::Result& result) {
   ordered_json json = {{"end", result.Name()}};
+  if (const std::string by = StoppedBy(result); !by.empty()) json["stopped"] = by;
   if (result.signal != 0) json["signal"] = result.signal;
   if (result.error) json["error"] = result.error->ToString();
   json["seconds"] = result.elapsedSeconds;

@@ -264,6 +264,17 @@ bool LiveGraph::HasFadedOut(std::size_t route) const {
   return IsAny(route, [](const BlockCounters& counters) { return counters.fadedOut.load(); });
 }
 
+void LiveGraph::Abandon(std::size_t route) {
+  for (std::size_t i = 0; i < blocks.size(); ++i) {
+    const Made& made = blocks[i];
+    if (graph.nodes[i].route == route && made.host && !made.host->counters.deleted) AbandonStream(made.block);
+  }
+}
+
+bool LiveGraph::WasCut(std::size_t route) const {
+  return IsAny(route, [](const BlockCounters& counters) { return counters.cuts > 0; });
+}
+
 std::uint64_t LiveGraph::Moves() const {
   std::uint64_t moves = 0;
   for (const FIFO* fifo : fifos) moves += fifo->State().moves;

@@ -54,6 +54,8 @@ class LiveGraph {
   /** Brings a block back from its waits; a source then ends its stream. @return false from one without the kit. */
   bool Interrupt(std::size_t node);
 
+  /** Says to the blocks of a route that what they make is not to pass for a whole. */
+  void Abandon(std::size_t route);
   /** In the order of the plan's FIFOs. */
   FIFO& Fifo(std::size_t fifo) const { return *fifos[fifo]; }
 
@@ -62,6 +64,8 @@ class LiveGraph {
   /** Whether a block of the route lost something, or faded out. */
   bool HasLost(std::size_t route) const;
   bool HasFadedOut(std::size_t route) const;
+  /** Whether a source of the route ended because it was interrupted. */
+  bool WasCut(std::size_t route) const;
   /** Grows as long as a block moves: frames, and waits that came to their end. */
   std::uint64_t Moves() const;
   /** The parameters of a block that is made with the kit, one a line: see ParameterLine. */

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <system_error>
+#include <utility>
 
 #include "Figures.h"
 
@@ -58,7 +59,16 @@ Graph::Result Runner::Run() {
   }
   if (result.error) result.end = Graph::End::FAILURE;
   result.elapsedSeconds = Elapsed();
+  if (result.end == Graph::End::DURATION && !WasCut()) result.end = Graph::End::STREAM;
   return result;
+}
+
+/** False where time was up when all was done anyway. */
+bool Runner::WasCut() const {
+  for (std::size_t i = 0; i < states.size(); ++i) {
+    if (live.WasCut(i)) return true;
+  }
+  return isCut;
 }
 
 Runner::Clock::time_point Runner::NextLook() const {
@@ -234,13 +244,18 @@ std::vector<FIFOState> Runner::StatesOfFifos() const {
 void Runner::Stop(std::size_t route) {
   if (states[route] != State::RUNNING) return;
   states[route] = State::STOPPING;
+  isCut = true;
+  if (result.end == Graph::End::FAILURE) live.Abandon(route);  // its start may have begun only now
+  isCut = true;
   if (auto error = live.Stop(route)) {
     states[route] = State::ENDED;
     Fail(*error);
   }
 }
 
+// A FIFO that is shut down is an end like any other to those who read it, so they hear first that it is none.
 void Runner::StopEverything() {
+  for (std::size_t i = 0; i < states.size(); ++i) live.Abandon(i);
   for (std::size_t i = 0; i < plan.blocks.size(); ++i) live.Interrupt(i);
   for (std::size_t i = 0; i < plan.fifos.size(); ++i) live.Fifo(i).Shutdown();
   for (std::size_t i = 0; i < states.size(); ++i) Stop(i);
@@ -255,18 +270,26 @@ void Runner::Fail(const Error& error) {
 }
 
 const std::vector<LogLine>& Runner::DrainLog() {
-  const auto lines = log.Drain();
-  recent.insert(recent.end(), lines.begin(), lines.end());
+  for (const LogLine& line : log.Drain()) {
+    recent.push_back(line);
+    if (line.level == 'W') warnings.push_back(line);
+  }
   return recent;
 }
 
-/** Of what routes say after a failure, and while they are kept from starting, nothing: that comes from being stopped. */
+/** Of the errors of routes after a failure, and while they are kept from starting, nothing: they come from being stopped. */
 void Runner::TellLog() {
-  recent = log.Drain();
+  auto lines = std::exchange(warnings, {});
+  recent.clear();
+  DrainLog();
   const bool isKept = std::ranges::find(states, State::STARTING) != states.end() && isStopping;
-  if (log.IsShown() || !options.onWarning || result.end == Graph::End::FAILURE || isKept) return;
+  const bool tellsErrors = result.end != Graph::End::FAILURE && !isKept;
+  const auto& fresh = tellsErrors ? recent : warnings;
+  lines.insert(lines.end(), fresh.begin(), fresh.end());
+  warnings.clear();
+  if (log.IsShown() || !options.onWarning) return;
   std::size_t shown = 0;
-  for (const LogLine& line : recent) {
+  for (const LogLine& line : lines) {
     if (++shown <= MOST_LINES_A_TICK) options.onWarning(live.Translate(line.text));
   }
   if (shown > MOST_LINES_A_TICK) options.onWarning("... and " + std::to_string(shown - MOST_LINES_A_TICK) + " more");

@@ -48,6 +48,7 @@ class Runner {
   void NoteLosses(std::size_t route);
 
   void BeginStop(Graph::End end);
+  bool WasCut() const;
   void EndSources();
   void InterruptStarts();
   void InterruptWhatStandsStill();
@@ -72,12 +73,14 @@ class Runner {
 
   Standstill standstill;
   Pace pace;
-  std::vector<State> states;    // by route
-  std::vector<bool> cannotEnd;  // by route: a source without the kit is in it, which nobody can ask
-  std::vector<LogLine> recent;
+  std::vector<State> states;      // by route
+  std::vector<bool> cannotEnd;    // by route: a source without the kit is in it, which nobody can ask
+  std::vector<LogLine> recent;    // since before the last tick
+  std::vector<LogLine> warnings;  // not told yet
   Clock::time_point started;
   Clock::time_point told;
   std::atomic<bool> isStopping{false};  // the starter looks at it too
+  bool isCut = false;                   // a route was stopped before its end
   Graph::Result result;
   std::thread starter;
 };

@@ -53,7 +53,26 @@ void NameArguments(Node& node, const BlockInfo& info) {
   }
 }
 
+bool HasParameter(const BlockInfo& info, const std::string& name) {
+  const auto* const end = info.parameters + info.parameterCount;
+  return std::any_of(info.parameters, end, [&](const auto& parameter) { return name == parameter.name; });
+}
+
 }  // namespace
+
+std::optional<Error> ApplyToAll(GraphDescription& graph, PlugIns& plugIns, const std::string& setting,
+                                const std::string& source) {
+  const std::string parameter = setting.substr(0, setting.find('='));
+  for (const Node& node : graph.nodes) {
+    if (node.isFifo) continue;
+    const auto plugIn = plugIns.Find(node.plugIn);
+    if (const auto* error = std::get_if<Error>(&plugIn)) return *error;
+    const BlockInfo* const info = std::get<PlugIn>(plugIn).info;
+    if (info == nullptr || !HasParameter(*info, parameter)) continue;
+    if (auto error = ApplySetting(graph, plugIns, node.name + '.' + setting, source)) return error;
+  }
+  return std::nullopt;
+}
 
 std::optional<Error> ApplySetting(GraphDescription& graph, PlugIns& plugIns, const std::string& setting,
                                   const std::string& source) {

@@ -11,4 +11,8 @@ namespace vorn::graph {
 std::optional<Error> ApplySetting(GraphDescription& graph, PlugIns& plugIns, const std::string& setting,
                                   const std::string& source);
 
+/** Carries out `parameter=value` for every block that has the parameter. */
+std::optional<Error> ApplyToAll(GraphDescription& graph, PlugIns& plugIns, const std::string& setting,
+                                const std::string& source);
+
 }  // namespace vorn::graph

@@ -46,7 +46,8 @@ TEST_F(GraphTest, RunsAFileToItsEndAndOnceMoreFromTheStart) {
     EXPECT_EQ(readings[1].block + ' ' + readings[1].name + ' ' + readings[1].unit, "b last steps");
     EXPECT_EQ(readings[1].value, 12344.25);
   }
-  EXPECT_EQ(Text(graph.Set("a.samples=7")), "");
+  EXPECT_EQ(Text(graph.SetAll("samples=7")), "");
+  EXPECT_NE(Text(graph.SetAll("samples")), "");
   EXPECT_EQ(graph.Run().end, Graph::End::STREAM);
   EXPECT_EQ(fs::file_size(out), 7 * 4 + 4U);
 }

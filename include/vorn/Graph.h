@@ -98,9 +98,7 @@ class VORN_API Graph {
     End end = End::STREAM;
     int signal = 0;              ///< What Stop() was told.
     std::optional<Error> error;  ///< Of FAILURE and NOT_BUILT.
-    std::uint64_t losses =
-        0;  ///< How often a block gave or kept less than it should have, and went on; each has a warning.
-    double elapsedSeconds = 0;  ///< On the clock.
+    double elapsedSeconds = 0;   ///< On the clock.
   };
 
   /** How far a graph or a route has come. */

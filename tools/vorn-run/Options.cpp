@@ -10,9 +10,9 @@ constexpr const char* FOOTER = R"(A pipeline is blocks with their arguments, joi
 A graph file is a Graphviz file; name=value fills the $name in it:
   vorn-run denoise.dot in=noisy.wav out=clean.wav
 
-Exit status: 0 at the end of the stream or of --duration; 1 when the run failed; 2 when the graph could not be
-built. Ctrl-C, SIGTERM and SIGHUP end the run too, all files finished; the program then dies of that signal (130,
-143, 129 in a shell). A second signal ends it at once.)";
+Exit status: 0 at the end of the stream; 1 when the run failed, or not all was there; 2 when the graph could not be
+built; 3 when --duration ended it before. Ctrl-C, SIGTERM and SIGHUP end the run too, all files finished; the program
+then dies of that signal (130, 143, 129 in a shell). A second signal ends it at once.)";
 
 /** 90, 1.5s, 500ms, 2m, 1h. */
 std::string ReadDuration(const std::string& text, std::optional<std::chrono::nanoseconds>& duration) {
@@ -68,6 +68,8 @@ std::variant<Options, int> ReadOptions(int argc, char** argv) {
   app.add_option("--set", options.settings, "Give a block's parameter another value; may be repeated")
       ->option_text("NODE.PARAMETER=VALUE")
       ->allow_extra_args(false);
+  app.add_flag("--sync", options.syncs, "Have every filesink wait at its end until its file is on the disk");
+  app.add_flag("--no-clobber", options.keepsOutputs, "Refuse to replace a file that is there already");
   app.add_option("--dump", options.dumpFolder, "Write what leaves every block to raw files in this folder")
       ->option_text("DIR");
   app.add_option_function<std::string>(

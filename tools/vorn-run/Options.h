@@ -20,6 +20,8 @@ struct Options {
   bool writesDot = false;
   bool writesJson = false;
   bool isQuiet = false;
+  bool syncs = false;
+  bool keepsOutputs = false;
   std::string dumpFolder;
   std::optional<std::chrono::nanoseconds> duration;
   int realtimePriority = 0;

@@ -14,7 +14,7 @@
 namespace vorn::run {
 namespace {
 
-enum ExitStatus { ENDED = 0, FAILED = 1, NOT_BUILT = 2 };
+enum ExitStatus { ENDED = 0, FAILED = 1, NOT_BUILT = 2, CUT_SHORT = 3 };
 
 Graph Read(const Options& options) {
   if (options.pipeline) return Graph::FromPipeline(*options.pipeline, "-e");
@@ -28,6 +28,12 @@ class Program {
 
   /** An exit status, or less the signal that the program is to die of. */
   int Run() {
+    if (options.syncs) {
+      if (const auto error = graph.SetAll("sync=true", "--sync")) return Refuse(*error);
+    }
+    if (options.keepsOutputs) {
+      if (const auto error = graph.SetAll("clobber=false", "--no-clobber")) return Refuse(*error);
+    }
     for (const std::string& setting : options.settings) {
       if (const auto error = graph.Set(setting, "--set")) return Refuse(*error);
     }
@@ -59,14 +65,23 @@ class Program {
   int Report(const Graph::Result& result) {
     if (result.error) display.Complain(result.error->ToString());
     const Graph::Figures figures = graph.CurrentFigures();
-    const std::string how = result.signal ? strsignal(result.signal) : result.Name();
+    const std::string how = HowItEnded(result);
     if (!result.error || figures.frames > 0) display.Say(how + ": " + SummaryText(figures, result.elapsedSeconds));
     if (!result.error) {
       for (const std::string& line : ReadingLines(graph.CurrentReadings())) display.Say(line);
     }
     if (options.writesJson) Print(graph.ToJson(result));
     if (result.error) return FAILED;
-    return result.signal ? -result.signal : ENDED;
+    if (result.signal) return -result.signal;
+    return result.end == Graph::End::STREAM ? ENDED : CUT_SHORT;
+  }
+
+  static std::string HowItEnded(const Graph::Result& result) {
+    const std::string how = result.signal ? strsignal(result.signal) : result.Name();
+    if (result.end == Graph::End::DURATION || result.end == Graph::End::STOPPED) {
+      return how + ", before the end of the stream";
+    }
+    return how;
   }
 
   int Refuse(const Graph::Error& error) {

@@ -59,6 +59,7 @@ TEST_F(VornRun, RunsAPipelineToItsEnd) {
   EXPECT_EQ(ended.err.find('\r'), std::string::npos);
   EXPECT_EQ(ended.out, "");
   EXPECT_EQ(Run({"-q", "-e", "moody 5 ! moody"}).err, "");
+  EXPECT_EQ(Run({"--duration", "1h", "-e", "moody 5 ! moody"}).status, 0);
 }
 
 TEST_F(VornRun, SaysInOneLineWhatIsWrong) {
@@ -149,14 +150,17 @@ TEST_F(VornRun, CountsErrorFramesAndSaysWhatItsBlocksMeasured) {
 }
 
 TEST_F(VornRun, AStopLosesNothingBetweenSourceAndFile) {
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+  for (const auto& [signal, name] : {std::pair{SIGINT, "SIGINT"}, {SIGTERM, "SIGTERM"}, {SIGHUP, "SIGHUP"}}) {
     fs::remove("taken");
-    const Ended ended = Run({"two.dot", "n=1000000000"}, {{"taken", Signals({signal})}});
+    const Ended ended = Run({"--json", "two.dot", "n=1000000000"}, {{"taken", Signals({signal})}});
     EXPECT_EQ(ended.status, -signal) << ended.err;
+    EXPECT_EQ(nlohmann::json::parse(ended.out)["stopped"], name);
+    EXPECT_NE(ended.err.find(", before the end of the stream: "), std::string::npos) << ended.err;
     EXPECT_EQ(std::to_string(SamplesIn("taken")), Contents("given"));
   }
-  const Ended ended = Run({"two.dot", "n=1000000000", "--duration", "50ms"});
-  EXPECT_EQ(ended.status, 0) << ended.err;
+  const Ended ended = Run({"two.dot", "n=1000000000", "--duration", "50ms", "--json"});
+  EXPECT_EQ(ended.status, 3) << ended.err;
+  EXPECT_EQ(nlohmann::json::parse(ended.out)["stopped"], "duration");
   EXPECT_EQ(std::to_string(SamplesIn("taken")), Contents("given"));
 }
 
@@ -240,8 +244,8 @@ TEST_F(VornRun, RoutesEndWhenNobodyReadsThemAndCyclesWhenTold) {
             "subgraph cluster_RouteA { get -> put } subgraph cluster_RouteB { get2 -> put2 } }");
   for (const char* file : {"one.dot", "loop.dot"}) {
     const Ended cycle = Run({file, "--duration", "20ms"});
-    EXPECT_EQ(cycle.status, 0) << cycle.err;
-    EXPECT_TRUE(cycle.err.starts_with("vorn-run: end of duration: ")) << cycle.err;
+    EXPECT_EQ(cycle.status, 3) << cycle.err;
+    EXPECT_TRUE(cycle.err.starts_with("vorn-run: end of duration, before the end of the stream: ")) << cycle.err;
   }
 }
 
