@@ -2,118 +2,26 @@
 // sample format how its samples are stored: as they are where that kind of file can, otherwise in the nearest way it
 // knows.
 //
-// The file is written in batches of 64 KiB or more, and finished, header and all, when its stream ends or its route
-// stops, whatever for. Where writing fails the route stops with an error, and what there is of the file is renamed, so
-// that it passes for nothing it is not.
-#include <strings.h>
-
+// The file is written beside its place, in batches of 64 KiB or more, and comes to its place when its stream ends or
+// its route stops in order. Where writing fails the route stops with an error; then, and when the route fails
+// otherwise, what there is stays beside, and what was in the place stays there.
 #include <algorithm>
-#include <cstdio>
-#include <limits>
 
 #include <vorn/Plugin.h>
 
-#include "SoundFile.h"
+#include "soundfile/Kinds.h"
+#include "soundfile/OutputPlace.h"
+#include "soundfile/SoundFile.h"
 
 namespace {
 
 using vorn::Parameter;
 using vorn::Refusal;
-using vorn::SampleFormat;
-
-// Kinds of file that go by other names than libsndfile's own.
-constexpr struct {
-  const char* ending;
-  int container;
-} OTHER_ENDINGS[] = {{"aif", SF_FORMAT_AIFF},    {"aifc", SF_FORMAT_AIFF}, {"snd", SF_FORMAT_AU},
-                     {"ogg", SF_FORMAT_OGG},     {"opus", SF_FORMAT_OGG},  {"mp3", SF_FORMAT_MPEG},
-                     {"wavex", SF_FORMAT_WAVEX}, {"nist", SF_FORMAT_NIST}, {"sph", SF_FORMAT_NIST},
-                     {"pcm", SF_FORMAT_RAW}};
-
-// How samples of a format are stored best, then second best.
-const std::vector<int>& Encodings(SampleFormat format) {
-  static const std::vector<int> ENCODINGS[] = {
-      {SF_FORMAT_PCM_S8, SF_FORMAT_PCM_U8, SF_FORMAT_PCM_16, SF_FORMAT_PCM_24},
-      {SF_FORMAT_PCM_16, SF_FORMAT_PCM_24, SF_FORMAT_PCM_32, SF_FORMAT_FLOAT, SF_FORMAT_PCM_S8, SF_FORMAT_PCM_U8},
-      {SF_FORMAT_PCM_24, SF_FORMAT_PCM_32, SF_FORMAT_FLOAT, SF_FORMAT_PCM_16, SF_FORMAT_PCM_S8, SF_FORMAT_PCM_U8},
-      {SF_FORMAT_PCM_32, SF_FORMAT_PCM_24, SF_FORMAT_FLOAT, SF_FORMAT_PCM_16, SF_FORMAT_PCM_S8, SF_FORMAT_PCM_U8},
-      {SF_FORMAT_FLOAT, SF_FORMAT_DOUBLE, SF_FORMAT_PCM_32, SF_FORMAT_PCM_24, SF_FORMAT_PCM_16, SF_FORMAT_PCM_S8,
-       SF_FORMAT_PCM_U8}};
-  switch (format) {
-    case SampleFormat::BYTE: return ENCODINGS[0];
-    case SampleFormat::S16_LE:
-    case SampleFormat::S16_BE: return ENCODINGS[1];
-    case SampleFormat::S24_3LE:
-    case SampleFormat::S24_3BE: return ENCODINGS[2];
-    case SampleFormat::S32_LE:
-    case SampleFormat::S32_BE: return ENCODINGS[3];
-    default: return ENCODINGS[4];
-  }
-}
-
-std::string EndingOf(const std::string& path) {
-  const std::size_t dot = path.find_last_of("./");
-  return dot == std::string::npos || path[dot] == '/' ? "" : path.substr(dot + 1);
-}
-
-// 0 for none.
-int ContainerOf(const std::string& ending) {
-  for (const auto& other : OTHER_ENDINGS) {
-    if (strcasecmp(other.ending, ending.c_str()) == 0) return other.container;
-  }
-  int count = 0;
-  sf_command(nullptr, SFC_GET_FORMAT_MAJOR_COUNT, &count, sizeof count);
-  for (int i = 0; i < count; ++i) {
-    SF_FORMAT_INFO kind{i, nullptr, nullptr};
-    sf_command(nullptr, SFC_GET_FORMAT_MAJOR, &kind, sizeof kind);
-    if (strcasecmp(kind.extension, ending.c_str()) == 0) return kind.format;
-  }
-  return 0;
-}
-
-// Completes `info` with the encoding. @return false when the container takes no such stream.
-bool ChooseEncoding(SF_INFO& info, int container, const std::string& ending, SampleFormat format) {
-  std::vector<int> choices = Encodings(format);
-  choices.insert(choices.end(), {SF_FORMAT_VORBIS, SF_FORMAT_MPEG_LAYER_III, SF_FORMAT_ALAW});
-  if (container == SF_FORMAT_RAW) choices = {soundfile::RawFormat(format)};
-  if (strcasecmp(ending.c_str(), "opus") == 0) choices = {SF_FORMAT_OPUS};
-  for (const int encoding : choices) {
-    info.format = container | encoding;
-    if (soundfile::SoundFile::CanWrite(info)) return true;
-  }
-  return false;
-}
-
-// Adds what the container takes of the stream that it refused.
-void AddTaken(Refusal& refusal, SF_INFO info, int container, const std::string& ending, SampleFormat format) {
-  const auto fits = [&](int rate, int channels) {
-    info.samplerate = rate;
-    info.channels = channels;
-    return ChooseEncoding(info, container, ending, format);
-  };
-  const int rate = info.samplerate;
-  if (fits(rate, 1)) {
-    int most = 1;
-    while (most < 1024 && (info.channels = most + 1, sf_format_check(&info) != 0)) ++most;
-    refusal.Field("channels").Takes("up to " + vorn::ChannelText(static_cast<std::uint32_t>(most)));
-    refusal.Advice("put a 'remap' before it");
-    return;
-  }
-  std::string rates;
-  for (const int common : {8000, 11025, 12000, 16000, 22050, 24000, 32000, 44100, 48000, 88200, 96000, 192000}) {
-    if (fits(common, 1)) rates += std::to_string(common) + " ";
-  }
-  if (rates.empty()) {
-    refusal.Takes("nothing: it cannot be written");
-  } else {
-    refusal.Field("rate").Takes(rates + "Hz").Advice("put a 'resample' before it");
-  }
-}
 
 class FileSink : public vorn::PluginBlock {
  public:
   using PluginBlock::PluginBlock;
-  enum : unsigned { PATH, CONTAINER, QUALITY, WRITTEN };
+  enum : unsigned { PATH, CONTAINER, QUALITY, WRITTEN, SYNC, INPLACE, CLOBBER };
 
   static vorn::Description Describe() {
     return vorn::Description("filesink", "writes a sound file")
@@ -122,11 +30,15 @@ class FileSink : public vorn::PluginBlock {
                    .WritesFile()
                    .Positional()
                    .Required()
-                   .Help("file to write; what was there is lost"))
+                   .Help("file to write, - for standard output; it replaces what is there once it is whole"))
         .Takes(Parameter::Text(CONTAINER, "container")
                    .Help("kind of file by its usual ending (wav, flac, ogg, raw); without: the ending of the path"))
         .Takes(Parameter::Number(QUALITY, "quality", "", 0, 1)
                    .Help("of a compressed file, from small to good; without: the usual one"))
+        .Takes(Parameter::Flag(SYNC, "sync").Help("wait at the end until all is on the disk"))
+        .Takes(Parameter::Flag(INPLACE, "inplace")
+                   .Help("write into the file itself from the start, for those who follow it"))
+        .Takes(Parameter::Flag(CLOBBER, "clobber").Default("true").Help("replace what is there; false: refuse to"))
         .Takes(Parameter::Reading(WRITTEN, "written", "samples"))
         .Example("filesink out.flac");
   }
@@ -134,19 +46,24 @@ class FileSink : public vorn::PluginBlock {
   static Refusal PlanStreams(const vorn::Parameters& parameters, const std::vector<vorn::Stream>& in,
                              std::vector<vorn::Stream>&) {
     SF_INFO info;
-    return in.empty() ? Refusal() : ChooseFile(parameters, in[0], info);
+    Refusal refusal = in.empty() ? Refusal() : ChooseFile(parameters, in[0], info);
+    return refusal.empty() ? CheckPlace(parameters) : refusal;
   }
 
   ~FileSink() override { Finish(); }
 
  protected:
   int Prepare() override {
+    Leave();  // of a start that failed
     const Refusal refusal = ChooseFile(Table(), vorn::StreamOf(In()), file.info);
     if (!refusal.empty()) return Refuse(refusal);
-    const std::string& path = Text(PATH);
-    const std::string error = file.Open(path, SFM_WRITE);
-    if (!error.empty()) return Refuse(path + ": " + error);
-    return Configure(), 0;
+    written = held = 0;
+    isBegun = false;
+    std::string error = place.Open(Text(PATH), {Flag(INPLACE), Flag(CLOBBER)});
+    if (error.empty()) error = file.Open(place.Descriptor(), SFM_WRITE);
+    if (error.empty()) return Configure(), 0;
+    Leave();
+    return Refuse(Target() + ": " + error);
   }
 
   long Process() override {
@@ -174,27 +91,21 @@ class FileSink : public vorn::PluginBlock {
   }
 
  private:
-  // Completes `info` with the kind of file for a stream. @return what is wrong with it, or empty.
   static Refusal ChooseFile(const vorn::Parameters& parameters, vorn::Stream in, SF_INFO& info) {
     const std::string& path = parameters.Text(PATH);
-    const std::string& named = parameters.Text(CONTAINER);
-    const std::string ending = named.empty() ? EndingOf(path) : named;
-    const int container = ContainerOf(ending);
-    if (ending.empty()) return path + ": has no ending such as .wav that says what kind of file it is, nor container=";
-    if (container == 0) {
-      return path + ": '" + ending + "' is no kind of sound file; takes wav, flac, ogg and others, or container=";
-    }
-    info = {};
-    info.samplerate = static_cast<int>(in.rate);
-    info.channels = static_cast<int>(in.channels);
-    const auto format = static_cast<SampleFormat>(in.format);
-    if (in.rate == 0 || in.channels == 0 || in.format < 0 || ChooseEncoding(info, container, ending, format)) return {};
-    in.length = -1;
-    Refusal refusal = Refusal::Input(0).Got(vorn::StreamText(in));
-    AddTaken(refusal, info, container, ending, format);
-    return refusal.Line(refusal.Label() + ": got " + refusal.got + ", " + path + " takes " + refusal.takes +
-                        (refusal.advice.empty() ? "" : "; " + refusal.advice));
+    const std::string& container = parameters.Text(CONTAINER);
+    return soundfile::ChooseKind(soundfile::NameOf(path, false),
+                                 container.empty() ? soundfile::EndingOf(path) : container, in, info);
   }
+
+  static Refusal CheckPlace(const vorn::Parameters& parameters) {
+    if (parameters.Flag(CLOBBER)) return {};
+    const std::string& path = parameters.Text(PATH);
+    const std::string taken = soundfile::OutputPlace::WhyTaken(path);
+    return taken.empty() ? taken : path + ": " + taken;
+  }
+
+  std::string Target() const { return soundfile::NameOf(Text(PATH), false); }
 
   void Configure() {
     SNDFILE* handle = file.Handle();
@@ -208,41 +119,64 @@ class FileSink : public vorn::PluginBlock {
     batchSamples = std::max((soundfile::BATCH_BYTES + sampleBytes - 1) / sampleBytes, In().samplesPerFrame);
     batch.resize(static_cast<std::size_t>(batchSamples * sampleBytes));
     file.Carry(In().format, batchSamples);
-    held = written = 0;
+    samplesToRenewal = untilRenewal = std::max(SECONDS_TO_RENEWAL * In().rate, BYTES_TO_RENEWAL / sampleBytes);
   }
 
   bool WriteBatch() {
     const long count = std::exchange(held, 0);
-    if (count > 0 && (file.Write(batch.data(), count) != count || file.HasFailed())) return Abandon(file.Error());
+    if (count == 0) return true;
+    isBegun = true;
+    if (file.Write(batch.data(), count) != count || file.HasFailed()) return Abandon(file.Error());
     written += count;
-    return true;
+    untilRenewal -= count;
+    if (untilRenewal > 0) return true;
+    untilRenewal = samplesToRenewal;
+    return file.RenewHeader() || Abandon(file.Error());
   }
 
   bool Finish() {
     if (!file.IsOpen()) return true;
     if (!WriteBatch()) return false;
-    const std::string error = file.Close();
-    return error.empty() || Abandon(error);
+    const bool isWhole = !HasRouteFailed();
+    std::string error = file.Close(isWhole && Flag(SYNC));
+    if (error.empty() && isWhole) error = place.Commit(Flag(SYNC));
+    if (!error.empty()) return Abandon(error);
+    const std::string rest = Leave();
+    if (!isWhole && isBegun) {
+      VORN_LOG_W("%s: not finished%s%s", Target().c_str(), rest.empty() ? "" : "; what there is, is in ", rest.c_str());
+    }
+    return true;
   }
 
   bool Abandon(const std::string& error) {
-    file.Close();
-    const std::string& path = Text(PATH);
-    const std::string rest = path + ".incomplete";
-    struct stat status {};
-    const bool moved =
-        stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && std::rename(path.c_str(), rest.c_str()) == 0;
-    Refuse(path + ": " + error + " after " + std::to_string(written) + " samples" +
-           (moved ? "; what there is, is in " + rest : ""));
+    file.Close(false);
+    const std::string rest = Leave();
+    Refuse(Target() + ": " + error + " after " + std::to_string(written) + " samples" +
+           (rest.empty() ? "" : "; what there is, is in " + rest));
     return false;
   }
 
+  // @return where what was written is; empty for in its place, or nowhere since it is nothing.
+  std::string Leave() {
+    file.Close(false);
+    if (isBegun) return place.Leave();
+    place.Remove();
+    return {};
+  }
+
+  static constexpr long SECONDS_TO_RENEWAL = 2;
+  static constexpr long BYTES_TO_RENEWAL = 1 << 20;
+
+  soundfile::OutputPlace place;
   soundfile::SoundFile file;
   std::vector<std::uint8_t> batch;
   long sampleBytes = 0;
   long batchSamples = 0;
-  long held = 0;  // samples in the batch
+  long held = 0;         // samples in the batch
+  bool isBegun = false;  // something was written, or tried to be
   long written = 0;
+  long samplesToRenewal = 0;
+  long untilRenewal = 0;
 };
 
 }  // namespace

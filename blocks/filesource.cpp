@@ -2,14 +2,16 @@
 // by bit where the link has the file's own format. A link of another format gets them rounded to the nearest value and
 // saturated.
 //
-// The file is read in batches of 64 KiB or more. Frames carry their time from the start of playing.
+// The file is read in batches of 64 KiB or more, a pipe frame by frame. Frames carry their time from the start of
+// playing. A file that is shorter than it says is played as far as it goes, with a warning.
 #include <algorithm>
 #include <cmath>
 #include <limits>
 
 #include <vorn/Plugin.h>
 
-#include "SoundFile.h"
+#include "soundfile/KeptPipes.h"
+#include "soundfile/OutputPlace.h"
 
 namespace {
 
@@ -32,7 +34,7 @@ class FileSource : public vorn::PluginBlock {
                    .ReadsFile()
                    .Positional()
                    .Required()
-                   .Help("file to play, of any kind libsndfile reads"))
+                   .Help("file to play, of any kind libsndfile reads; - for standard input"))
         .Takes(Parameter::Flag(LOOP, "loop").Help("start over at the end, for ever"))
         .Takes(Parameter::Number(START, "start", "s", 0, most).Default(0).Help("where in the file to start"))
         .Takes(Parameter::Number(LENGTH, "length", "s", 0, most).Default(0).Help("how much to play; 0: to the end"))
@@ -49,11 +51,10 @@ class FileSource : public vorn::PluginBlock {
 
   static Refusal PlanStreams(const vorn::Parameters& parameters, const std::vector<vorn::Stream>&,
                              std::vector<vorn::Stream>& out) {
-    Clip clip;
-    Refusal refusal = clip.Look(parameters);
-    const vorn::Stream stream = clip.Streamed(parameters);
+    vorn::Stream stream;
+    Refusal refusal = Clip::Look(parameters, stream);
     for (std::size_t i = 0; i < out.size() && refusal.empty(); ++i) {
-      refusal = vorn::CheckSame(vorn::SAME_RATE | vorn::SAME_CHANNELS, false, i, out[i], stream, parameters.Text(PATH));
+      refusal = vorn::CheckSame(vorn::SAME_RATE | vorn::SAME_CHANNELS, false, i, out[i], stream, NameOf(parameters));
       out[i].Complete(stream);
     }
     return refusal;
@@ -61,25 +62,25 @@ class FileSource : public vorn::PluginBlock {
 
  protected:
   int OutputStreams(std::vector<vorn::Stream>& streams) override {
-    Clip probe;
-    const Refusal refusal = probe.Look(Table());
-    if (!refusal.empty()) return Refuse(refusal);
-    streams = {probe.Streamed(Table())};
-    return 0;
+    streams.resize(1);
+    const Refusal refusal = Clip::Look(Table(), streams[0]);
+    return refusal.empty() ? 0 : Refuse(refusal);
   }
 
   int Prepare() override {
     Refusal refusal = clip.Open(Table());
     if (!refusal.empty()) return Refuse(refusal);
     refusal = vorn::CheckSame(vorn::SAME_RATE | vorn::SAME_CHANNELS, false, 0, vorn::StreamOf(Out()),
-                              clip.Streamed(Table()), Text(PATH));
+                              clip.Streamed(Table()), NameOf(Table()));
     if (!refusal.empty()) return Refuse(refusal);
     sampleBytes = Out().channels * static_cast<long>(vorn::BytesPerSample(Out().format));
     const long frameBytes = Out().samplesPerFrame * sampleBytes;
-    batchSamples = (soundfile::BATCH_BYTES + frameBytes - 1) / frameBytes * Out().samplesPerFrame;
+    const long frames = clip.file->IsPipe() ? 1 : (soundfile::BATCH_BYTES + frameBytes - 1) / frameBytes;
+    batchSamples = frames * Out().samplesPerFrame;
     batch.resize(static_cast<std::size_t>(batchSamples * sampleBytes));
-    clip.file.Carry(Out().format, batchSamples);
+    clip.file->Carry(Out().format, batchSamples);
     next = filled = played = 0;
+    isShorter = false;
     return 0;
   }
 
@@ -103,70 +104,97 @@ class FileSource : public vorn::PluginBlock {
     if (id == PLAYED && played > 0) Store(PLAYED, static_cast<double>(played) / Out().rate);
   }
 
-  int Release() override { return clip.file.Close(), 0; }
+  int Release() override { return clip.file.reset(), 0; }
 
  private:
+  static std::string NameOf(const vorn::Parameters& parameters) {
+    return soundfile::NameOf(parameters.Text(PATH), true);
+  }
+
   // A file, and the part of it that is played, in samples.
   struct Clip {
+    // @return what a file without a header holds, as far as the arguments say.
+    static Refusal ReadRaw(const vorn::Parameters& parameters, SF_INFO& info) {
+      info = {};
+      if (parameters.Choice(FORMAT) == 0) return {};
+      if (!parameters.IsGiven(RATE) || !parameters.IsGiven(CHANNELS)) {
+        return NameOf(parameters) + ": a file without a header takes rate, channels and format";
+      }
+      info.samplerate = static_cast<int>(parameters.Integer(RATE));
+      info.channels = static_cast<int>(parameters.Integer(CHANNELS));
+      info.format = soundfile::RawFormat(static_cast<vorn::SampleFormat>(parameters.Choice(FORMAT) - 1));
+      return {};
+    }
+
     Refusal Open(const vorn::Parameters& parameters) {
-      const std::string& path = parameters.Text(PATH);
-      file.info = {};
-      if (parameters.Choice(FORMAT) != 0) {
-        if (!parameters.IsGiven(RATE) || !parameters.IsGiven(CHANNELS)) {
-          return path + ": a file without a header takes rate, channels and format";
-        }
-        file.info.samplerate = static_cast<int>(parameters.Integer(RATE));
-        file.info.channels = static_cast<int>(parameters.Integer(CHANNELS));
-        file.info.format = soundfile::RawFormat(static_cast<vorn::SampleFormat>(parameters.Choice(FORMAT) - 1));
-      }
-      const std::string error = file.Open(path, SFM_READ);
-      if (!error.empty()) {
-        const bool strange = sf_error(nullptr) == SF_ERR_UNRECOGNISED_FORMAT;
-        return path + ": " + error + (strange ? " If it has no header, say rate=, channels= and format=." : "");
-      }
-      return Cut(path, parameters);
+      SF_INFO raw;
+      Refusal refusal = ReadRaw(parameters, raw);
+      if (!refusal.empty()) return refusal;
+      std::string error;
+      file = soundfile::OpenToRead(parameters.Text(PATH), raw, error);
+      if (error.empty()) return Cut(parameters);
+      const bool strange = sf_error(nullptr) == SF_ERR_UNRECOGNISED_FORMAT;
+      return NameOf(parameters) + ": " + error +
+             (strange ? " If it has no header, say rate=, channels= and format=." : "");
     }
 
     // Opens what will be opened again to be played.
-    Refusal Look(const vorn::Parameters& parameters) {
-      Refusal refusal = Open(parameters);
-      if (!refusal.empty() || file.info.seekable != 0 || parameters.Choice(FORMAT) != 0) return refusal;
-      return parameters.Text(PATH) +
-             ": a pipe, whose header can be read once only; send samples without a header, and say rate=, channels= "
-             "and format=";
+    static Refusal Look(const vorn::Parameters& parameters, vorn::Stream& stream) {
+      Clip clip;
+      const std::string& path = parameters.Text(PATH);
+      SF_INFO raw;
+      Refusal refusal = ReadRaw(parameters, raw);
+      if (!refusal.empty()) return refusal;
+      if (raw.format != 0 && soundfile::IsPipe(path)) {  // all is known, and to open it could take a while
+        clip.file = std::make_unique<SoundFile>();
+        clip.file->info = raw;
+        clip.end = ENDLESS;
+        stream = clip.Streamed(parameters);
+        return parameters.Number(START) > 0 || parameters.Flag(LOOP) ? PlayedOnce(parameters) : Refusal();
+      }
+      refusal = clip.Open(parameters);
+      if (!refusal.empty()) return refusal;
+      stream = clip.Streamed(parameters);
+      soundfile::PutDown(path, std::move(clip.file));
+      return {};
     }
 
-    // A pipe has no length of its own.
-    Refusal Cut(const std::string& path, const vorn::Parameters& parameters) {
-      const double rate = file.info.samplerate;
-      fileEnd = file.info.seekable != 0 ? file.info.frames : ENDLESS;
+    static Refusal PlayedOnce(const vorn::Parameters& parameters) {
+      return NameOf(parameters) + ": a pipe is played once and from its start: no start, no loop";
+    }
+
+    // A pipe need not have a length.
+    Refusal Cut(const vorn::Parameters& parameters) {
+      const double rate = file->info.samplerate;
+      fileEnd =
+          file->info.frames < SF_COUNT_MAX / 2 / std::max(file->info.channels * 8, 1) ? file->info.frames : ENDLESS;
       start = at = static_cast<long>(std::min(std::round(parameters.Number(START) * rate), 1e15));
       const double length = parameters.Number(LENGTH) * rate;
       end = length > 0 ? std::min(fileEnd, start + std::lround(std::min(length, 1e15))) : fileEnd;
       loop = parameters.Flag(LOOP);
       if (start == 0 && !loop) return {};
-      if (file.info.seekable == 0) return path + ": a pipe is played once and from its start: no start, no loop";
+      if (file->IsPipe()) return PlayedOnce(parameters);
       if (start >= end)
-        return path + ": start is at " + vorn::NumberText(parameters.Number(START)) + " s, the file has " +
-               vorn::NumberText(static_cast<double>(fileEnd) / rate) + " s";
-      return Rewind() ? Refusal() : path + ": " + file.Error();
+        return NameOf(parameters) + ": start is at " + vorn::NumberText(parameters.Number(START)) +
+               " s, the file has " + vorn::NumberText(static_cast<double>(fileEnd) / rate) + " s";
+      return Rewind() ? Refusal() : NameOf(parameters) + ": " + file->Error();
     }
 
-    bool Rewind() { return sf_seek(file.Handle(), at = start, SEEK_SET) == start; }
+    bool Rewind() { return sf_seek(file->Handle(), at = start, SEEK_SET) == start; }
 
     vorn::Stream Streamed(const vorn::Parameters& parameters) const {
       vorn::Stream stream;
       stream.linked = 1;
-      stream.rate = static_cast<std::uint32_t>(file.info.samplerate);
-      stream.channels = static_cast<std::uint32_t>(file.info.channels);
+      stream.rate = static_cast<std::uint32_t>(file->info.samplerate);
+      stream.channels = static_cast<std::uint32_t>(file->info.channels);
       stream.SetFormat(parameters.Choice(FORMAT) != 0 ? static_cast<vorn::SampleFormat>(parameters.Choice(FORMAT) - 1)
-                                                      : soundfile::FormatOfFile(file.info.format));
+                                                      : soundfile::FormatOfFile(file->info.format));
       stream.frame = parameters.Integer(FRAME);
       if (!loop && end != ENDLESS) stream.length = end - start;
       return stream;
     }
 
-    SoundFile file;
+    std::unique_ptr<SoundFile> file;
     long fileEnd = 0;
     long start = 0;
     long end = 0;
@@ -180,22 +208,35 @@ class FileSource : public vorn::PluginBlock {
     long got = 0;
     while (got < batchSamples) {
       const long asked = std::min(batchSamples - got, clip.end - clip.at);
-      const long read = asked > 0 ? clip.file.Read(&batch[static_cast<std::size_t>(got * sampleBytes)], asked) : 0;
+      const long read = asked > 0 ? clip.file->Read(&batch[static_cast<std::size_t>(got * sampleBytes)], asked) : 0;
       got += read;
       clip.at += read;
-      if (read < asked && clip.end != ENDLESS) return got > 0 ? got : GiveUp();
-      if (read < asked && clip.file.HasFailed()) return got > 0 ? got : GiveUp();
       if (read == asked && asked > 0) continue;
-      if (!clip.loop) break;
+      if (read < asked && clip.file->HasFailed()) return got > 0 ? got : GiveUp();
+      if (!EndsAsItSays(read < asked)) TellLength();
+      if (!clip.loop || clip.end <= clip.start) break;
       if (!clip.Rewind()) return GiveUp();
     }
     return got;
   }
 
+  bool EndsAsItSays(bool isShort) const {
+    const bool isPart = clip.end < clip.fileEnd;
+    const sf_count_t announced = clip.file->AnnouncedSamples();
+    return (isPart && !isShort) || announced < 0 || clip.at >= announced;
+  }
+
+  // Once.
+  void TellLength() {
+    if (isShorter) return;
+    isShorter = true;
+    clip.end = clip.fileEnd = clip.at;
+    Lose(NameOf(Table()) + ": ends after " + std::to_string(clip.at) + " of the " +
+         std::to_string(clip.file->AnnouncedSamples()) + " samples that it says it has");
+  }
+
   long GiveUp() {
-    const std::string why = clip.file.HasFailed() ? clip.file.Error() : "the file is shorter than it says";
-    Refuse(Text(PATH) + ": " + why + " (after " + std::to_string(clip.at) + " of " + std::to_string(clip.fileEnd) +
-           " samples)");
+    Refuse(NameOf(Table()) + ": " + clip.file->Error() + " after " + std::to_string(clip.at) + " samples");
     return -1;
   }
 
@@ -206,6 +247,7 @@ class FileSource : public vorn::PluginBlock {
   long filled = 0;  // samples in the batch
   long next = 0;    // the next of them to play
   long played = 0;  // since the start
+  bool isShorter = false;
 };
 
 }  // namespace

@@ -71,6 +71,11 @@ bool Exclude(const Use& a, const Use& b) {
 
 }  // namespace
 
+bool WritesStandardOutput(const GraphPlan& plan) {
+  const std::vector<Use> uses = UsesOf(plan);
+  return std::any_of(uses.begin(), uses.end(), [](const Use& use) { return use.writes && use.path == "-"; });
+}
+
 std::optional<Error> CheckFiles(const GraphPlan& plan) {
   const std::vector<Use> uses = UsesOf(plan);
   for (auto use = uses.begin(); use != uses.end(); ++use) {

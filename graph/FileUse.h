@@ -8,4 +8,7 @@ namespace vorn::graph {
 /** Refuses a file that is written by one block and read or written by another, under whatever names. */
 std::optional<Error> CheckFiles(const GraphPlan& plan);
 
+/** Whether a block writes to standard output: "-". */
+bool WritesStandardOutput(const GraphPlan& plan);
+
 }  // namespace vorn::graph

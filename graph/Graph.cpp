@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "Figures.h"
+#include "FileUse.h"
 #include "GraphFile.h"
 #include "Json.h"
 #include "OneLiner.h"
@@ -197,6 +198,8 @@ std::vector<Graph::Reading> Graph::CurrentReadings() const {
   }
   return all;
 }
+
+bool Graph::WritesStandardOutput() const { return impl->plan && graph::WritesStandardOutput(*impl->plan); }
 
 std::string Graph::ToDot() const { return impl->plan ? graph::DotOf(*impl->plan) : std::string(); }
 

@@ -211,6 +211,9 @@ class VORN_API Graph {
 
   // After a Plan(), Check() or Run() that came to a plan; empty before.
 
+  /** Whether a block writes to standard output, so that nothing else may: a filesink to "-". */
+  bool WritesStandardOutput() const;
+
   /** A graph file of the same graph with nothing left open: reading it gives the same plan again. */
   std::string ToDot() const;
   /** A table for people: one line a link and a FIFO, with their streams. */

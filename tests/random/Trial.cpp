@@ -91,6 +91,7 @@ testkit::Ended Bench::Run(const Graph& graph) {
   }
   if (graph.ending == Ending::SIGNAL) {
     const std::size_t tap = graph.nodes[NodesOf(graph, Work::FILE)[0]].tap;
+    words.insert(words.begin() + 1, {"--set", NameOf(tap) + ".inplace=true"});  // its first samples are waited for
     interruption = {folder / FileOf(tap), testkit::Signals({SIGINT}), std::chrono::microseconds(graph.endMicros)};
   }
   command.clear();
@@ -103,7 +104,8 @@ std::optional<Failure> Bench::JudgeEnd(const Graph& graph, const testkit::Ended&
   const std::string said = OfTheGraph(ended.err);
   if (ended.hung)
     return Failure{"hangs", "killed after " + std::to_string(testkit::HangLimit().count()) + " ms\n" + said};
-  const int expected = graph.ending == Ending::SIGNAL ? -SIGINT : 0;
+  const bool wasCut = graph.ending == Ending::DURATION && ended.status != 0;  // unless nobody wanted more
+  const int expected = graph.ending == Ending::SIGNAL ? -SIGINT : wasCut ? 3 : 0;
   if (ended.status == expected && said.empty()) return std::nullopt;
   return Failure{"status " + std::to_string(ended.status) + ": " + Kind(said),
                  "expected status " + std::to_string(expected) + ", and nothing on standard error: " + said};

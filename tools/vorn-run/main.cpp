@@ -41,6 +41,9 @@ class Program {
     if (const auto error = options.writesDot ? graph.Plan() : graph.Check()) return Refuse(*error);
     if (options.writesDot) return Print(graph.ToDot());
     if (options.checks) return Print(options.writesJson ? graph.ToJson() : graph.ToTable());
+    if (options.writesJson && graph.WritesStandardOutput()) {
+      return Refuse({{"--json", 0, 0}, "a block writes its sound to standard output; expected another path for it"});
+    }
     if (const auto error = options.dumpFolder.empty() ? std::nullopt : graph.SetDump(options.dumpFolder)) {
       return Refuse({{"--dump", 0, 0}, error->text});
     }

@@ -1,0 +1,165 @@
+#include "Headers.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+#include <vector>
+
+#include "FileBytes.h"
+
+namespace soundfile {
+namespace {
+
+constexpr std::size_t MOST_HEADER = 65536;
+constexpr std::size_t RIFF_HEAD = 12;  // "RIFF", length, "WAVE"
+constexpr std::size_t CHUNK_HEAD = 8;  // name, length
+constexpr std::uint32_t UNKNOWN = 0xFFFFFFFF;
+
+using Bytes = std::vector<char>;
+using View = std::span<const char>;
+
+bool Has(View bytes, std::size_t at, std::string_view name) {
+  return at + name.size() <= bytes.size() && std::equal(name.begin(), name.end(), &bytes[at]);
+}
+
+std::uint64_t Number(View bytes, std::size_t at, std::size_t count, bool isBig) {
+  std::uint64_t number = 0;
+  for (std::size_t i = 0; i < count && at + i < bytes.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(bytes[at + i]);
+    number |= static_cast<std::uint64_t>(byte) << 8 * (isBig ? count - 1 - i : i);
+  }
+  return number;
+}
+
+void AppendNumber(Bytes& bytes, std::uint64_t number, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i) bytes.push_back(static_cast<char>(number >> 8 * i));
+}
+
+void AppendChunk(Bytes& bytes, const char* name, std::uint64_t length) {
+  bytes.insert(bytes.end(), name, name + 4);
+  AppendNumber(bytes, length, 4);
+}
+
+// Where the samples of a WAV begin; 0 where that cannot be seen.
+std::size_t DataOfWav(View header) {
+  if (!Has(header, 0, "RIFF") || !Has(header, 8, "WAVE")) return 0;
+  for (std::size_t at = RIFF_HEAD; at + CHUNK_HEAD <= header.size();) {
+    if (Has(header, at, "data")) return at + CHUNK_HEAD;
+    const std::uint64_t length = Number(header, at + 4, 4, false);
+    at += CHUNK_HEAD + length + (length & 1);
+  }
+  return 0;
+}
+
+Bytes HeaderOf(FileBytes& file) {
+  Bytes header(MOST_HEADER);
+  header.resize(static_cast<std::size_t>(file.ReadAt(header.data(), MOST_HEADER, 0)));
+  return header;
+}
+
+// Moves everything back, last piece first.
+bool CopyBack(FileBytes& file, sf_count_t by) {
+  Bytes piece(4 << 20);
+  for (sf_count_t end = file.Length(); end > 0;) {
+    const sf_count_t count = std::min<sf_count_t>(end, static_cast<sf_count_t>(piece.size()));
+    end -= count;
+    if (file.ReadAt(piece.data(), count, end) != count || file.WriteAt(piece.data(), count, end + by) != count) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// What programs write that cannot know: all ones, or as much as fits into a signed number, rounded down.
+bool MeansUnknown(std::uint64_t length) {
+  return length >= 0xFFFFFF00 || (length >= 0x7FFFEF00 && length <= 0x80000000);
+}
+
+Announced OfWav(View start, View before) {
+  const bool isBig = Has(start, 0, "RIFX");
+  const std::uint64_t riff = Number(start, 4, 4, isBig);
+  const std::uint64_t length = Number(before, 12, 4, isBig);
+  const bool isUnfinished = length == 0 && (riff <= CHUNK_HEAD || MeansUnknown(riff));
+  return {isUnfinished || MeansUnknown(length), static_cast<sf_count_t>(length)};
+}
+
+}  // namespace
+
+int WidthOf(int format) {
+  switch (format & SF_FORMAT_SUBMASK) {
+    case SF_FORMAT_PCM_S8:
+    case SF_FORMAT_PCM_U8:
+    case SF_FORMAT_ULAW:
+    case SF_FORMAT_ALAW: return 1;
+    case SF_FORMAT_PCM_16: return 2;
+    case SF_FORMAT_PCM_24: return 3;
+    case SF_FORMAT_PCM_32:
+    case SF_FORMAT_FLOAT: return 4;
+    case SF_FORMAT_DOUBLE: return 8;
+    default: return 0;
+  }
+}
+
+void MarkLengthUnknown(std::span<char> header) {
+  if (const std::size_t data = DataOfWav(header)) {
+    std::memset(&header[4], 0xFF, 4);
+    std::memset(&header[data - 4], 0xFF, 4);
+  } else if (Has(header, 0, ".snd") && header.size() >= 12) {
+    std::memset(&header[8], 0xFF, 4);
+  }
+}
+
+Announced ReadAnnounced(FileBytes& file, const SF_INFO& info, sf_count_t dataOffset) {
+  if (dataOffset < 24) return {};
+  Bytes start(36);
+  Bytes before(16);
+  const sf_count_t at = file.Tell();
+  file.Seek(0, SEEK_SET);
+  file.Read(start.data(), static_cast<sf_count_t>(start.size()));
+  file.Seek(dataOffset - static_cast<sf_count_t>(before.size()), SEEK_SET);
+  file.Read(before.data(), static_cast<sf_count_t>(before.size()));
+  file.Seek(at, SEEK_SET);
+  switch (info.format & SF_FORMAT_TYPEMASK) {
+    case SF_FORMAT_WAV:
+    case SF_FORMAT_WAVEX: return OfWav(start, before);
+    case SF_FORMAT_RF64: return {false, static_cast<sf_count_t>(Number(start, 28, 8, false))};
+    case SF_FORMAT_W64: return {false, static_cast<sf_count_t>(Number(before, 8, 8, false)) - 24};
+    case SF_FORMAT_AIFF: return {false, static_cast<sf_count_t>(Number(before, 4, 4, true)) - 8};
+    case SF_FORMAT_AU: {
+      const std::uint64_t length = Number(start, 8, 4, Has(start, 0, ".snd"));
+      return {length == UNKNOWN, length == UNKNOWN ? 0 : static_cast<sf_count_t>(length)};
+    }
+    default: return {};
+  }
+}
+
+bool MakeRf64(FileBytes& file, sf_count_t samples) {
+  const Bytes old = HeaderOf(file);
+  const std::size_t data = DataOfWav(old);
+  if (data == 0) return false;
+  constexpr sf_count_t BLOCK = 4096;  // what most file systems can insert
+  const sf_count_t length = file.Length() + BLOCK;
+  if (fallocate(file.Descriptor(), FALLOC_FL_INSERT_RANGE, 0, BLOCK) != 0 && !CopyBack(file, BLOCK)) return false;
+
+  const std::uint64_t blockAlign = Number(old, RIFF_HEAD + CHUNK_HEAD + 12, 2, false);
+  Bytes header;
+  AppendChunk(header, "RF64", UNKNOWN);
+  header.insert(header.end(), {'W', 'A', 'V', 'E'});
+  AppendChunk(header, "ds64", 28);
+  AppendNumber(header, static_cast<std::uint64_t>(length) - CHUNK_HEAD, 8);
+  AppendNumber(header, static_cast<std::uint64_t>(samples) * blockAlign, 8);
+  AppendNumber(header, static_cast<std::uint64_t>(samples), 8);
+  AppendNumber(header, 0, 4);  // no other chunk is as long
+  header.insert(header.end(), old.begin() + RIFF_HEAD, old.begin() + static_cast<long>(data - CHUNK_HEAD));
+  const std::size_t end = data + BLOCK;
+  const std::size_t junk = end - header.size() - 2 * CHUNK_HEAD;
+  AppendChunk(header, "JUNK", junk);
+  header.resize(header.size() + junk);
+  AppendChunk(header, "data", UNKNOWN);
+  return file.WriteAt(header.data(), static_cast<sf_count_t>(end), 0) == static_cast<sf_count_t>(end);
+}
+
+}  // namespace soundfile

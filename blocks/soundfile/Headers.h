@@ -1,0 +1,35 @@
+// What the headers of files say of their length, which libsndfile neither tells nor writes where it is not known or
+// beyond 4 GiB.
+#pragma once
+
+#include <sndfile.h>
+
+#include <span>
+
+namespace soundfile {
+
+class FileBytes;
+
+// Bytes of one value of an encoding that holds plain values; 0 for others.
+int WidthOf(int format);
+
+// Makes the header of a WAV or an AU say that its length is not known, as other programs do that write to a pipe: its
+// length fields are all ones. Others stay as they are.
+void MarkLengthUnknown(std::span<char> header);
+
+// What a file says of itself.
+struct Announced {
+  bool isUnknown = false;  // It was written by somebody who did not know its length.
+  sf_count_t bytes = 0;    // Of samples; 0 where it does not say.
+};
+
+// @param info of the open file. @param dataOffset where its samples begin.
+Announced ReadAnnounced(FileBytes& file, const SF_INFO& info, sf_count_t dataOffset);
+
+// Makes an RF64 of a finished WAV that is longer than its header can say. The samples move back by a block of the disk;
+// where the file system cannot do that by itself, they are copied.
+//
+// @param samples per channel. @return false with the error noted in `file`.
+bool MakeRf64(FileBytes& file, sf_count_t samples);
+
+}  // namespace soundfile
