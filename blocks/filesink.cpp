@@ -58,8 +58,9 @@ class FileSink : public vorn::PluginBlock {
     const Refusal refusal = ChooseFile(Table(), vorn::StreamOf(In()), file.info);
     if (!refusal.empty()) return Refuse(refusal);
     written = held = 0;
-    isBegun = false;
-    std::string error = place.Open(Text(PATH), {Flag(INPLACE), Flag(CLOBBER)});
+    isBegun = isCutOff = false;
+    std::string error = place.Open(Text(PATH), {Flag(INPLACE), Flag(CLOBBER)}, Interruption());
+    file.Obey(&Interruption());
     if (error.empty()) error = file.Open(place.Descriptor(), SFM_WRITE);
     if (error.empty()) return Configure(), 0;
     Leave();
@@ -67,6 +68,7 @@ class FileSink : public vorn::PluginBlock {
   }
 
   long Process() override {
+    if (isCutOff) return vorn::FRAME_END_OF_FILE;
     if (!file.IsOpen()) return vorn::FRAME_FAILED;  // the end did not come off, and the route was stopped for it
     const std::uint8_t* from = In().data;
     for (long left = In().samples; left > 0;) {
@@ -75,16 +77,16 @@ class FileSink : public vorn::PluginBlock {
       held += count;
       left -= count;
       from += count * sampleBytes;
-      if (held == batchSamples && !WriteBatch()) return vorn::FRAME_FAILED;
+      if (held == batchSamples && !WriteBatch()) return isCutOff ? vorn::FRAME_END_OF_FILE : vorn::FRAME_FAILED;
     }
     return vorn::FRAME_DONE;
   }
 
   // The end of the stream finishes the file, so that a failure can still stop the route with an error.
   bool HoldsSamples() const override { return file.IsOpen(); }
-  long Drain(bool atEnd) override { return !atEnd || Finish() ? vorn::FRAME_DONE : vorn::FRAME_FAILED; }
+  long Drain(bool atEnd) override { return !atEnd || Finish() || isCutOff ? vorn::FRAME_DONE : vorn::FRAME_FAILED; }
 
-  int Release() override { return Finish() ? 0 : -20; }
+  int Release() override { return Finish() || isCutOff ? 0 : -20; }
 
   void OnGet(unsigned id) override {
     if (id == WRITTEN) Store(WRITTEN, static_cast<double>(written + held));
@@ -149,10 +151,15 @@ class FileSink : public vorn::PluginBlock {
   }
 
   bool Abandon(const std::string& error) {
+    isCutOff = file.WasInterrupted();
     file.Close(false);
     const std::string rest = Leave();
-    Refuse(Target() + ": " + error + " after " + std::to_string(written) + " samples" +
-           (rest.empty() ? "" : "; what there is, is in " + rest));
+    const std::string after = " after " + std::to_string(written) + " samples";
+    if (isCutOff) {
+      Lose(Target() + ": interrupted while nobody reads" + after);
+    } else {
+      Refuse(Target() + ": " + error + after + (rest.empty() ? "" : "; what there is, is in " + rest));
+    }
     return false;
   }
 
@@ -172,8 +179,9 @@ class FileSink : public vorn::PluginBlock {
   std::vector<std::uint8_t> batch;
   long sampleBytes = 0;
   long batchSamples = 0;
-  long held = 0;         // samples in the batch
-  bool isBegun = false;  // something was written, or tried to be
+  long held = 0;          // samples in the batch
+  bool isBegun = false;   // something was written, or tried to be
+  bool isCutOff = false;  // nobody took what was written to a pipe, and the host interrupted it
   long written = 0;
   long samplesToRenewal = 0;
   long untilRenewal = 0;

@@ -68,7 +68,7 @@ class FileSource : public vorn::PluginBlock {
   }
 
   int Prepare() override {
-    Refusal refusal = clip.Open(Table());
+    Refusal refusal = clip.Open(Table(), &Interruption());
     if (!refusal.empty()) return Refuse(refusal);
     refusal = vorn::CheckSame(vorn::SAME_RATE | vorn::SAME_CHANNELS, false, 0, vorn::StreamOf(Out()),
                               clip.Streamed(Table()), NameOf(Table()));
@@ -126,12 +126,12 @@ class FileSource : public vorn::PluginBlock {
       return {};
     }
 
-    Refusal Open(const vorn::Parameters& parameters) {
+    Refusal Open(const vorn::Parameters& parameters, vorn::Interrupt* interrupt) {
       SF_INFO raw;
       Refusal refusal = ReadRaw(parameters, raw);
       if (!refusal.empty()) return refusal;
       std::string error;
-      file = soundfile::OpenToRead(parameters.Text(PATH), raw, error);
+      file = soundfile::OpenToRead(parameters.Text(PATH), raw, interrupt, error);
       if (error.empty()) return Cut(parameters);
       const bool strange = sf_error(nullptr) == SF_ERR_UNRECOGNISED_FORMAT;
       return NameOf(parameters) + ": " + error +
@@ -152,7 +152,7 @@ class FileSource : public vorn::PluginBlock {
         stream = clip.Streamed(parameters);
         return parameters.Number(START) > 0 || parameters.Flag(LOOP) ? PlayedOnce(parameters) : Refusal();
       }
-      refusal = clip.Open(parameters);
+      refusal = clip.Open(parameters, nullptr);
       if (!refusal.empty()) return refusal;
       stream = clip.Streamed(parameters);
       soundfile::PutDown(path, std::move(clip.file));
@@ -213,6 +213,7 @@ class FileSource : public vorn::PluginBlock {
       clip.at += read;
       if (read == asked && asked > 0) continue;
       if (read < asked && clip.file->HasFailed()) return got > 0 ? got : GiveUp();
+      if (read < asked && IsInterrupted()) break;
       if (!EndsAsItSays(read < asked)) TellLength();
       if (!clip.loop || clip.end <= clip.start) break;
       if (!clip.Rewind()) return GiveUp();

@@ -1,6 +1,8 @@
 #include "FileBytes.h"
 
 #include <fcntl.h>
+#include <limits.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -23,7 +25,7 @@ sf_count_t Repeat(sf_count_t count, const Call& call) {
   sf_count_t done = 0;
   while (done < count) {
     const ssize_t moved = call(done);
-    if (moved < 0 && errno == EINTR) continue;
+    if (moved < 0 && (errno == EINTR || errno == EAGAIN)) continue;
     if (moved <= 0) break;
     done += moved;
   }
@@ -124,13 +126,20 @@ bool FileBytes::RefillFromPipe() {
     }
     const std::size_t before = held.size();
     held.resize(before + BATCH_BYTES);
-    ssize_t got = 0;
-    do got = read(fd, &held[before], BATCH_BYTES);
-    while (got < 0 && errno == EINTR);
-    held.resize(before + static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
-    if (Noting(got) <= 0) return false;
+    const long got = ReadFromPipe(&held[before], BATCH_BYTES);
+    held.resize(before + static_cast<std::size_t>(std::max(got, 0L)));
+    if (got <= 0) return false;
   }
   return true;
+}
+
+// What there is.
+long FileBytes::ReadFromPipe(char* to, std::size_t count) {
+  for (;;) {
+    if (!Await(POLLIN)) return 0;
+    const ssize_t got = read(fd, to, count);
+    if (got >= 0 || (errno != EINTR && errno != EAGAIN)) return Noting(got);
+  }
 }
 
 sf_count_t FileBytes::ReadAt(char* to, sf_count_t count, sf_count_t from) {
@@ -176,14 +185,26 @@ sf_count_t FileBytes::WriteAt(const char* from, sf_count_t count, sf_count_t to)
   if (isTooLate) return count;
   const sf_count_t done = Repeat(count, [&](sf_count_t moved) {
     const auto left = static_cast<std::size_t>(count - moved);
-    return Noting(isPipe ? write(fd, from + moved, left) : pwrite(fd, from + moved, left, origin + to + moved));
+    return isPipe ? WriteToPipe(from + moved, left) : Noting(pwrite(fd, from + moved, left, origin + to + moved));
   });
   written = std::max(written, to + done);
   return done;
 }
 
+// A pipe that is ready takes as much without a wait, also where the descriptor is shared, so that it has to stay one
+// that waits.
+long FileBytes::WriteToPipe(const char* from, std::size_t count) {
+  if (Await(POLLOUT)) return Noting(write(fd, from, std::min<std::size_t>(count, PIPE_BUF)));
+  errno = ECANCELED;
+  return Noting(-1);
+}
+
+bool FileBytes::Await(short events) {
+  return interrupt == nullptr || interrupt->Await(fd, events) == vorn::Interrupt::READY;
+}
+
 long FileBytes::Noting(long result) {
-  if (result < 0 && errno != EINTR && systemError == 0) systemError = errno;
+  if (result < 0 && errno != EINTR && errno != EAGAIN && systemError == 0) systemError = errno;
   return result;
 }
 

@@ -6,6 +6,8 @@
 
 #include <vector>
 
+#include <vorn/kit/Interrupt.h>
+
 namespace soundfile {
 
 constexpr long BATCH_BYTES = 65536;  // read or written at a time, at least
@@ -14,7 +16,8 @@ constexpr long BATCH_BYTES = 65536;  // read or written at a time, at least
 //
 // A pipe looks to libsndfile like a file of unknown length. What was read of its header can be read again until
 // EndHeader. What is written to it goes out in order: a header that is written anew once the first has left is dropped,
-// and the first says that the length is not known.
+// and the first says that the length is not known. Whatever waits for the other end of a pipe can be interrupted: there
+// is nothing to read then, and ECANCELED to write.
 class FileBytes {
  public:
   FileBytes() = default;
@@ -24,6 +27,8 @@ class FileBytes {
 
   // Takes over an open descriptor, to begin where it stands. @param newMode SFM_READ or SFM_WRITE.
   void Adopt(int descriptor, int newMode);
+  // Null for none.
+  void Obey(vorn::Interrupt* newInterrupt) { interrupt = newInterrupt; }
   // Writes what is held. @return false when not all of it could be written; it is given up then.
   bool Flush();
   // The last bytes of the file have come: a pipe's header is as it is meant to be, if it is still here.
@@ -61,8 +66,12 @@ class FileBytes {
   bool IsHeld(sf_count_t position) const { return position >= heldAt && position < HeldEnd(); }
   bool Refill();
   bool RefillFromPipe();
+  bool Await(short events);
+  long ReadFromPipe(char* to, std::size_t count);
+  long WriteToPipe(const char* from, std::size_t count);
   long Noting(long result);
 
+  vorn::Interrupt* interrupt = nullptr;
   int fd = -1;
   int mode = SFM_READ;
   bool isPipe = false;

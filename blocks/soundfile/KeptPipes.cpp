@@ -38,9 +38,10 @@ std::unique_ptr<SoundFile> TakeUp(const struct stat& status) {
   return file;
 }
 
-int OpenDescriptor(const std::string& path) {
+// A pipe that is read without waiting has somebody who writes it once it is ready to be read.
+int OpenDescriptor(const std::string& path, bool waits) {
   if (IsStandard(path)) return fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3);
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | (waits ? 0 : O_NONBLOCK));
   struct stat status {};
   if (fd < 0 || fstat(fd, &status) != 0 || !S_ISDIR(status.st_mode)) return fd;
   close(fd);
@@ -52,13 +53,16 @@ int OpenDescriptor(const std::string& path) {
 
 bool IsPipe(const std::string& path) { return IsPipe(StatusOf(path)); }
 
-std::unique_ptr<SoundFile> OpenToRead(const std::string& path, const SF_INFO& raw, std::string& error) {
+std::unique_ptr<SoundFile> OpenToRead(const std::string& path, const SF_INFO& raw, vorn::Interrupt* interrupt,
+                                      std::string& error) {
   const struct stat status = StatusOf(path);
   auto file = IsPipe(status) ? TakeUp(status) : nullptr;
-  if (file) return file;
-  file = std::make_unique<SoundFile>();
+  const bool isKept = file != nullptr;
+  if (!isKept) file = std::make_unique<SoundFile>();
+  file->Obey(interrupt);
+  if (isKept) return file;
   file->info = raw;
-  const int fd = OpenDescriptor(path);
+  const int fd = OpenDescriptor(path, interrupt == nullptr || !IsPipe(status));
   error = fd < 0 ? std::strerror(errno) : file->Open(fd, SFM_READ);
   return file;
 }
@@ -66,6 +70,7 @@ std::unique_ptr<SoundFile> OpenToRead(const std::string& path, const SF_INFO& ra
 void PutDown(const std::string& path, std::unique_ptr<SoundFile> file) {
   const struct stat status = StatusOf(path);
   if (!IsPipe(status)) return;
+  file->Obey(nullptr);
   const std::lock_guard lock(mutex);
   pipes[{status.st_dev, status.st_ino}] = std::move(file);
 }

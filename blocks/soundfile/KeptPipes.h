@@ -15,8 +15,10 @@ bool IsPipe(const std::string& path);
  * Opens a file to be read, or takes up a pipe where it was put down.
  *
  * @param raw what a file without a header holds; none for one with a header.
+ * @param interrupt ends the wait for the other end of a pipe; null for nothing.
  */
-std::unique_ptr<SoundFile> OpenToRead(const std::string& path, const SF_INFO& raw, std::string& error);
+std::unique_ptr<SoundFile> OpenToRead(const std::string& path, const SF_INFO& raw, vorn::Interrupt* interrupt,
+                                      std::string& error);
 
 /** Puts a pipe down for the next OpenToRead. Any other file is closed. */
 void PutDown(const std::string& path, std::unique_ptr<SoundFile> file);

@@ -89,7 +89,7 @@ std::string OutputPlace::WhyTaken(const std::string& path) {
   return isThere && !isSpecial ? "is there already, and is not to be replaced" : "";
 }
 
-std::string OutputPlace::Open(const std::string& path, Wishes wishes) {
+std::string OutputPlace::Open(const std::string& path, Wishes wishes, vorn::Interrupt& interrupt) {
   Leave();
   mayReplace = wishes.replaces;
   if (IsStandard(path)) {
@@ -99,6 +99,7 @@ std::string OutputPlace::Open(const std::string& path, Wishes wishes) {
   if (std::string taken = mayReplace ? "" : WhyTaken(path); !taken.empty()) return taken;
   struct stat status {};
   const bool isSpecial = stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
+  if (isSpecial && S_ISFIFO(status.st_mode)) return OpenPipe(path, interrupt);
   place = isSpecial ? "" : Resolve(path);
   return wishes.inPlace || place.empty() ? OpenDirectly(path) : OpenBeside(place);
 }
@@ -111,6 +112,17 @@ std::string OutputPlace::OpenDirectly(const std::string& path) {
   if (isRegular) fd = open(path.c_str(), flags | O_RDWR, 0666);
   if (fd < 0) fd = open(path.c_str(), (isRegular ? flags : flags & ~O_EXCL) | O_WRONLY, 0666);
   return fd < 0 ? std::strerror(errno) : "";
+}
+
+// Nobody tells when somebody comes to read.
+std::string OutputPlace::OpenPipe(const std::string& path, vorn::Interrupt& interrupt) {
+  constexpr int MILLIS_BETWEEN_LOOKS = 10;
+  place.clear();
+  do {
+    fd = open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd >= 0 || errno != ENXIO) return fd < 0 ? std::strerror(errno) : "";
+  } while (interrupt.Sleep(MILLIS_BETWEEN_LOOKS) == vorn::Interrupt::TIMEOUT);
+  return "interrupted before anybody came to read it";
 }
 
 std::string OutputPlace::OpenBeside(const std::string& path) {

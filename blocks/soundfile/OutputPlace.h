@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include <vorn/kit/Interrupt.h>
+
 namespace soundfile {
 
 class OutputPlace {
@@ -20,9 +22,10 @@ class OutputPlace {
    * Opens what is to be written. A file gets the mode and the owner of the one that it will replace. Behind a symbolic
    * link, the file that it leads to is replaced. A pipe, a device and standard output ("-") are written directly.
    *
+   * @param interrupt ends the wait for somebody who reads a pipe.
    * @return empty, or what went wrong.
    */
-  std::string Open(const std::string& path, Wishes wishes);
+  std::string Open(const std::string& path, Wishes wishes, vorn::Interrupt& interrupt);
   /** For the caller to close. */
   int Descriptor() const { return fd; }
   bool IsBeside() const { return !partial.empty(); }
@@ -40,6 +43,7 @@ class OutputPlace {
  private:
   std::string OpenBeside(const std::string& path);
   std::string OpenDirectly(const std::string& path);
+  std::string OpenPipe(const std::string& path, vorn::Interrupt& interrupt);
 
   int fd = -1;
   bool mayReplace = true;

@@ -3,6 +3,7 @@
 
 #include <sndfile.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -33,6 +34,10 @@ class SoundFile {
   // Opens what is at a descriptor, which it takes over, for reading or for writing anew. @return empty, or what went
   // wrong.
   std::string Open(int descriptor, int mode);
+  // What brings it back from the wait for the other end of a pipe; null for nothing.
+  void Obey(vorn::Interrupt* interrupt) { bytes.Obey(interrupt); }
+  // Whether it was brought back, so that something could not be written.
+  bool WasInterrupted() const { return bytes.SystemError() == ECANCELED; }
   // Finishes the file, header and all. @param syncs to the disk itself. @return as Open.
   std::string Close(bool syncs);
 
