@@ -274,7 +274,7 @@ TEST_F(VornRun, ChecksShowsAndDumpsAGraph) {
 // Red if a dump is not where the name of its block says, or outside of its folder.
 TEST_F(VornRun, DumpsBlocksThatAreGivenByPath) {
   fs::create_symlink(MOODY, "libmoody.so");
-  const std::string above = "../" + fs::path(folder / "").parent_path().filename().string() + "/libmoody.so";
+  const std::string above = "../" + fs::current_path().filename().string() + "/libmoody.so";
   for (const std::string& path : {std::string("./libmoody.so"), above, std::string(MOODY)}) {
     fs::remove_all("d");
     EXPECT_EQ(Run({"-e", path + " 8 ! moody", "--dump", "d"}).status, 0) << path;
