@@ -231,8 +231,8 @@ class StoppedTest : public HandMadeTest {
 
 TEST_F(StoppedTest, ByADurationGivesWhatBlocksHold) { ExpectWhole({"--duration", "30ms"}, {}, 3); }
 TEST_F(StoppedTest, ByASignalGivesWhatBlocksHold) {
-  ExpectWhole({"--set", "tap.inplace=true"}, Interruption{File("tap"), testkit::Signals({SIGTERM}), std::chrono::milliseconds(1)},
-              -SIGTERM);
+  ExpectWhole({"--set", "tap.inplace=true"},
+              Interruption{File("tap"), testkit::Signals({SIGTERM}), std::chrono::milliseconds(1)}, -SIGTERM);
 }
 
 }  // namespace
