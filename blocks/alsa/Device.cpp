@@ -11,6 +11,7 @@ using vorn::Refusal;
 using vorn::SampleFormat;
 
 constexpr int WAIT_MS = 1000;
+constexpr int NAP_MS = 20;  // between two looks at an interrupt
 constexpr unsigned USUAL_RATE = 48000;
 constexpr unsigned USUAL_CHANNELS = 2;
 constexpr int FRAMES_A_SECOND = 100;
@@ -211,17 +212,30 @@ Refusal Device::Open(const Wanted& wanted) {
     return WithName(wanted.device, refusal);
   }
   sampleBytes = stream.channels * static_cast<long>(vorn::BytesPerSample(static_cast<SampleFormat>(stream.format)));
+  rate = stream.rate;
   xruns = reported = 0;
   return {};
 }
 
-void Device::Close() {
-  if (!pcm) return;
-  if (direction == SND_PCM_STREAM_PLAYBACK) {
-    snd_pcm_nonblock(pcm.get(), 0);  // otherwise the drain would not wait
-    snd_pcm_drain(pcm.get());
-  }
+bool Device::Close(vorn::Interrupt& interrupt) {
+  if (!pcm) return true;
+  const bool isAllPlayed = direction == SND_PCM_STREAM_CAPTURE || Drain(interrupt);
   pcm.reset();
+  return isAllPlayed;
+}
+
+/** All but the last moment in naps, since nothing brings a thread back from snd_pcm_drain. */
+bool Device::Drain(vorn::Interrupt& interrupt) {
+  if (snd_pcm_state(pcm.get()) == SND_PCM_STATE_PREPARED && Delay() > 0) snd_pcm_start(pcm.get());
+  const long longest = 2 * Delay() * 1000 / rate + WAIT_MS;  // of a device that is alive
+  for (long waited = 0; Delay() * 1000 / rate > NAP_MS && waited < longest; waited += NAP_MS) {
+    if (interrupt.Sleep(NAP_MS) != vorn::Interrupt::INTERRUPTED) continue;
+    snd_pcm_drop(pcm.get());
+    return false;
+  }
+  snd_pcm_nonblock(pcm.get(), 0);  // otherwise the drain would not wait
+  snd_pcm_drain(pcm.get());
+  return true;
 }
 
 Device::Result Device::Recover(long error) {
@@ -233,31 +247,40 @@ Device::Result Device::Recover(long error) {
   return lastError < 0 ? Result::FAILED : Result::DONE;
 }
 
+/** In naps: what is to be polled differs from plug-in to plug-in of ALSA. @return as snd_pcm_wait(). */
+int Device::Wait(vorn::Interrupt& interrupt) {
+  for (int waited = 0; waited < WAIT_MS && !interrupt.IsRaised(); waited += NAP_MS) {
+    const int ready = snd_pcm_wait(pcm.get(), NAP_MS);
+    if (ready != 0) return ready;
+  }
+  return 0;
+}
+
 template <class Move>
-Device::Result Device::MoveAll(long samples, Move move) {
-  for (long done = 0; done < samples;) {
-    const long moved = move(done, samples - done);
-    if (moved > 0) {
-      done += moved;
-    } else if (moved == 0 || moved == -EAGAIN) {
-      const int ready = snd_pcm_wait(pcm.get(), WAIT_MS);
-      if (ready == 0) return Result::TIMEOUT;
+Device::Result Device::MoveAll(long samples, vorn::Interrupt& interrupt, Move move) {
+  for (moved = 0; moved < samples;) {
+    const long piece = move(moved, samples - moved);
+    if (piece > 0) {
+      moved += piece;
+    } else if (piece == 0 || piece == -EAGAIN) {
+      const int ready = Wait(interrupt);
+      if (ready == 0) return interrupt.IsRaised() ? Result::INTERRUPTED : Result::TIMEOUT;
       if (ready < 0 && Recover(ready) == Result::FAILED) return Result::FAILED;
-    } else if (Recover(moved) == Result::FAILED) {
+    } else if (Recover(piece) == Result::FAILED) {
       return Result::FAILED;
     }
   }
   return Result::DONE;
 }
 
-Device::Result Device::Read(std::uint8_t* to, long samples) {
-  return MoveAll(samples, [&](long done, long count) {
+Device::Result Device::Read(std::uint8_t* to, long samples, vorn::Interrupt& interrupt) {
+  return MoveAll(samples, interrupt, [&](long done, long count) {
     return snd_pcm_readi(pcm.get(), to + done * sampleBytes, static_cast<snd_pcm_uframes_t>(count));
   });
 }
 
-Device::Result Device::Write(const std::uint8_t* from, long samples) {
-  return MoveAll(samples, [&](long done, long count) {
+Device::Result Device::Write(const std::uint8_t* from, long samples, vorn::Interrupt& interrupt) {
+  return MoveAll(samples, interrupt, [&](long done, long count) {
     return snd_pcm_writei(pcm.get(), from + done * sampleBytes, static_cast<snd_pcm_uframes_t>(count));
   });
 }

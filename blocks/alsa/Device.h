@@ -33,14 +33,16 @@ class Device {
 
   /** Opens the device for a stream that is known in all fields. */
   vorn::Refusal Open(const Wanted& wanted);
-  /** A playback device plays what it holds first. */
-  void Close();
+  /** A playback device plays what it holds first, unless it is interrupted. @return false: it was. */
+  bool Close(vorn::Interrupt& interrupt);
 
-  enum class Result { DONE, TIMEOUT, FAILED };
+  enum class Result { DONE, TIMEOUT, INTERRUPTED, FAILED };
 
   /** Moves one frame, waiting for the device. An xrun is recovered from and counted. */
-  Result Read(std::uint8_t* to, long samples);
-  Result Write(const std::uint8_t* from, long samples);
+  Result Read(std::uint8_t* to, long samples, vorn::Interrupt& interrupt);
+  Result Write(const std::uint8_t* from, long samples, vorn::Interrupt& interrupt);
+  /** How many samples the last Read() or Write() moved. */
+  long Moved() const { return moved; }
 
   long Xruns() const { return xruns; }
   /** Since the last call. */
@@ -57,12 +59,16 @@ class Device {
 
   vorn::Refusal OpenPcm(const std::string& device, Pcm& opened) const;
   Result Recover(long error);
+  int Wait(vorn::Interrupt& interrupt);
   template <class Move>
-  Result MoveAll(long samples, Move move);
+  Result MoveAll(long samples, vorn::Interrupt& interrupt, Move move);
+  bool Drain(vorn::Interrupt& interrupt);
 
   const snd_pcm_stream_t direction;
   Pcm pcm;
   long sampleBytes = 0;
+  unsigned rate = 0;
+  long moved = 0;
   long xruns = 0;
   long reported = 0;
   int lastError = 0;

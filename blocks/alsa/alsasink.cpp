@@ -33,10 +33,15 @@ class AlsaSink final : public vorn::PluginBlock {
   }
 
   long Process() override {
-    const alsa::Device::Result result = device.Write(In().data, In().samples);
+    const alsa::Device::Result result = device.Write(In().data, In().samples, Interruption());
     if (const long gaps = device.NewXruns()) VORN_LOG_W("%ld underrun%s", gaps, gaps > 1 ? "s" : "");
     if (result == alsa::Device::Result::TIMEOUT) return vorn::FRAME_TIMEOUT;
     if (result == alsa::Device::Result::DONE) return vorn::FRAME_DONE;
+    if (result == alsa::Device::Result::INTERRUPTED) {
+      Lose(alsa::OfDevice(Text(alsa::DEVICE),
+                          "takes nothing; " + std::to_string(In().samples - device.Moved()) + " samples are lost"));
+      return vorn::FRAME_END_OF_FILE;
+    }
     return Fail(alsa::OfDevice(Text(alsa::DEVICE), device.Error()));
   }
 
@@ -44,7 +49,10 @@ class AlsaSink final : public vorn::PluginBlock {
     if (id == alsa::XRUNS) Store(alsa::XRUNS, static_cast<double>(device.Xruns()));
   }
 
-  int Release() override { return device.Close(), 0; }
+  int Release() override {
+    if (!device.Close(Interruption())) Lose(alsa::OfDevice(Text(alsa::DEVICE), "stopped before it had played all"));
+    return 0;
+  }
 
  private:
   alsa::Device device{SND_PCM_STREAM_PLAYBACK};

@@ -44,13 +44,14 @@ class AlsaSource final : public vorn::PluginBlock {
 
   long Process() override {
     vorn::FrameBuffer& out = Out();
-    const alsa::Device::Result result = device.Read(out.data, out.samplesPerFrame);
+    const alsa::Device::Result result = device.Read(out.data, out.samplesPerFrame, Interruption());
     if (const long lost = device.NewXruns()) VORN_LOG_W("%ld overrun%s: samples lost", lost, lost > 1 ? "s" : "");
     if (result == alsa::Device::Result::TIMEOUT) return vorn::FRAME_TIMEOUT;
     if (result == alsa::Device::Result::FAILED) return Fail(alsa::OfDevice(Text(alsa::DEVICE), device.Error()));
+    if (device.Moved() == 0) return vorn::FRAME_END_OF_FILE;  // interrupted
     using namespace std::chrono;
     const long now = duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count();
-    out.samples = out.samplesPerFrame;
+    out.samples = device.Moved();
     out.timestamp = now - (out.samples + device.Delay()) * 1000000 / out.rate;
     return vorn::FRAME_DONE;
   }
@@ -59,7 +60,7 @@ class AlsaSource final : public vorn::PluginBlock {
     if (id == alsa::XRUNS) Store(alsa::XRUNS, static_cast<double>(device.Xruns()));
   }
 
-  int Release() override { return device.Close(), 0; }
+  int Release() override { return device.Close(Interruption()), 0; }
 
  private:
   alsa::Device device{SND_PCM_STREAM_CAPTURE};

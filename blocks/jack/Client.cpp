@@ -1,14 +1,20 @@
 #include "Client.h"
 
+#include <dlfcn.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
 #include <algorithm>
-#include <ctime>
+#include <thread>
+#include <utility>
 
 namespace jack {
 namespace {
 
 using vorn::Refusal;
 
-constexpr int SECONDS_TO_WAIT = 1;
+constexpr int MILLIS_TO_WAIT = 1000;
+constexpr int MILLIS_TO_CLOSE = 20;      // what a server gets for its answer after an interrupt
 constexpr std::size_t MAX_CYCLE = 8192;  // samples that a server moves at a time
 
 /** The names that a function of JACK returned. */
@@ -41,11 +47,11 @@ void DescribeClient(vorn::Description& description, const char* connectHelp) {
       .Takes(Parameter::Reading(XRUNS, "xruns", "").Help("times that the server came and the route was not ready"));
 }
 
-Client::Client(JackPortFlags portFlags) : flags(portFlags) { sem_init(&cycles, 0, 0); }
+Client::Client(JackPortFlags portFlags) : flags(portFlags), cycles(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 Client::~Client() {
   Close();
-  sem_destroy(&cycles);
+  close(cycles);
 }
 
 Refusal Client::Connect(const vorn::Parameters& parameters) {
@@ -80,8 +86,8 @@ Refusal Client::Activate(const vorn::Parameters& parameters, const vorn::FrameBu
   scratch.assign(cycle * stream.channels, 0);
   xruns = 0;
   isGone = isPlaying = false;
-  while (sem_trywait(&cycles) == 0) {
-  }
+  eventfd_t past = 0;
+  eventfd_read(cycles, &past);
 
   for (unsigned c = 0; c < stream.channels; ++c) {
     const std::string name = (records ? "in_" : "out_") + std::to_string(c + 1);
@@ -120,14 +126,14 @@ int Client::OnProcess(jack_nframes_t frames, void* self) {
   auto& client = *static_cast<Client*>(self);
   if (frames * client.ports.size() > client.scratch.size()) return 0;
   client.flags == JackPortIsInput ? client.Record(frames) : client.Play(frames);
-  sem_post(&client.cycles);
+  eventfd_write(client.cycles, 1);
   return 0;
 }
 
 void Client::OnShutdown(void* self) {
   auto& client = *static_cast<Client*>(self);
   client.isGone = true;
-  sem_post(&client.cycles);
+  eventfd_write(client.cycles, 1);
 }
 
 void Client::Record(jack_nframes_t frames) {
@@ -157,47 +163,64 @@ void Client::Play(jack_nframes_t frames) {
   }
 }
 
-bool Client::WaitForCycle() {
-  timespec until{};
-  clock_gettime(CLOCK_REALTIME, &until);
-  until.tv_sec += SECONDS_TO_WAIT;
-  int result = 0;
-  do {
-    result = sem_timedwait(&cycles, &until);
-  } while (result != 0 && errno == EINTR);
-  return result == 0;
+Client::Result Client::WaitForCycle(vorn::Interrupt& interrupt) {
+  const vorn::Interrupt::Result waited = interrupt.Await(cycles, POLLIN, MILLIS_TO_WAIT);
+  if (waited == vorn::Interrupt::TIMEOUT) return Result::TIMEOUT;
+  if (waited == vorn::Interrupt::INTERRUPTED) return Result::INTERRUPTED;
+  eventfd_t count = 0;
+  eventfd_read(cycles, &count);
+  return Result::DONE;
 }
 
 template <class Ready>
-Client::Result Client::WaitUntil(Ready ready) {
+Client::Result Client::WaitUntil(vorn::Interrupt& interrupt, Ready ready) {
   while (!ready()) {
     if (isGone) return Result::SERVER_GONE;
-    if (!WaitForCycle()) return Result::TIMEOUT;
+    if (const Result waited = WaitForCycle(interrupt); waited != Result::DONE) return waited;
   }
   return Result::DONE;
 }
 
-Client::Result Client::Read(float* to, std::size_t floats) {
+Client::Result Client::Read(float* to, std::size_t floats, vorn::Interrupt& interrupt) {
   const std::size_t bytes = floats * sizeof(float);
-  const Result result = WaitUntil([&] { return jack_ringbuffer_read_space(ring.get()) >= bytes; });
+  const Result result = WaitUntil(interrupt, [&] { return jack_ringbuffer_read_space(ring.get()) >= bytes; });
   if (result == Result::DONE) jack_ringbuffer_read(ring.get(), reinterpret_cast<char*>(to), bytes);
   return result;
 }
 
-Client::Result Client::Write(const float* from, std::size_t floats) {
+std::size_t Client::ReadRest(float* to, std::size_t most) {
+  const std::size_t floats = std::min(most, jack_ringbuffer_read_space(ring.get()) / sizeof(float));
+  return jack_ringbuffer_read(ring.get(), reinterpret_cast<char*>(to), floats * sizeof(float)) / sizeof(float);
+}
+
+Client::Result Client::Write(const float* from, std::size_t floats, vorn::Interrupt& interrupt) {
   const std::size_t bytes = floats * sizeof(float);
-  const Result result = WaitUntil([&] { return jack_ringbuffer_write_space(ring.get()) >= bytes; });
+  const Result result = WaitUntil(interrupt, [&] { return jack_ringbuffer_write_space(ring.get()) >= bytes; });
   if (result != Result::DONE) return result;
   jack_ringbuffer_write(ring.get(), reinterpret_cast<const char*>(from), bytes);
   isPlaying.store(true, std::memory_order_relaxed);
   return result;
 }
 
-void Client::Flush() {
-  if (!ring) return;
+bool Client::Flush(vorn::Interrupt& interrupt) {
+  if (!ring) return true;
   isPlaying = false;
-  WaitUntil([&] { return jack_ringbuffer_read_space(ring.get()) == 0; });
-  WaitForCycle();  // the server has played the last of it one cycle after it took it
+  const Result result = WaitUntil(interrupt, [&] { return jack_ringbuffer_read_space(ring.get()) == 0; });
+  // The server has played the last of it one cycle after it took it.
+  return result != Result::INTERRUPTED && WaitForCycle(interrupt) != Result::INTERRUPTED;
+}
+
+void CloseClient(std::shared_ptr<Client>& client, JackPortFlags portFlags, vorn::Interrupt& interrupt) {
+  const auto done = std::make_shared<vorn::Interrupt>();
+  std::thread([old = std::exchange(client, std::make_shared<Client>(portFlags)), done] {
+    old->Close();
+    done->Raise();
+  }).detach();
+  if (interrupt.Await(done->Descriptor(), POLLIN) == vorn::Interrupt::READY) return;
+  if (done->Sleep(MILLIS_TO_CLOSE) == vorn::Interrupt::INTERRUPTED) return;
+  // The thread comes back to this code whenever the server goes on: it must stay loaded.
+  Dl_info self{};
+  if (dladdr(reinterpret_cast<void*>(&CloseClient), &self) != 0) dlopen(self.dli_fname, RTLD_NOW | RTLD_NODELETE);
 }
 
 }  // namespace jack

@@ -31,37 +31,41 @@ class JackSink final : public vorn::PluginBlock {
   int Prepare() override {
     reported = 0;
     samples.Prepare(In());
-    vorn::Refusal refusal = client.Connect(Table());
-    if (refusal.empty()) refusal = client.Activate(Table(), In());
+    vorn::Refusal refusal = client->Connect(Table());
+    if (refusal.empty()) refusal = client->Activate(Table(), In());
     if (refusal.empty()) return 0;
-    client.Close();
+    client->Close();
     return Refuse(refusal);
   }
 
   long Process() override {
     const vorn::FrameBuffer& in = In();
     const jack::Client::Result result =
-        client.Write(samples.Read(in), static_cast<std::size_t>(in.samples) * in.channels);
-    if (const long gaps = client.Xruns() - std::exchange(reported, client.Xruns())) {
+        client->Write(samples.Read(in), static_cast<std::size_t>(in.samples) * in.channels, Interruption());
+    if (const long gaps = client->Xruns() - std::exchange(reported, client->Xruns())) {
       VORN_LOG_W("%ld cycle%s of the server ran dry", gaps, gaps > 1 ? "s" : "");
     }
     if (result == jack::Client::Result::DONE) return vorn::FRAME_DONE;
     if (result == jack::Client::Result::TIMEOUT) return vorn::FRAME_TIMEOUT;
+    if (result == jack::Client::Result::INTERRUPTED) {
+      Lose("the JACK server takes nothing; " + std::to_string(in.samples) + " samples are lost");
+      return vorn::FRAME_END_OF_FILE;
+    }
     return Fail("the JACK server is gone");
   }
 
   void OnGet(unsigned id) override {
-    if (id == jack::XRUNS) Store(jack::XRUNS, static_cast<double>(client.Xruns()));
+    if (id == jack::XRUNS) Store(jack::XRUNS, static_cast<double>(client->Xruns()));
   }
 
   int Release() override {
-    client.Flush();
-    client.Close();
+    if (!client->Flush(Interruption())) Lose("stopped before the JACK server had taken all");
+    jack::CloseClient(client, JackPortIsOutput, Interruption());
     return 0;
   }
 
  private:
-  jack::Client client{JackPortIsOutput};
+  std::shared_ptr<jack::Client> client = std::make_shared<jack::Client>(JackPortIsOutput);
   vorn::FloatFrame samples;
   long reported = 0;
 };

@@ -38,31 +38,33 @@ class JackSource final : public vorn::PluginBlock {
   int Prepare() override {
     reported = 0;
     samples.Prepare(Out());
-    vorn::Refusal refusal = client.Connect(Table());
-    if (refusal.empty()) refusal = client.Activate(Table(), Out());
+    vorn::Refusal refusal = client->Connect(Table());
+    if (refusal.empty()) refusal = client->Activate(Table(), Out());
     if (refusal.empty()) return 0;
-    client.Close();
+    client->Close();
     return Refuse(refusal);
   }
 
   long Process() override {
     vorn::FrameBuffer& out = Out();
     const std::size_t count = static_cast<std::size_t>(out.samplesPerFrame) * out.channels;
-    const jack::Client::Result result = client.Read(samples.Data(), count);
-    if (const long lost = client.Xruns() - std::exchange(reported, client.Xruns())) {
+    const jack::Client::Result result = client->Read(samples.Data(), count, Interruption());
+    if (const long lost = client->Xruns() - std::exchange(reported, client->Xruns())) {
       VORN_LOG_W("%ld cycle%s of the server lost", lost, lost > 1 ? "s" : "");
     }
     if (result == jack::Client::Result::TIMEOUT) return vorn::FRAME_TIMEOUT;
     if (result == jack::Client::Result::SERVER_GONE) return Fail("the JACK server is gone");
-    samples.Write(out, out.samplesPerFrame);
-    return vorn::FRAME_DONE;
+    if (result == jack::Client::Result::DONE) return samples.Write(out, out.samplesPerFrame), vorn::FRAME_DONE;
+    const std::size_t rest = client->ReadRest(samples.Data(), count) / out.channels;
+    if (rest == 0) return vorn::FRAME_END_OF_FILE;
+    return samples.Write(out, static_cast<long>(rest)), vorn::FRAME_DONE;
   }
 
   void OnGet(unsigned id) override {
-    if (id == jack::XRUNS) Store(jack::XRUNS, static_cast<double>(client.Xruns()));
+    if (id == jack::XRUNS) Store(jack::XRUNS, static_cast<double>(client->Xruns()));
   }
 
-  int Release() override { return client.Close(), 0; }
+  int Release() override { return jack::CloseClient(client, JackPortIsInput, Interruption()), 0; }
 
  private:
   static vorn::Stream StreamOf(const jack::Client& client, const vorn::Parameters& parameters) {
@@ -73,7 +75,7 @@ class JackSource final : public vorn::PluginBlock {
     return stream;
   }
 
-  jack::Client client{JackPortIsInput};
+  std::shared_ptr<jack::Client> client = std::make_shared<jack::Client>(JackPortIsInput);
   vorn::FloatFrame samples;
   long reported = 0;
 };

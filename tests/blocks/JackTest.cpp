@@ -108,6 +108,25 @@ TEST_F(Jack, CarriesEverySampleFromSinkToSource) {
   }
 }
 
+// Red if a block waits for a server that is stopped, in a frame, in its rest, or for its answer to the farewell.
+TEST_F(Jack, AnInterruptBringsBlocksBackFromAStoppedServer) {
+  Graph graph;
+  vorn::Block* source = graph.Add("jacksource", {"back"});
+  ASSERT_TRUE(graph.Chain({source, graph.Add("testsink", {}, false, true)}, {.channels = 2}));
+  vorn::Block* filler = graph.Add("tone");
+  vorn::Block* sink = graph.Add("jacksink", {"there"});
+  vorn::BlockCounters counters;
+  ASSERT_EQ(vorn::AttachCounters(sink, &counters), 0);
+  ASSERT_TRUE(graph.Chain({filler, sink}, {.channels = 2}));
+  ASSERT_EQ(graph->Start(), 0);
+  kill(server, SIGSTOP);
+  while (counters.resets == 0) std::this_thread::yield();  // a second without a cycle
+  for (vorn::Block* block : {source, filler, sink}) EXPECT_EQ(vorn::InterruptBlock(block), 0);
+  EXPECT_EQ(graph.Wait(), vorn::Route::StopReason::STOP_END_OF_FILE);
+  EXPECT_GT(counters.losses, 0U);
+  kill(server, SIGKILL);  // it would wait for the clients that were left behind
+}
+
 TEST_F(Jack, RefusesAnotherRateAndAPortThatIsNotThere) {
   for (const auto& [argument, rate] : {std::pair{"connect=", 44100U}, std::pair{"connect=nowhere:", 48000U}}) {
     Graph graph;
