@@ -275,16 +275,10 @@ bool LiveGraph::WasCut(std::size_t route) const {
   return IsAny(route, [](const BlockCounters& counters) { return counters.cuts > 0; });
 }
 
-std::uint64_t LiveGraph::Moves() const {
-  std::uint64_t moves = 0;
-  for (const FIFO* fifo : fifos) moves += fifo->State().moves;
-  for (const Made& made : blocks) {
-    if (!made.host) continue;
-    const BlockCounters& counters = made.host->counters;
-    moves += counters.frames.load(std::memory_order_relaxed) + counters.resets.load(std::memory_order_relaxed) +
-             made.host->interrupt.Waits();
-  }
-  return moves;
+std::uint64_t LiveGraph::Moves(std::size_t node) const {
+  const Made& made = blocks[node];
+  if (!made.host) return 0;
+  return made.host->counters.frames.load(std::memory_order_relaxed) + made.host->interrupt.Waits();
 }
 
 std::vector<std::string> LiveGraph::ParameterTable(std::size_t node) const {

@@ -66,8 +66,8 @@ class LiveGraph {
   bool HasFadedOut(std::size_t route) const;
   /** Whether a source of the route ended because it was interrupted. */
   bool WasCut(std::size_t route) const;
-  /** Grows as long as a block moves: frames, and waits that came to their end. */
-  std::uint64_t Moves() const;
+  /** Grows as long as a block moves: frames, and waits that came to their end. 0 for one that does not tell. */
+  std::uint64_t Moves(std::size_t node) const;
   /** The parameters of a block that is made with the kit, one a line: see ParameterLine. */
   std::vector<std::string> ParameterTable(std::size_t node) const;
 

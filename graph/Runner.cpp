@@ -50,7 +50,7 @@ Graph::Result Runner::Run() {
     for (const RouteEvent& event : events.Take()) Take(event);
     LookForLostRoutes();
     if (options.duration && Clock::now() >= started + *options.duration) BeginStop(Graph::End::DURATION);
-    pace.Look(live.Moves(), Clock::now());
+    pace.Look(MovesOfSinks(), Clock::now());
     if (isStopping) InterruptWhatStandsStill();
     if (isStopping) StopRoutesThatCannotEnd();
     if (const auto error = standstill.Look(StatesOfFifos()); error && IsAnyActive()) Fail(*error);
@@ -130,6 +130,7 @@ void Runner::TakeStartResult(const RouteEvent& event) {
   // A stop that comes before the start is no failure of it; where time is up for what a block waits for, it is.
   const bool isOver = isStopping && (result.end != Graph::End::DURATION || !live.HasRefused(event.route));
   if (!isOver) Fail(live.WhyNotStarted(event.route, event.result));
+  isCut = true;
   TakeEnd(event.route);
 }
 
@@ -234,6 +235,16 @@ bool Runner::IsStarved(std::size_t route) const {
   return true;
 }
 
+/** Of what leaves the graph. A source moves also while all that comes from it is lost in time-outs. */
+std::uint64_t Runner::MovesOfSinks() const {
+  std::uint64_t moves = 0;
+  for (std::size_t i = 0; i < plan.blocks.size(); ++i) {
+    const BlockPlan& block = plan.blocks[i];
+    if (block.outs.empty() && block.writes == BlockPlan::NO_FIFO) moves += live.Moves(i);
+  }
+  return moves;
+}
+
 std::vector<FIFOState> Runner::StatesOfFifos() const {
   std::vector<FIFOState> fifos;
   for (std::size_t i = 0; i < plan.fifos.size(); ++i) fifos.push_back(live.Fifo(i).State());
@@ -246,7 +257,6 @@ void Runner::Stop(std::size_t route) {
   states[route] = State::STOPPING;
   isCut = true;
   if (result.end == Graph::End::FAILURE) live.Abandon(route);  // its start may have begun only now
-  isCut = true;
   if (auto error = live.Stop(route)) {
     states[route] = State::ENDED;
     Fail(*error);

@@ -58,6 +58,7 @@ class Runner {
   void StopEverything();
   void Fail(const Error& error);
 
+  std::uint64_t MovesOfSinks() const;
   std::vector<FIFOState> StatesOfFifos() const;
   const std::vector<LogLine>& DrainLog();
 

@@ -210,7 +210,7 @@ TEST_F(VornRun, AStopReachesBlocksThatWait) {
   } cases[] = {
       {"moody wait=start ! moody", 1, "vorn-run: -e:1:1: block 'moody_0': nobody came\n"},
       {"moody ! moody wait=start", 1, "vorn-run: -e:1:9: block 'moody_1': nobody came\n"},
-      {"moody wait=frame file=given ! moody file=taken", 0, ""},
+      {"moody wait=frame file=given ! moody file=taken", 3, ""},
       {"moody file=given ! moody wait=frame", 1, "vorn-run: -e:1:20: block 'moody_1': nobody takes it\n"},
   };
   for (const auto& [pipeline, statusOfDuration, says] : cases) {
