@@ -87,7 +87,7 @@ class VORN_API Graph {
     STREAM,     ///< All sources came to their end.
     DURATION,   ///< RunOptions::duration was over before the streams were.
     STOPPED,    ///< Stop() was called.
-    FAILURE,    ///< A route failed or could not be started. What was written until then is finished.
+    FAILURE,    ///< A route failed, could not be started, or was stopped or deleted by somebody else.
     NOT_BUILT,  ///< The graph could not be read, planned or built. Nothing ran.
   };
 
@@ -196,8 +196,10 @@ class VORN_API Graph {
   Result Run() { return Run(RunOptions()); }
 
   /**
-   * Stops the sources of the run; what they gave goes through to the end, then Run() returns. Without a run, the next
-   * ends as soon as it has begun. The first call of a run counts.
+   * Stops the sources of the run, also those that wait; what they gave goes through to the end, then Run() returns. A
+   * sink that can get rid of nothing any more is waited for no longer than its longest pause before, twice over, and
+   * 2 s at most: then it loses the rest, which is a FAILURE. Without a run, the next ends as soon as it has begun. The
+   * first call of a run counts.
    *
    * @param signal which one the program stops it for, to tell in the result; 0: none.
    * Thread: any; also in a signal handler. Does not wait.
