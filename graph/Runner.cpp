@@ -15,6 +15,7 @@ using What = RouteEvent::What;
 
 constexpr auto TICK = 50ms;
 constexpr auto TICK_OF_A_STOP = 20ms;
+constexpr auto MOST_FOR_A_START = 2s;  // beyond the duration: then a block waits for what may never come
 constexpr auto BETWEEN_PROGRESS = 200ms;
 constexpr std::size_t MOST_LINES_A_TICK = 10;
 
@@ -39,7 +40,7 @@ Graph::Result Runner::Run() {
   if (options.onNotice && !Vorn::Instance()->HasConsole()) {
     options.onNotice("no console, so vrdb does not see this run: another process has it");
   }
-  started = Clock::now();
+  started = running = Clock::now();
   BeginStart();
   while (IsAnyActive()) {
     events.WaitUntil(NextLook());
@@ -49,7 +50,7 @@ Graph::Result Runner::Run() {
     }
     for (const RouteEvent& event : events.Take()) Take(event);
     LookForLostRoutes();
-    if (options.duration && Clock::now() >= started + *options.duration) BeginStop(Graph::End::DURATION);
+    if (Clock::now() >= Deadline()) BeginStop(Graph::End::DURATION);
     pace.Look(MovesOfSinks(), Clock::now());
     if (isStopping) InterruptWhatStandsStill();
     if (isStopping) StopRoutesThatCannotEnd();
@@ -73,8 +74,16 @@ bool Runner::WasCut() const {
 
 Runner::Clock::time_point Runner::NextLook() const {
   const auto next = Clock::now() + (isStopping ? Clock::duration(TICK_OF_A_STOP) : TICK);
-  return options.duration && !isStopping ? std::min(next, started + *options.duration) : next;
+  return isStopping ? next : std::min(next, Deadline());
 }
+
+/** The duration counts from when all routes run. */
+Runner::Clock::time_point Runner::Deadline() const {
+  if (!options.duration) return Clock::time_point::max();
+  return IsStarting() ? started + *options.duration + MOST_FOR_A_START : running + *options.duration;
+}
+
+bool Runner::IsStarting() const { return std::ranges::find(states, State::STARTING) != states.end(); }
 
 void Runner::BeginStart() {
   const auto startAll = [this, order = StartOrder()] {
@@ -124,6 +133,7 @@ void Runner::TakeStartResult(const RouteEvent& event) {
   if (states[event.route] != State::STARTING) return;  // it has ended already
   if (event.result >= 0) {
     states[event.route] = State::RUNNING;
+    if (!IsStarting()) running = Clock::now();
     if (result.end == Graph::End::FAILURE) Stop(event.route);
     return;
   }
@@ -292,7 +302,7 @@ void Runner::TellLog() {
   auto lines = std::exchange(warnings, {});
   recent.clear();
   DrainLog();
-  const bool isKept = std::ranges::find(states, State::STARTING) != states.end() && isStopping;
+  const bool isKept = IsStarting() && isStopping;
   const bool tellsErrors = result.end != Graph::End::FAILURE && !isKept;
   const auto& fresh = tellsErrors ? recent : warnings;
   lines.insert(lines.end(), fresh.begin(), fresh.end());

@@ -38,6 +38,8 @@ class Runner {
   bool IsAnyActive() const;
   bool IsActive(std::size_t route) const { return states[route] != State::ENDED; }
   Clock::time_point NextLook() const;
+  Clock::time_point Deadline() const;
+  bool IsStarting() const;
 
   void Take(const RouteEvent& event);
   void TakeStartResult(const RouteEvent& event);
@@ -79,6 +81,7 @@ class Runner {
   std::vector<LogLine> recent;    // since before the last tick
   std::vector<LogLine> warnings;  // not told yet
   Clock::time_point started;
+  Clock::time_point running;  // since when all routes have been
   Clock::time_point told;
   std::atomic<bool> isStopping{false};  // the starter looks at it too
   bool isCut = false;                   // a route was stopped before its end

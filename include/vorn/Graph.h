@@ -120,7 +120,10 @@ class VORN_API Graph {
   };
 
   struct RunOptions {
-    /** The sources are stopped after this time on the clock; what they gave goes through to the end. */
+    /**
+     * The sources are stopped after this time on the clock, from when all routes run; what they gave goes through to
+     * the end. A start that takes two seconds more than that is given up.
+     */
     std::optional<std::chrono::nanoseconds> duration;
     /** 1 to 99: what the thread of every route asks for (SCHED_FIFO). 0: nothing. It runs either way. */
     int realtimePriority = 0;
