@@ -1,10 +1,7 @@
 // Makes a graph from a seed.
 #pragma once
 
-#include <cstdint>
-
-#include "Dice.h"
-#include "Graph.h"
+#include "FifoMaker.h"
 
 namespace randomgraphs {
 
@@ -13,117 +10,82 @@ namespace randomgraphs {
  * routes or FIFOs waits for itself there is prefill enough. Lengths, frame sizes, delays and FIFOs are otherwise as odd
  * as they come.
  */
-class GraphMaker {
+class GraphMaker : FifoMaker {
  public:
   /** @param variant another one is the same graph with other frames, and must give the same samples. */
-  GraphMaker(std::uint64_t seed, unsigned variant);
+  GraphMaker(std::uint64_t seed, unsigned variant) : FifoMaker(seed, variant) {}
 
-  Graph Make();
+  Graph Make() {
+    graph.frame = FrameSize(pace);
+    baseRate = dice.Pick(RATES);
+    baseFormat = AnyFormat(dice);
+    islands.resize(dice.Chance(55) ? 1 : 1 + dice.Below(MOST_ROUTES));
+    for (std::size_t i = 0; i < islands.size(); ++i) islands[i] = i;
+    mayLoop = dice.Chance(45);
+    ChooseEnding();
+    AddSources();
+    const std::size_t steps = dice.Below(graph.ending == Ending::BY_ITSELF ? 12 : 6);
+    for (std::size_t i = 0; i < steps && graph.nodes.size() < MOST_NODES; ++i) Grow();
+    Close();
+    Shuffle();
+    return graph;
+  }
 
  private:
-  static constexpr long MOST_FRAME = 2048;
+  static constexpr std::size_t MOST_NODES = 45;
+  static constexpr std::size_t MOST_ROUTES = 4;
 
-  /** A size that is another one in every variant; two of one number are always alike. */
-  struct Frame {
-    long samples = 0;
-    unsigned number = 0;   ///< 0: the default of the file
-    bool isSmall = true;   ///< not above MOST_FRAME
-    bool isFixed = false;  ///< but for these, which are always alike
-  };
-  /** An output that leads nowhere yet. */
-  struct End {
-    std::size_t node = 0;
-    std::size_t port = 0;
-    std::size_t route = 0;
-    unsigned rate = 48000;
-    vorn::SampleFormat format = vorn::SampleFormat::S16_LE;
-    unsigned channels = 1;
-    Frame frame = {};
-  };
-  using Ends = std::vector<End>;
+  void ChooseEnding() {
+    if (!dice.Chance(6)) return;
+    graph.ending = dice.Chance(50) ? Ending::DURATION : Ending::SIGNAL;
+    graph.endMicros = graph.ending == Ending::DURATION ? 1000 * dice.Between(2, 30) : dice.Between(0, 5000);
+  }
 
-  void ChooseEnding();
-  void AddSources();
-  void Grow();
-  void Close();
-  void Shuffle();
+  void AddSources() {
+    const std::size_t sources = 1 + dice.Below(3);
+    for (std::size_t i = 0; i < sources; ++i) Keep(Source(0, NewFrame()));
+    for (std::size_t route = 1; route < islands.size(); ++route) {
+      if (dice.Chance(40)) Keep(Source(route, NewFrame()));
+    }
+  }
 
-  static long FrameSize(Dice& from);
-  Frame NewFrame() { return {FrameSize(pace), ++frames}; }
-  Frame BigFrame();
-  /** The same in all variants. */
-  Frame FixedFrame() { return {FrameSize(dice), ++frames, true, true}; }
+  void Grow() {
+    const std::size_t turn = dice.Below(100);
+    if (turn < 28) return Keep(Change(TakeEnd()));
+    if (turn < 38) return Keep(Tee(TakeEnd(), 2 + dice.Below(2)));
+    if (turn < 56) return Keep(Join(TakeSome(4)));
+    if (turn < 60) return Keep(Split(TakeEnd()));
+    if (turn < 70) return Keep(Diamond(TakeEnd()));
+    if (turn < 80) return CrossSomewhere();
+    if (turn < 86) return JoinThroughFifos();
+    if (turn < 90) return Keep(Source(dice.Below(islands.size()), NewFrame()));
+    if (!mayLoop) return Keep(Change(TakeEnd()));
+    if (turn < 95) return SendAndReturn();
+    if (turn < 98) return FeedBack();
+    Postpone();
+  }
 
-  /** @return its output 0, like `end` but for the block. */
-  End Add(Node node, const End& end);
-  /** Behind `end`. */
-  End Append(Work work, const char* block, const std::string& args, const End& end);
-  void AddSink(const End& end);
-  void Keep(const End& end) { ends.push_back(end); }
-  void Keep(const Ends& more) { ends.insert(ends.end(), more.begin(), more.end()); }
-  End TakeEnd();
-  /** Ends of one route. */
-  Ends TakeSome(std::size_t most);
+  /** Sinks for all ends; some share a null. */
+  void Close() {
+    while (!ends.empty()) {
+      if (!dice.Chance(12)) {
+        AddSink(TakeEnd());
+        continue;
+      }
+      const Ends some = TakeSome(3);
+      Node node{Work::NULL_SINK, "null"};
+      for (const End& end : some) node.in.push_back({end.node, end.port});
+      Add(node, some[0]);
+    }
+  }
 
-  // Sources
-  End Source(std::size_t route, Frame frame);
-  End File(End end, long samples, const std::string& frameText);
-  End Noise(const End& end, long samples, const std::string& frameText);
-  long Length();
+  /** Blocks run in the order in which they are made, where nothing else says it. */
+  void Shuffle() {
+    for (std::size_t i = 0; i < graph.nodes.size(); ++i) graph.order.push_back(i);
+    for (std::size_t i = graph.order.size(); i > 1; --i) std::swap(graph.order[i - 1], graph.order[pace.Below(i)]);
+  }
 
-  // Blocks that stand alone
-  End Change(const End& end);
-  End ChangeInStep(const End& end);
-  Ends Tee(const End& end, std::size_t outputs);
-  End Delay(const End& end, long samples);
-  End Reframe(const End& end, Frame frame);
-  End Convert(End end, vorn::SampleFormat format);
-  End Resample(End end, unsigned rate);
-  /** @param outputs the channels of each. */
-  Ends Remap(const Ends& ins, const std::vector<unsigned>& outputs);
-
-  // Blocks that go together
-  End Like(End end, const End& model, bool withChannels);
-  End Mix(const Ends& ins);
-  Ends Join(Ends ins);
-  Ends Split(const End& end);
-  End Diamond(const End& end);
-  End Leg(End end, const End& model);
-
-  // FIFOs
-  struct Crossing {
-    std::size_t route = 0;  ///< that reads
-    long prefill = 0;
-    Frame frame = {};  ///< that is read
-    long capacity = 0;
-    bool closesLoop = false;
-  };
-  /** @return the FIFO that `end` fills. */
-  End Send(const End& end, const Crossing& crossing);
-  End Cross(const End& end, const Crossing& crossing);
-  Crossing NewCrossing(const End& end, std::size_t route);
-  void CrossSomewhere();
-  void JoinThroughFifos();
-  void SendAndReturn();
-  void FeedBack();
-  void Postpone();
-  End TightSource();
-  long Prefill(bool isTight, const Frame& frame);
-
-  // Routes that FIFOs join, directly or not, are one island: to join them once more could make them wait for each
-  // other.
-  std::vector<std::size_t> RoutesApartFrom(std::size_t route) const;
-  void Unite(std::size_t route, std::size_t other);
-
-  Dice dice;  // what the graph is
-  Dice pace;  // in which frames it runs
-  Graph graph;
   bool mayLoop = false;
-  unsigned baseRate = 48000;
-  vorn::SampleFormat baseFormat = vorn::SampleFormat::S16_LE;
-  std::vector<std::size_t> islands;  // by route
-  Ends ends;
-  unsigned frames = 0;
 };
 
 }  // namespace randomgraphs

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <csignal>
 #include <cstdint>
 #include <cstring>
 #include <map>
@@ -11,8 +10,6 @@
 #include "testkit/Process.h"
 
 namespace {
-
-using testkit::Ended, testkit::Interruption;
 
 /** Mono, 16 bits. */
 using Samples = std::vector<std::int16_t>;
@@ -170,22 +167,14 @@ const HandMade TABLE[] = {
 
 class HandMadeTest : public testing::TestWithParam<HandMade> {
  protected:
-  std::string File(const std::string& name) const { return folder / (name + ".raw"); }
   void Put(const std::string& name, const Samples& samples) const {
-    testkit::Write(File(name), {reinterpret_cast<const char*>(samples.data()), 2 * samples.size()});
+    testkit::Write(folder / (name + ".raw"), {reinterpret_cast<const char*>(samples.data()), 2 * samples.size()});
   }
   Samples Get(const std::string& name) const {
-    const std::string bytes = testkit::Contents(File(name));
+    const std::string bytes = testkit::Contents(folder / (name + ".raw"));
     Samples samples(bytes.size() / 2);
     if (!samples.empty()) std::memcpy(samples.data(), bytes.data(), 2 * samples.size());
     return samples;
-  }
-
-  Ended Run(const std::string& graph, std::vector<std::string> options = {},
-            const std::optional<Interruption>& interruption = {}) const {
-    testkit::Write(folder / "graph.dot", "digraph { channels=1 " + graph + " }\n");
-    options.insert(options.begin(), {VORN_RUN, "-q", "graph.dot"});
-    return RunIn(folder / "", options, interruption);
   }
 
   const testkit::Folder folder;
@@ -193,9 +182,9 @@ class HandMadeTest : public testing::TestWithParam<HandMade> {
 
 TEST_P(HandMadeTest, GivesEverySampleOrSaysWhyNot) {
   const HandMade& made = GetParam();
-  SCOPED_TRACE(made.graph);
   for (const auto& [name, samples] : made.plays) Put(name, Ramp(samples));
-  const Ended ended = Run(made.graph);
+  testkit::Write(folder / "graph.dot", "digraph { channels=1 " + made.graph + " }\n");
+  const testkit::Ended ended = testkit::RunIn(folder / "", {VORN_RUN, "-q", "graph.dot"});
   EXPECT_EQ(ended.status, made.status) << ended.err;
   EXPECT_EQ(ended.err.empty(), made.says.empty()) << ended.err;
   for (const std::string& part : made.says) EXPECT_NE(ended.err.find(part), std::string::npos) << ended.err;
@@ -209,30 +198,5 @@ TEST_P(HandMadeTest, GivesEverySampleOrSaysWhyNot) {
 }
 
 INSTANTIATE_TEST_SUITE_P(All, HandMadeTest, testing::ValuesIn(TABLE), [](const auto& made) { return made.param.name; });
-
-/** A run that is stopped while its source plays on and on. What the source gave goes through to the end. */
-class StoppedTest : public HandMadeTest {
- protected:
-  void ExpectWhole(const std::vector<std::string>& options, const std::optional<Interruption>& interruption,
-                   int status) const {
-    Put("a", Ramp(30000));
-    const Ended ended = Run(
-        Plays("a", 48000, "loop=true") + Writes("tap") + Writes("late") + Writes("framed") + Writes("resampled") +
-            "t [block=tee] d [block=delay, samples=24000] r [block=reframe, args=1000] s [block=resample, args=44100] "
-            "a -> t -> tap t -> d -> late t -> r -> framed t -> s -> resampled",
-        options, interruption);
-    EXPECT_EQ(ended.status, status) << ended.err;
-    const Samples played = Get("tap");
-    EXPECT_EQ(Get("late"), Late(24000, played));
-    EXPECT_EQ(Get("framed"), played);
-    EXPECT_EQ(Get("resampled").size(), (played.size() * 441 + 240) / 480);
-  }
-};
-
-TEST_F(StoppedTest, ByADurationGivesWhatBlocksHold) { ExpectWhole({"--duration", "30ms"}, {}, 3); }
-TEST_F(StoppedTest, ByASignalGivesWhatBlocksHold) {
-  ExpectWhole({"--set", "tap.inplace=true"},
-              Interruption{File("tap"), testkit::Signals({SIGTERM}), std::chrono::milliseconds(1)}, -SIGTERM);
-}
 
 }  // namespace

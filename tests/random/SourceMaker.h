@@ -1,0 +1,164 @@
+// Makes a graph from a seed: where streams begin and end.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+
+#include <vorn/Plugin.h>
+
+#include "Dice.h"
+#include "Graph.h"
+#include "testkit/Samples.h"
+
+namespace randomgraphs {
+
+const std::vector<unsigned> RATES = {8000, 16000, 44100, 48000};
+
+inline vorn::SampleFormat AnyFormat(Dice& dice) {
+  return dice.Chance(50) ? vorn::SampleFormat::S16_LE : testkit::FORMATS[dice.Below(std::size(testkit::FORMATS))];
+}
+
+class SourceMaker {
+ protected:
+  static constexpr long MOST_FRAME = 2048;
+
+  /** A size that is another one in every variant; two of one number are always alike. */
+  struct Frame {
+    long samples = 0;
+    unsigned number = 0;   ///< 0: the default of the file
+    bool isSmall = true;   ///< not above MOST_FRAME
+    bool isFixed = false;  ///< but for these, which are always alike
+  };
+  /** An output that leads nowhere yet. */
+  struct End {
+    std::size_t node = 0;
+    std::size_t port = 0;
+    std::size_t route = 0;
+    unsigned rate = 48000;
+    vorn::SampleFormat format = vorn::SampleFormat::S16_LE;
+    unsigned channels = 1;
+    Frame frame = {};
+  };
+  using Ends = std::vector<End>;
+
+  SourceMaker(std::uint64_t seed, unsigned variant) : dice(seed), pace(seed * 1000003 + variant) {}
+
+  static long FrameSize(Dice& from) {
+    static const std::vector<long> USUAL = {80, 100, 160, 441, 480, 481, 512, 960, 1000};
+    if (from.Chance(2)) return 1;
+    return from.Chance(60) ? from.Pick(USUAL) : from.Between(7, MOST_FRAME);
+  }
+  Frame NewFrame() { return {FrameSize(pace), ++frames}; }
+  /** The same in all variants. */
+  Frame FixedFrame() { return {FrameSize(dice), ++frames, true, true}; }
+  Frame BigFrame() {
+    static const std::vector<long> USUAL = {4800, 9000, 9600, 24000};
+    return {pace.Chance(50) ? pace.Pick(USUAL) : pace.Between(2000, 30000), ++frames, false};
+  }
+
+  /** @return its output 0, like `end` but for the block. */
+  End Add(Node node, const End& end) {
+    node.route = end.route;
+    node.format = end.format;
+    node.channels = end.channels;
+    graph.nodes.push_back(std::move(node));
+    End added = end;
+    added.node = graph.nodes.size() - 1;
+    added.port = 0;
+    return added;
+  }
+
+  /** Behind `end`. */
+  End Append(Work work, const char* block, const std::string& args, const End& end) {
+    Node node{work, block, args};
+    node.in = {{end.node, end.port}};
+    return Add(std::move(node), end);
+  }
+
+  void AddSink(const End& end) { Append(Work::FILE_SINK, "filesink", FileOf(graph.nodes.size()), end); }
+
+  End TakeEnd() {
+    if (ends.empty()) return Source(0, NewFrame());
+    const std::size_t at = dice.Below(ends.size());
+    const End end = ends[at];
+    ends.erase(ends.begin() + static_cast<std::ptrdiff_t>(at));
+    return end;
+  }
+
+  /** Ends of one route. */
+  Ends TakeSome(std::size_t most) {
+    Ends some{TakeEnd()};
+    const std::size_t wanted = 2 + dice.Below(most - 1);
+    for (std::size_t i = ends.size(); i-- > 0 && some.size() < wanted;) {
+      if (ends[i].route != some[0].route) continue;
+      some.push_back(ends[i]);
+      ends.erase(ends.begin() + static_cast<std::ptrdiff_t>(i));
+    }
+    return some;
+  }
+
+  long Length() {
+    static const std::vector<long> ODD = {0, 1, 479, 480, 481, 44101};
+    return dice.Chance(50) ? dice.Pick(ODD) : dice.Between(2, dice.Chance(50) ? 2000 : 60000);
+  }
+
+  End Source(std::size_t route, Frame frame) {
+    End end;
+    end.route = route;
+    end.rate = dice.Chance(80) ? baseRate : dice.Pick(RATES);
+    end.format = dice.Chance(75) ? baseFormat : AnyFormat(dice);
+    end.channels = dice.Chance(70) ? 1 : 2;
+    end.frame = frame.isFixed || dice.Chance(70) ? frame : Frame{graph.frame};
+    const std::string frameText = end.frame.number != 0 ? " frame=" + std::to_string(end.frame.samples) : "";
+    const long samples = Length();
+    if (graph.ending == Ending::BY_ITSELF && dice.Chance(15)) return Noise(end, samples, frameText);
+    return File(end, samples, frameText);
+  }
+
+  /** Where a run is stopped, how far a source came is seen in a file beside. */
+  End File(End end, long samples, const std::string& frameText) {
+    const bool isStopped = graph.ending != Ending::BY_ITSELF;
+    Node node{Work::FILE, "filesource"};
+    node.endless = isStopped && (graph.nodes.empty() || dice.Chance(80));
+    node.amount = node.endless ? 44101 : samples;
+    node.args = FileOf(graph.nodes.size()) + " format=" + vorn::FormatName(end.format) +
+                " rate=" + std::to_string(end.rate) + " channels=" + std::to_string(end.channels) + frameText +
+                (node.endless ? " loop=true" : "");
+    end = Add(std::move(node), end);
+    if (!isStopped) return end;
+    const Ends both = Tee(end, 2);
+    graph.nodes[end.node].tap = graph.nodes.size();
+    AddSink(both[1]);
+    return both[0];
+  }
+
+  End Noise(const End& end, long samples, const std::string& frameText) {
+    Node node{Work::NOISE, "tone"};
+    node.amount = samples;
+    node.seed = 1 + static_cast<unsigned>(dice.Below(2));
+    node.args = "white samples=" + std::to_string(samples) + " seed=" + std::to_string(node.seed) +
+                " format=" + vorn::FormatName(end.format) + " rate=" + std::to_string(end.rate) +
+                " channels=" + std::to_string(end.channels) + frameText;
+    return Add(std::move(node), end);
+  }
+
+  Ends Tee(const End& end, std::size_t outputs) {
+    Ends all(outputs, Append(Work::SAME, "tee", "", end));
+    for (std::size_t i = 0; i < outputs; ++i) all[i].port = i;
+    return all;
+  }
+
+  void Keep(const End& end) { ends.push_back(end); }
+  void Keep(const Ends& more) { ends.insert(ends.end(), more.begin(), more.end()); }
+
+  Dice dice;  // what the graph is
+  Dice pace;  // in which frames it runs
+  Graph graph;
+  unsigned baseRate = 48000;
+  vorn::SampleFormat baseFormat = vorn::SampleFormat::S16_LE;
+  Ends ends;
+  unsigned frames = 0;
+};
+
+}  // namespace randomgraphs
