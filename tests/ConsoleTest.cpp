@@ -332,24 +332,26 @@ TEST_F(ConsoleTest, ServesItsOwnUserAlone) {
   EXPECT_EQ(ConsoleClient().Ask("foo"), "Unknown command 'foo'\n");
 }
 
+// What clients do before one side leaves, and what the console logs where they do.
+const std::pair<std::function<void(ConsoleClient&)>, const char*> MANNERS[] = {
+    {[](auto&) {}, "D Read from vrdb finished"},
+    {[](auto& leaving) { leaving.Send("stat"); }, "D Received command 'stat'"},
+    {[](auto& leaving) { leaving.Send("foo"), leaving.AwaitReply(); }, "E Read from vrdb failed -1"},
+    {[](auto& leaving) { leaving.Send("getparam RouteA probe_x_0 0"), leaving.AwaitReply(); },
+     "D Waiting for vrdb ..."},
+    {[](auto& leaving) {
+       gate.Shut();
+       leaving.Send("setparam RouteA probe_x_0 0");
+       Log::WaitFor("at the gate");
+     },
+     "D Write to vrdb failed -1"},
+};
+
 TEST_F(ConsoleTest, SurvivesClientsThatLeave) {
   Add<Knob>(*vorn.NewRoute("RouteA", nullptr), ALONE, "x");
   EXPECT_EQ(client.Ask("getparam RouteA probe_x_0 0").size(), MORE_THAN_A_SOCKET_HOLDS + 1) << "came whole";
   client.Leave();
-  const std::pair<std::function<void(ConsoleClient&)>, const char*> CASES[] = {
-      {[](auto&) {}, "D Read from vrdb finished"},
-      {[](auto& leaving) { leaving.Send("stat"); }, "D Received command 'stat'"},
-      {[](auto& leaving) { leaving.Send("foo"), leaving.AwaitReply(); }, "E Read from vrdb failed -1"},
-      {[](auto& leaving) { leaving.Send("getparam RouteA probe_x_0 0"), leaving.AwaitReply(); },
-       "D Waiting for vrdb ..."},
-      {[](auto& leaving) {
-         gate.Shut();
-         leaving.Send("setparam RouteA probe_x_0 0");
-         Log::WaitFor("at the gate");
-       },
-       "D Write to vrdb failed -1"},
-  };
-  for (const auto& [use, log] : CASES) {
+  for (const auto& [use, log] : MANNERS) {
     Log::Keep("ED");
     {
       ConsoleClient leaving;
@@ -385,17 +387,7 @@ TEST(ConsoleEnd, LogTellsWhatHappened) {
 }
 
 TEST(ConsoleEnd, EndsWhateverItsClientsDo) {
-  const std::function<void(ConsoleClient&)> CASES[] = {
-      [](auto&) {},
-      [](auto& client) { client.Ask("foo"); },
-      [](auto& client) { client.Send("getparam RouteA probe_x_0 0"), client.AwaitReply(); },
-      [](auto& client) {
-        gate.Shut();
-        client.Send("setparam RouteA probe_x_0 0");
-        Log::WaitFor("at the gate");
-      },
-  };
-  for (const auto& use : CASES) {
+  for (const auto& [use, log] : MANNERS) {
     Log::Keep("D");
     auto vorn = std::make_unique<VornImpl>("/nowhere");
     Add<Knob>(*vorn->NewRoute("RouteA", nullptr), ALONE, "x");
@@ -404,7 +396,7 @@ TEST(ConsoleEnd, EndsWhateverItsClientsDo) {
     ConsoleClient waiting;
     waiting.Send("foo");
     const auto end = std::async(std::launch::async, [&] { vorn.reset(); });
-    EXPECT_TRUE(client.Reply().ends_with("(end)"));
+    EXPECT_TRUE(WaitUntil([&] { return client.Reply().ends_with("(end)"); }));
     gate.Open();
     EXPECT_EQ(waiting.Reply(), "(end)");
     end.wait();

@@ -24,6 +24,8 @@ using Formula = Levels (*)(const std::vector<Levels>& in);
 
 Levels Same(const std::vector<Levels>& in) { return in[0]; }
 
+Levels Twice(const std::vector<Levels>& in) { return Together({in[0], in[0]}); }
+
 Levels Late(const std::vector<Levels>& in) {
   Levels late(2 * 77);
   late.insert(late.end(), in[0].begin(), in[0].end());
@@ -66,13 +68,7 @@ const Case CASES[] = {
     {"remap", {"1:1,0:0/1:0,0:1"}, 2, 2},
     {"remap", {"0:0+1:1,0:1*-6dB/-0:0,_"}, 2, 2},
     {"resample", {}, 1, 1, nullptr, {44100, {}, 2, 441}, 920},
-    {"tee",
-     {},
-     1,
-     2,
-     [](const std::vector<Levels>& in) {
-       return Together({in[0], in[0]});
-     }},
+    {"tee", {}, 1, 2, Twice},
     {"tone", {"sine", "997", "-1", "samples=1001"}, 0},
     {"tone", {"white", "level=-3", "samples=1001"}, 0},
     {"voice", {}, 2},
@@ -111,8 +107,7 @@ Levels Output(Case c, SampleFormat format, const std::vector<Levels>& signals) {
 class Formats : public testing::TestWithParam<Case> {};
 INSTANTIATE_TEST_SUITE_P(, Formats, testing::ValuesIn(CASES));
 
-// Red if a format is decoded or encoded wrongly, if a sum wraps in place of stopping at full scale, if a format leaves
-// a block with less precision than it has, or if a sample is lost or changes its channel.
+// Red if a format is read or written wrongly or less precisely than it is, a sum wraps, or a sample is lost or moved.
 TEST_P(Formats, SoundAlike) {
   const vorn::BlockInfo* info = testkit::InfoOf(GetParam().block);
   if (info == nullptr) GTEST_SKIP();

@@ -67,8 +67,7 @@ class Jack : public testing::Test {
   pid_t server = 0;
 };
 
-// A ramp goes out on one client and comes back on another, joined by the server. Red if a sample is lost, doubled or
-// scaled on the way, or if the two channels change places.
+// Red if a sample is lost, doubled or scaled between two clients, or if the channels change places.
 TEST_F(Jack, CarriesEverySampleFromSinkToSource) {
   constexpr long COUNT = 12000;
   const StreamSpec stereo{.channels = 2, .frame = 480};

@@ -38,8 +38,7 @@ class LevelTest : public testing::Test {
   std::vector<float> x;  // played
 };
 
-// Red if a sample is missed or changed, a window has a wrong length, or a figure that is said to be of the whole is
-// not.
+// Red if a sample is missed or changed, a window has a wrong length, or a figure of the whole is not.
 TEST_F(LevelTest, MeasuresTheWholeAndTheLastMoment) {
   Play({{-10, 1}, {-20, 1}}, {"oversample=yes"}, true);
   EXPECT_EQ(Graph::RecordedFloats(sink), x);

@@ -37,8 +37,7 @@ Samples Interleaved(const Channels& channels) {
   return x;
 }
 
-// What comes out later, when `heard` comes into its audio inputs all at once, after silence. Controls that are not
-// given have their defaults.
+// What comes out later, when `heard` comes in after silence. Controls that are not given have their defaults.
 Samples ByHand(const std::string& name, Controls controls, const Channels& heard, std::size_t later = 0) {
   LilvWorld* world = lilv_world_new();
   lilv_world_load_all(world);

@@ -97,8 +97,7 @@ TEST_F(VoiceTest, KeepsEverySampleInItsPlace) {
   }
 }
 
-// Red if the reference does not reach the canceller, or reaches it at the wrong time; if a delay that is told does not
-// arrive there, or if the voice goes with the echo.
+// Red if the reference or a delay that is told does not reach the canceller in time, or the voice goes with the echo.
 TEST_F(VoiceTest, CancelsTheEchoOfARecordingAndLeavesTheVoice) {
   const Samples speech = Recording();
   Samples far = speech;  // twice, to learn the room the first time; then the near end speaks

@@ -12,63 +12,40 @@ using vorn::Block, vorn::FIFO, vorn::FIFOState, vorn::FrameBuffer, vorn::Route, 
 using Action = Route::Action;
 using Slots = std::vector<std::size_t>;
 
-// Red if a field is added, moved or resized.
-#define FIELD(type, field, offset) static_assert(offsetof(type, field) == (offset), #type "::" #field " moved")
-
-FIELD(FrameBuffer, data, 0);
-FIELD(FrameBuffer, format, 8);
-FIELD(FrameBuffer, channels, 12);
-FIELD(FrameBuffer, samplesPerFrame, 16);
-FIELD(FrameBuffer, samples, 24);
-FIELD(FrameBuffer, rate, 32);
-FIELD(FrameBuffer, timestamp, 40);
-static_assert(sizeof(FrameBuffer) == 48);
-
-FIELD(Action, type, 0);
-FIELD(Action, newBlock.soFileName, 8);
-FIELD(Action, newBlock.first, 16);
-FIELD(Action, newBlock.last, 17);
-FIELD(Action, newBlock.args, 24);
-FIELD(Action, newBlock.block, 32);
-FIELD(Action, newLink.rate, 8);
-FIELD(Action, newLink.format, 12);
-FIELD(Action, newLink.channels, 16);
-FIELD(Action, newLink.samplesPerFrame, 24);
-FIELD(Action, newLink.source, 32);
-FIELD(Action, newLink.sourceBlkOutEpIdx, 40);
-FIELD(Action, newLink.sink, 48);
-FIELD(Action, newLink.sinkBlkInEpIdx, 56);
-FIELD(Action, newLink.link, 64);
-FIELD(Action, start.ret, 8);
-FIELD(Action, setParameter.block, 8);
-FIELD(Action, setParameter.paramId, 16);
-FIELD(Action, setParameter.params, 24);
-FIELD(Action, setParameter.ret, 32);
-FIELD(Action, getParameter.ret, 32);
-FIELD(Action, reset.ret, 16);
-FIELD(Action, stop.ret, 8);
-FIELD(Action, del.ret, 16);
-FIELD(Action, deleteAll.ret, 8);
-FIELD(Action, setDump.path, 8);
-static_assert(sizeof(Action) == 72);
-
-FIELD(FIFOState, count, 0);
-FIELD(FIFOState, capacity, 8);
-FIELD(FIFOState, readerSleeps, 16);
-FIELD(FIFOState, writerSleeps, 17);
-FIELD(FIFOState, writingEnded, 18);
-FIELD(FIFOState, readingEnded, 19);
-FIELD(FIFOState, moves, 24);
-static_assert(sizeof(FIFOState) == 32);
-
 #pragma GCC diagnostic ignored "-Winvalid-offsetof"
-FIELD(vorn::DataProducer, enabled, 8);
-FIELD(vorn::DataProducer, reader, 16);
-FIELD(vorn::DataConsumer, enabled, 8);
-FIELD(vorn::DataConsumer, writer, 16);
-FIELD(FIFO, reader, 16);
-FIELD(FIFO, writer, 24 + 16);
-FIELD(FIFO, name, 24 + 24);
+
+// Red if a field is added, moved or resized.
+TEST(BinaryInterface, KeepsTheLayoutOfWhatIsShared) {
+#define AT(field) offsetof(FrameBuffer, field)
+  EXPECT_EQ((Slots{AT(data), AT(format), AT(channels), AT(samplesPerFrame), AT(samples), AT(rate), AT(timestamp),
+                   sizeof(FrameBuffer)}),
+            (Slots{0, 8, 12, 16, 24, 32, 40, 48}));
+#undef AT
+#define AT(field) offsetof(Action, field)
+  EXPECT_EQ((Slots{AT(type), AT(newBlock.soFileName), AT(newBlock.first), AT(newBlock.last), AT(newBlock.args),
+                   AT(newBlock.block)}),
+            (Slots{0, 8, 16, 17, 24, 32}));
+  EXPECT_EQ((Slots{AT(newLink.rate), AT(newLink.format), AT(newLink.channels), AT(newLink.samplesPerFrame),
+                   AT(newLink.source), AT(newLink.sourceBlkOutEpIdx), AT(newLink.sink), AT(newLink.sinkBlkInEpIdx),
+                   AT(newLink.link)}),
+            (Slots{8, 12, 16, 24, 32, 40, 48, 56, 64}));
+  EXPECT_EQ((Slots{AT(setParameter.block), AT(setParameter.paramId), AT(setParameter.params), AT(setParameter.ret),
+                   AT(getParameter.ret)}),
+            (Slots{8, 16, 24, 32, 32}));
+  EXPECT_EQ((Slots{AT(start.ret), AT(stop.ret), AT(deleteAll.ret), AT(reset.ret), AT(del.ret), AT(setDump.path),
+                   sizeof(Action)}),
+            (Slots{8, 8, 8, 16, 16, 8, 72}));
+#undef AT
+#define AT(field) offsetof(FIFOState, field)
+  EXPECT_EQ((Slots{AT(count), AT(capacity), AT(readerSleeps), AT(writerSleeps), AT(writingEnded), AT(readingEnded),
+                   AT(moves), sizeof(FIFOState)}),
+            (Slots{0, 8, 16, 17, 18, 19, 24, 32}));
+#undef AT
+  EXPECT_EQ((Slots{offsetof(vorn::DataProducer, enabled), offsetof(vorn::DataProducer, reader),
+                   offsetof(vorn::DataConsumer, enabled), offsetof(vorn::DataConsumer, writer), offsetof(FIFO, reader),
+                   offsetof(FIFO, writer), offsetof(FIFO, name)}),
+            (Slots{8, 16, 8, 16, 16, 40, 48}));
+}
 
 // A pointer to a virtual operation holds its offset in the table; a destructor takes two slots of its class.
 template <typename Operation>

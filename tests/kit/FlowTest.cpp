@@ -134,8 +134,7 @@ class Bench final : public vorn::FlowOwner {
   std::array<vorn::FrameBuffer, 2> out;
 };
 
-// Red if a join goes on before all its inputs have arrived, if what came early is lost, or if an input that is ahead,
-// and that one alone, is not told to wait.
+// Red if a join goes on before all inputs arrived, loses what came early, or does not make the one ahead wait, alone.
 TEST(Flow, JoinWaitsForAllInputsAndLinesThemUp) {
   Bench join(2, 1);
   EXPECT_EQ(join.Cycle("1234"), "?");
@@ -187,8 +186,7 @@ TEST(Flow, ABlockThatBuffersDrainsBeforeItEnds) {
   EXPECT_EQ(block.Cycle("."), ".");
 }
 
-// Red if a source ends its route while another runs, while a block holds something, or before all have heard of its
-// end.
+// Red if a source ends its route while another runs, a block holds something, or some have not heard of its end.
 TEST(Flow, TheRouteIsOverWhenAllSourcesEndedAndNothingIsHeld) {
   Bench source(0, 1);
   ++source.board.drivers;

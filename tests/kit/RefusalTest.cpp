@@ -83,8 +83,7 @@ class Refusals : public testing::Test {
   }();
 };
 
-// Red if a refusal is lost, is another one than the log tells, has not its own time, or stays after a link or a start
-// that succeeded.
+// Red if a refusal is lost, is not what the log tells, has not its own time, or stays after a link or start succeeded.
 TEST_F(Refusals, AreKeptUntilTheNextLinkOrStart) {
   EXPECT_EQ(Last(), Texts());
   EXPECT_EQ(Link(48000, 3), -20);

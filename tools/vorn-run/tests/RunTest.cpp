@@ -96,10 +96,8 @@ TEST_F(VornRun, SaysInOneLineWhatIsWrong) {
   }
 }
 
-// Red if the reason is another line of the log, or of a block that refused to stop, in spite of which the route went
-// on.
+// Red if the reason is another line of the log, or of a block that refused to stop while the route went on.
 TEST_F(VornRun, TheBlockThatEndsTheRouteIsTheReason) {
-  // A route whose block does not stop runs on, until that block ends it.
   for (const auto& [pipeline, block] : {std::pair{"moody fail=30 ! moody spoil=yes", "-e:1:17: block 'moody_1'"},
                                         std::pair{"moody spoil=yes ! moody fail=30", "-e:1:1: block 'moody_0'"}}) {
     for (const char* level : {"0", "3"}) {
