@@ -36,6 +36,15 @@ class VornRun : public testing::Test {
     return RunIn(".", args, interruption);
   }
 
+  /** @param says a part of standard error. */
+  static Ended Expect(int status, const std::string& says, const std::vector<std::string>& args,
+                      const std::optional<testkit::Interruption>& interruption = {}) {
+    Ended ended = Run(args, interruption);
+    EXPECT_EQ(ended.status, status) << ended.err;
+    EXPECT_NE(ended.err.find(says), ended.err.npos) << ended.err << "instead of\n" << says;
+    return ended;
+  }
+
   /** The file holds 0, 1, 2 ... and its end. @return how many; -1 for anything else. */
   static long SamplesIn(const fs::path& path) {
     const std::string bytes = Contents(path);
@@ -89,9 +98,7 @@ TEST_F(VornRun, SaysInOneLineWhatIsWrong) {
       {{"-e", "moody 1 ! moody", "--dump", "f.dot/x"}, 2, "--dump: 'f.dot/x' cannot be made: Not a directory"},
   };
   for (const auto& [args, status, line] : cases) {
-    const Ended ended = Run(args);
-    EXPECT_EQ(ended.status, status) << line;
-    EXPECT_TRUE(ended.err.starts_with(std::string("vorn-run: ") + line)) << ended.err << "instead of\n" << line;
+    const Ended ended = Expect(status, std::string("vorn-run: ") + line, args);
     EXPECT_EQ(std::ranges::count(ended.err, '\n'), 1) << ended.err;
   }
 }
@@ -101,32 +108,26 @@ TEST_F(VornRun, TheBlockThatEndsTheRouteIsTheReason) {
   for (const auto& [pipeline, block] : {std::pair{"moody fail=30 ! moody spoil=yes", "-e:1:17: block 'moody_1'"},
                                         std::pair{"moody spoil=yes ! moody fail=30", "-e:1:1: block 'moody_0'"}}) {
     for (const char* level : {"0", "3"}) {
-      const Ended ended = Run({"--log-level", level, "-e", pipeline});
-      EXPECT_EQ(ended.status, 1);
-      EXPECT_NE(ended.err.find("vorn-run: " + std::string(block) + ": spoilt\n"), ended.err.npos) << ended.err;
+      Expect(1, "vorn-run: " + std::string(block) + ": spoilt\n", {"--log-level", level, "-e", pipeline});
     }
   }
-  const Ended ended = Run({"--duration", "20ms", "-e", "moody ! moody spoil=yes"});
-  EXPECT_EQ(ended.status, 1);
-  EXPECT_TRUE(ended.err.starts_with("vorn-run: -e:1:9: block 'moody_1': spoilt\n")) << ended.err;
+  Expect(1, "vorn-run: -e:1:9: block 'moody_1': spoilt\n", {"--duration", "20ms", "-e", "moody ! moody spoil=yes"});
 }
 
 // Red if a route that cannot be stopped starts its other blocks again, and their files with them.
 TEST_F(VornRun, ABlockThatCannotStopLeavesTheFilesOfOthersAlone) {
   Write("g.dot", "digraph { node [block=moody] a -> b c -> d b [file=b] d [file=d] }");
   for (const auto& [spoilt, whole] : {std::pair{"b", "d"}, std::pair{"d", "b"}}) {
-    const Ended ended = Run({"g.dot", "--duration", "30ms", "--set", std::string(spoilt) + ".spoil=yes"});
-    EXPECT_EQ(ended.status, 1);
-    EXPECT_NE(ended.err.find("block '" + std::string(spoilt) + "': spoilt\n"), ended.err.npos) << ended.err;
+    Expect(1, "block '" + std::string(spoilt) + "': spoilt\n",
+           {"g.dot", "--duration", "30ms", "--set", std::string(spoilt) + ".spoil=yes"});
     EXPECT_GT(SamplesIn(whole), 0);
   }
 }
 
 TEST_F(VornRun, ARouteThatFailsStopsTheOthersWithTheirFilesFinished) {
   for (const char* who : {"src", "out"}) {
-    const Ended ended = Run({"two.dot", "n=1000000000", "--set", std::string(who) + ".fail=5000"});
-    EXPECT_EQ(ended.status, 1);
-    EXPECT_NE(ended.err.find(": block '" + std::string(who) + "': a bad day\n"), std::string::npos) << ended.err;
+    const Ended ended = Expect(1, ": block '" + std::string(who) + "': a bad day\n",
+                               {"two.dot", "n=1000000000", "--set", std::string(who) + ".fail=5000"});
     EXPECT_EQ(std::ranges::count(ended.err, '\n'), 2) << ended.err;
     EXPECT_GE(SamplesIn("taken"), 0) << "not finished, or wrong";
     EXPECT_NE(Contents("given"), "");
@@ -150,14 +151,12 @@ TEST_F(VornRun, CountsErrorFramesAndSaysWhatItsBlocksMeasured) {
 TEST_F(VornRun, AStopLosesNothingBetweenSourceAndFile) {
   for (const auto& [signal, name] : {std::pair{SIGINT, "SIGINT"}, {SIGTERM, "SIGTERM"}, {SIGHUP, "SIGHUP"}}) {
     fs::remove("taken");
-    const Ended ended = Run({"--json", "two.dot", "n=1000000000"}, {{"taken", Signals({signal})}});
-    EXPECT_EQ(ended.status, -signal) << ended.err;
+    const Ended ended = Expect(-signal, ", before the end of the stream: ", {"--json", "two.dot", "n=1000000000"},
+                               {{"taken", Signals({signal})}});
     EXPECT_EQ(nlohmann::json::parse(ended.out)["stopped"], name);
-    EXPECT_NE(ended.err.find(", before the end of the stream: "), std::string::npos) << ended.err;
     EXPECT_EQ(std::to_string(SamplesIn("taken")), Contents("given"));
   }
-  const Ended ended = Run({"two.dot", "n=1000000000", "--duration", "50ms", "--json"});
-  EXPECT_EQ(ended.status, 3) << ended.err;
+  const Ended ended = Expect(3, "", {"two.dot", "n=1000000000", "--duration", "50ms", "--json"});
   EXPECT_EQ(nlohmann::json::parse(ended.out)["stopped"], "duration");
   EXPECT_EQ(std::to_string(SamplesIn("taken")), Contents("given"));
 }
@@ -177,9 +176,7 @@ TEST_F(VornRun, SaysWhatAnOperatorDidToItsRoutes) {
       testkit::ConsoleClient console;
       for (const std::string& command : commands) console.Ask(command);
     };
-    const Ended ended = Run({"two.dot", "n=1000000000", "--set", "src.sleep=1"}, {{"taken", operate}});
-    EXPECT_EQ(ended.status, 1);
-    EXPECT_NE(ended.err.find(line), std::string::npos) << ended.err;
+    const Ended ended = Expect(1, line, {"two.dot", "n=1000000000", "--set", "src.sleep=1"}, {{"taken", operate}});
     EXPECT_NE(ended.err.find("vorn-run: failure: "), std::string::npos) << ended.err;
     EXPECT_GT(SamplesIn("taken"), 0) << line;
   }
@@ -212,9 +209,7 @@ TEST_F(VornRun, AStopReachesBlocksThatWait) {
       {"moody file=given ! moody wait=frame", 1, "vorn-run: -e:1:20: block 'moody_1': nobody takes it\n"},
   };
   for (const auto& [pipeline, statusOfDuration, says] : cases) {
-    const Ended ended = Run({"-e", pipeline, "--duration", "40ms"});
-    EXPECT_EQ(ended.status, statusOfDuration) << ended.err;
-    EXPECT_NE(ended.err.find(says), ended.err.npos) << ended.err;
+    Expect(statusOfDuration, says, {"-e", pipeline, "--duration", "40ms"});
     fs::remove("waits");
     const Ended stopped = Run({"-e", pipeline}, {{"waits", Signals({SIGTERM}), {}, true}});
     EXPECT_TRUE(stopped.status == -SIGTERM || stopped.status == 1) << pipeline << stopped.err;
@@ -230,8 +225,7 @@ TEST_F(VornRun, ASecondSignalEndsAStopThatHangs) {
 
 // Their sources would go on for ever.
 TEST_F(VornRun, RoutesEndWhenNobodyReadsThemAndCyclesWhenTold) {
-  const Ended ended = Run({"two.dot", "n=1000000000", "--set", "out.samples=110"});
-  EXPECT_EQ(ended.status, 0) << ended.err;
+  Expect(0, "", {"two.dot", "n=1000000000", "--set", "out.samples=110"});
   EXPECT_EQ(SamplesIn("taken"), 110);
 
   const std::string ends = "get [block=fifosource] put [block=fifosink] f [shape=ellipse prefill=480]";
@@ -241,16 +235,12 @@ TEST_F(VornRun, RoutesEndWhenNobodyReadsThemAndCyclesWhenTold) {
             "get2 [block=fifosource] put2 [block=fifosink] g [shape=ellipse] put -> f -> get2 put2 -> g -> get "
             "subgraph cluster_RouteA { get -> put } subgraph cluster_RouteB { get2 -> put2 } }");
   for (const char* file : {"one.dot", "loop.dot"}) {
-    const Ended cycle = Run({file, "--duration", "20ms"});
-    EXPECT_EQ(cycle.status, 3) << cycle.err;
-    EXPECT_TRUE(cycle.err.starts_with("vorn-run: end of duration, before the end of the stream: ")) << cycle.err;
+    Expect(3, "vorn-run: end of duration, before the end of the stream: ", {file, "--duration", "20ms"});
   }
 }
 
 TEST_F(VornRun, ChecksShowsAndDumpsAGraph) {
-  const Ended table = Run({"two.dot", "n=5", "--check"});
-  EXPECT_EQ(table.status, 0) << table.err;
-  EXPECT_EQ(table.out,
+  EXPECT_EQ(Expect(0, "", {"two.dot", "n=5", "--check"}).out,
             "ROUTE   FROM    TO      RATE     FORMAT  CHANNELS  FRAME\n"
             "RouteA  src:0   put:0   1000 Hz  S32_LE  1 ch      7 samples (7 ms)\n"
             "RouteB  get:0   out:0   1000 Hz  S32_LE  1 ch      11 samples (11 ms)\n"
@@ -297,9 +287,8 @@ TEST_F(VornRun, NamesTheBlockThatBringsItDown) {
                {"memory", ": out of memory", 1},
                {"exit", " ended the process", 1}};
   for (const auto& [crash, line, status] : cases) {
-    const Ended ended = Run({"-e", "moody ! moody crash='" + std::string(crash) + "'"});
-    EXPECT_EQ(ended.status, status) << crash;
-    EXPECT_EQ(ended.err, "vorn-run: RouteA: block 'moody_1'" + std::string(line) + "\n");
+    const std::string said = "vorn-run: RouteA: block 'moody_1'" + std::string(line) + "\n";
+    EXPECT_EQ(Expect(status, said, {"-e", "moody ! moody crash='" + std::string(crash) + "'"}).err, said);
   }
 }
 
@@ -318,9 +307,8 @@ TEST_F(VornRun, ItsManualKnowsEveryOptionOfItsHelp) {
 }
 
 TEST_F(VornRun, SaysWhetherRealTimeWasGrantedAndShowsTheLogWhenAsked) {
-  const Ended ended = Run({"--realtime", "1", "--log-level", "4", "-e", "moody 5 ! moody"});
-  EXPECT_EQ(ended.status, 0);
-  EXPECT_NE(ended.err.find("vorn-run: RouteA: real-time priority 1 "), std::string::npos) << ended.err;
+  const Ended ended = Expect(0, "vorn-run: RouteA: real-time priority 1 ",
+                             {"--realtime", "1", "--log-level", "4", "-e", "moody 5 ! moody"});
   EXPECT_NE(ended.err.find(" I RouteA: Started\n"), std::string::npos) << ended.err;
 }
 
