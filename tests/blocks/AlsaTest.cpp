@@ -42,7 +42,7 @@ TEST_F(Alsa, PlaysEverySampleOnceAlsoTheLastShortFrame) {
     vorn::Block* source = graph.Add("testsource", {}, true);
     vorn::Block* sink = graph.Add("alsasink", {"player"});
     ASSERT_TRUE(graph.Chain({source, sink}, spec));
-    Graph::Play16(source, Count(count), spec);
+    Graph::Play(source, Count(count), spec);
     EXPECT_EQ(graph.Run(), END_OF_FILE);
     EXPECT_EQ(ReadSamples(folder / "played"), Count(count));
   }

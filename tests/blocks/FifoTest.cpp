@@ -29,7 +29,7 @@ class FifoTest : public testing::Test {
     EXPECT_EQ(vorn::AttachProducer(writer, fifo), -20);
     EXPECT_EQ(vorn::AttachConsumer(writer, fifo), 0);
     EXPECT_EQ(fifo->writer, writer);
-    Graph::Play16(source, samples, Frame(480));
+    Graph::Play(source, samples, Frame(480));
   }
   void Read(long frame, const std::vector<std::string>& args = {}, const std::string& frames = "0") {
     vorn::Block* reader = graph.Add("fifosource", args);
@@ -141,6 +141,26 @@ TEST_F(FifoTest, AnInterruptBringsEitherSideBack) {
   EXPECT_NE(refusal[vorn::REFUSAL_TEXT].find("260 samples are lost"), std::string::npos) << refusal[vorn::REFUSAL_TEXT];
   EXPECT_EQ(fifo->Take(samples.data(), 600, true, nullptr), 600);
   EXPECT_EQ(samples, Count(600));
+}
+
+// Red if a block that made itself ready for one stream is given another: it would read past its frames.
+TEST_F(FifoTest, ARunningBlockKeepsTheStreamItWasPreparedFor) {
+  Open(4800);
+  Read(480, {"blocking=no"});
+  ASSERT_EQ(graph->Start(), 0);
+  // In one go, so that the route finds the graph whole before and after.
+  const auto replaceLink = [&](unsigned channels) {
+    using Action = vorn::Route::Action;
+    vorn::Block* reader = fifo->reader;
+    Action actions[2]{{Action::Type::DELETE, {}}, {Action::Type::NEW_LINK, {}}};
+    actions[0].del = {reader->OutEp(0).AttachedLink(), -20};
+    actions[1].newLink = {48000, vorn::SampleFormat::S16_LE, channels, 960, &reader, 0, &sink, 0, nullptr};
+    graph->ExecuteActions(actions, 2);
+    return actions[1].newLink.link != nullptr;
+  };
+  EXPECT_TRUE(replaceLink(1));
+  EXPECT_FALSE(replaceLink(2));
+  EXPECT_EQ(graph->Stop(), 0);
 }
 
 // Red if a block that must not wait does, or does not say that samples are missing.

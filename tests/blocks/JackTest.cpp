@@ -83,7 +83,7 @@ TEST_F(Jack, CarriesEverySampleFromSinkToSource) {
   vorn::Block* recorder = graph.Add("testsink", {"200"}, false, true);  // 2 s
   ASSERT_TRUE(graph.Chain({source, sink}, stereo));
   ASSERT_TRUE(graph.Chain({back, recorder}, stereo));
-  Graph::Play16(source, played, stereo);
+  Graph::Play(source, played, stereo);
   jack_client_t* operatorClient = jack_client_open("operator", JackNoStartServer, nullptr);
   ASSERT_NE(operatorClient, nullptr);
   jack_activate(operatorClient);

@@ -47,17 +47,17 @@ TEST_P(EndOfStream, TheLongestDrivingInputEndsTheStream) {
   graph.Link(b[3], 0, b[4], 0, Frame(100));
   for (const auto& [first, second] : {std::pair{250L, 1001L}, {1001L, 250L}, {300L, 300L}, {0L, 99L}}) {
     for (const int i : {0, 1, 4}) Graph::FramesOf(b[i]).clear();
-    Graph::Play16(b[0], Count(first), Frame(100));
+    Graph::Play(b[0], Count(first), Frame(100));
     auto& frames = Graph::FramesOf(b[0]);
     for (std::size_t i = 0; i < frames.size(); i += 3)
       frames.insert(frames.begin() + static_cast<long>(i), {{}, 0, -1});
-    Graph::Play16(b[1], Count(second, 1000), Frame(100));
+    Graph::Play(b[1], Count(second, 1000), Frame(100));
     ASSERT_EQ(graph.Run(), END_OF_FILE);
     EXPECT_EQ(Graph::Recorded16(b[4]), Sum(Count(first), Count(second, 1000))) << first << " " << second;
   }
   vorn::Block* reference = graph.Add("testsource");
   graph.Link(reference, 0, b[3], 2, Frame(100));
-  Graph::Play16(reference, Samples(5000, 0), Frame(100));
+  Graph::Play(reference, Samples(5000, 0), Frame(100));
   Graph::FramesOf(b[4]).clear();
   ASSERT_EQ(graph.Run(), END_OF_FILE);
   EXPECT_EQ(Graph::Recorded16(b[4]).size(), 99U);
@@ -70,7 +70,7 @@ TEST_P(EndOfStream, BlocksWithoutTheKitNeverSeeAnEmptyFrame) {
   graph.Link(b[1], 0, b[2], 0, Frame(1000));
   graph.Link(b[2], 0, b[3], 0, Frame(1000));
   graph.Link(b[3], 0, b[4], 0, Frame(1000));
-  Graph::Play16(b[0], Count(2500), Frame(480));
+  Graph::Play(b[0], Count(2500), Frame(480));
   ASSERT_EQ(graph.Run(), END_OF_FILE);
   EXPECT_EQ(Graph::Recorded16(b[4]), Count(2500));
 
@@ -87,7 +87,7 @@ TEST_P(EndOfStream, BlocksWithoutTheKitNeverSeeAnEmptyFrame) {
 TEST_P(EndOfStream, TheThirtyLinesOfThePageWork) {
   const auto b = Add({"testsource", "softclip", "testsink"});
   graph.Chain(b, Frame(480));
-  Graph::Play16(b[0], {0, 16384, -32768, 32767}, Frame(480));
+  Graph::Play(b[0], Samples{0, 16384, -32768, 32767}, Frame(480));
   EXPECT_EQ(graph->SetParameter(b[1], 0, {"6"}), 0);
   ASSERT_EQ(graph.Run(), END_OF_FILE);
   EXPECT_EQ(Graph::Recorded16(b[2]), (Samples{0, 24923, -31578, 31578}));

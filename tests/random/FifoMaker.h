@@ -14,7 +14,6 @@ class FifoMaker : protected BlockMaker {
     long prefill = 0;
     Frame frame = {};  ///< that is read
     long capacity = 0;
-    bool closesLoop = false;
   };
 
   std::vector<std::size_t> RoutesApartFrom(std::size_t route) const {
@@ -35,7 +34,6 @@ class FifoMaker : protected BlockMaker {
     End fifo = Append(Work::FIFO, "", "", sink);
     graph.nodes.back().amount = crossing.prefill;
     graph.nodes.back().capacity = crossing.capacity;
-    graph.nodes.back().closesLoop = crossing.closesLoop;
     fifo.route = crossing.route;
     return fifo;
   }
@@ -122,7 +120,7 @@ class FifoMaker : protected BlockMaker {
       }
       sent = ChangeInStep(sent);
     }
-    const End returned = Cross(sent, {end.route, Prefill(isTight, end.frame), end.frame, 0, true});
+    const End returned = Cross(sent, {end.route, Prefill(isTight, end.frame), end.frame});
     Keep(Mix({ChangeInStep(both[0]), ChangeInStep(returned)}));
   }
 
@@ -149,7 +147,7 @@ class FifoMaker : protected BlockMaker {
       sent = Cross(sent, {by, 0, isTight ? end.frame : NewFrame()});
     }
     const long prefill = Prefill(isTight, end.frame);
-    graph.nodes[looped.node].in = {{Send(sent, {end.route, prefill, end.frame, 0, true}).node, 0}};
+    graph.nodes[looped.node].in = {{Send(sent, {end.route, prefill, end.frame}).node, 0}};
     graph.nodes[sum.node].loop = prefill + delay;
     Keep(both[0]);
   }
@@ -159,7 +157,7 @@ class FifoMaker : protected BlockMaker {
     const End end = TightSource();
     Ends both = Tee(end, 2);
     AddSink(both[0]);
-    const Crossing crossing{end.route, Prefill(true, end.frame), end.frame, 0, true};
+    const Crossing crossing{end.route, Prefill(true, end.frame), end.frame};
     AddSink(ChangeInStep(Cross(ChangeInStep(both[1]), crossing)));
   }
 

@@ -58,9 +58,8 @@ struct Node {
   ChannelMap map = {};
   /** SUM: the last input is the sum itself, so many samples later; 0 for none. Such a loop adds nothing to its length. */
   long loop = 0;
-  std::string links = {};   ///< Attributes of the links that leave it.
-  long capacity = 0;        ///< FIFO; 0: left to the planner
-  bool closesLoop = false;  ///< FIFO: its reader is in a route that its writer waits for
+  std::string links = {};  ///< Attributes of the links that leave it.
+  long capacity = 0;       ///< FIFO; 0: left to the planner
 };
 
 /** How a run ends. */

@@ -78,7 +78,7 @@ class Graph : private vorn::Route::Callbacks {
   vorn::Block* Feed(vorn::Block* block, std::size_t input, const std::vector<Sample>& samples, const StreamSpec& s) {
     vorn::Block* source = Add("testsource");
     Link(source, 0, block, input, s);
-    PlayAll(source, samples, s);
+    Play(source, samples, s);
     return source;
   }
   vorn::Block* Record(vorn::Block* block, std::size_t output, const StreamSpec& s) {
@@ -131,46 +131,30 @@ class Graph : private vorn::Route::Callbacks {
     return *frames;
   }
 
-  // Cuts bytes into frames of the stream's size, the last one short, and gives them to a testsource.
-  static void Play(vorn::Block* source, const std::vector<std::uint8_t>& bytes, const StreamSpec& s) {
+  // Cuts samples, or bytes, into frames of the stream's size, the last one short, and gives them to a testsource.
+  template <class Sample>
+  static void Play(vorn::Block* source, const std::vector<Sample>& samples, const StreamSpec& s) {
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(samples.data());
+    const std::size_t size = sizeof(Sample) * samples.size();
     const std::size_t frameBytes = static_cast<std::size_t>(s.frame) * s.SampleBytes();
-    for (std::size_t at = 0; at < bytes.size(); at += frameBytes) {
-      const std::size_t count = std::min(frameBytes, bytes.size() - at);
-      FramesOf(source).push_back(
-          {{bytes.begin() + static_cast<long>(at), bytes.begin() + static_cast<long>(at + count)},
-           static_cast<long>(count / s.SampleBytes())});
+    for (std::size_t at = 0; at < size; at += frameBytes) {
+      const std::size_t end = std::min(size, at + frameBytes);
+      FramesOf(source).push_back({{bytes + at, bytes + end}, static_cast<long>((end - at) / s.SampleBytes())});
     }
   }
-  static std::vector<std::uint8_t> Recorded(vorn::Block* sink) {
-    std::vector<std::uint8_t> bytes;
-    for (const Frame& frame : FramesOf(sink)) bytes.insert(bytes.end(), frame.bytes.begin(), frame.bytes.end());
-    return bytes;
-  }
-
-  // For streams in the machine's own order: plain numbers instead of bytes.
-  static void Play16(vorn::Block* source, const std::vector<std::int16_t>& samples, const StreamSpec& s) {
-    PlayAll(source, samples, s);
-  }
-  static std::vector<std::int16_t> Recorded16(vorn::Block* sink) { return RecordedAs<std::int16_t>(sink); }
-  static void PlayFloats(vorn::Block* source, const std::vector<float>& samples, const StreamSpec& s) {
-    PlayAll(source, samples, s);
-  }
-  static std::vector<float> RecordedFloats(vorn::Block* sink) { return RecordedAs<float>(sink); }
-
- private:
-  template <class Sample>
-  static void PlayAll(vorn::Block* source, const std::vector<Sample>& samples, const StreamSpec& s) {
-    const auto* bytes = reinterpret_cast<const std::uint8_t*>(samples.data());
-    Play(source, {bytes, bytes + sizeof(Sample) * samples.size()}, s);
-  }
-  template <class Sample>
-  static std::vector<Sample> RecordedAs(vorn::Block* sink) {
-    const auto bytes = Recorded(sink);
-    std::vector<Sample> samples(bytes.size() / sizeof(Sample));
-    if (!samples.empty()) std::memcpy(samples.data(), bytes.data(), bytes.size());
+  template <class Sample = std::uint8_t>
+  static std::vector<Sample> Recorded(vorn::Block* sink) {
+    std::vector<Sample> samples;
+    for (const Frame& frame : FramesOf(sink)) {
+      const auto* first = reinterpret_cast<const Sample*>(frame.bytes.data());
+      samples.insert(samples.end(), first, first + frame.bytes.size() / sizeof(Sample));
+    }
     return samples;
   }
+  static Samples Recorded16(vorn::Block* sink) { return Recorded<std::int16_t>(sink); }
+  static std::vector<float> RecordedFloats(vorn::Block* sink) { return Recorded<float>(sink); }
 
+ private:
   void OnStopped(vorn::Route::StopReason why) override {
     const std::lock_guard<std::mutex> lock(mutex);
     reason = why;
