@@ -53,6 +53,8 @@ class LiveGraph {
   std::optional<Error> SetDump(const std::string& folder);
   /** Brings a block back from its waits; a source then ends its stream. @return false from one without the kit. */
   bool Interrupt(std::size_t node);
+  /** Whether a block waits now for what may never come. */
+  bool IsWaiting(std::size_t node) const { return blocks[node].host && blocks[node].host->interrupt.IsWaiting(); }
 
   /** Says to the blocks of a route that what they make is not to pass for a whole. */
   void Abandon(std::size_t route);

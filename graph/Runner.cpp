@@ -52,6 +52,7 @@ Graph::Result Runner::Run() {
     LookForLostRoutes();
     if (Clock::now() >= Deadline()) BeginStop(Graph::End::DURATION);
     pace.Look(MovesOfSinks(), Clock::now());
+    if (isStopping) InterruptStarts();
     if (isStopping) InterruptWhatStandsStill();
     if (isStopping) StopRoutesThatCannotEnd();
     if (const auto error = standstill.Look(StatesOfFifos()); error && IsAnyActive()) Fail(*error);
@@ -89,7 +90,7 @@ void Runner::BeginStart() {
   const auto startAll = [this, order = StartOrder()] {
     int ret = 0;
     for (const std::size_t route : order) {
-      if (ret >= 0) ret = isStopping ? -20 : live.Start(route);
+      if (ret >= 0) ret = startsNoMore ? -20 : live.Start(route);
       events.Post({.what = What::START_RESULT, .route = route, .result = ret});
     }
   };
@@ -134,7 +135,8 @@ void Runner::TakeStartResult(const RouteEvent& event) {
   if (event.result >= 0) {
     states[event.route] = State::RUNNING;
     if (!IsStarting()) running = Clock::now();
-    if (result.end == Graph::End::FAILURE) Stop(event.route);
+    if (result.end == Graph::End::FAILURE) return Stop(event.route);
+    if (isStopping) EndSources(event.route);
     return;
   }
   // A stop that comes before the start is no failure of it; where time is up for what a block waits for, it is.
@@ -194,28 +196,29 @@ void Runner::TakeEnd(std::size_t route) {
 void Runner::BeginStop(Graph::End end) {
   if (isStopping) return;
   isStopping = true;
+  stopBegan = Clock::now();
   result.end = end;
   if (end == Graph::End::FAILURE) return;
-  EndSources();
-  InterruptStarts();
-}
-
-/** All but those that read FIFOs: they get the rest, and their end comes with it, unless they feed themselves. */
-void Runner::EndSources() {
-  for (std::size_t route = 0; route < states.size(); ++route) {
-    for (const std::size_t source : plan.routes[route].firsts) {
-      const std::size_t fifo = plan.blocks[source].reads;
-      if (fifo != BlockPlan::NO_FIFO && !plan.fifos[fifo].isFedByLoop) continue;
-      if (!live.Interrupt(source)) cannotEnd[route] = true;
-    }
+  for (std::size_t i = 0; i < states.size(); ++i) {
+    if (states[i] == State::RUNNING) EndSources(i);
   }
 }
 
-/** A route that has not started has nothing to end with: its blocks need not wait for what they open. */
+/** All but those that read FIFOs: they get the rest, and their end comes with it, unless they feed themselves. */
+void Runner::EndSources(std::size_t route) {
+  for (const std::size_t source : plan.routes[route].firsts) {
+    const std::size_t fifo = plan.blocks[source].reads;
+    if (fifo != BlockPlan::NO_FIFO && !plan.fifos[fifo].isFedByLoop) continue;
+    if (!live.Interrupt(source)) cannotEnd[route] = true;
+  }
+}
+
+/** A start that goes on comes to its end, and so do its streams then. One that waits for what it opens is given up. */
 void Runner::InterruptStarts() {
+  if (result.end == Graph::End::FAILURE || Clock::now() < stopBegan + TICK_OF_A_STOP) return;
   for (std::size_t i = 0; i < plan.blocks.size(); ++i) {
     const Node& node = plan.graph.nodes[i];
-    if (!node.isFifo && states[node.route] == State::STARTING) live.Interrupt(i);
+    if (!node.isFifo && states[node.route] == State::STARTING && live.IsWaiting(i)) live.Interrupt(i);
   }
 }
 
@@ -225,7 +228,8 @@ void Runner::InterruptWhatStandsStill() {
   for (std::size_t i = 0; i < plan.blocks.size(); ++i) {
     const BlockPlan& block = plan.blocks[i];
     const bool isAtFifo = block.reads != BlockPlan::NO_FIFO || block.writes != BlockPlan::NO_FIFO;
-    if (!plan.graph.nodes[i].isFifo && !isAtFifo) live.Interrupt(i);
+    const Node& node = plan.graph.nodes[i];
+    if (!node.isFifo && !isAtFifo && states[node.route] != State::STARTING) live.Interrupt(i);
   }
 }
 
@@ -284,6 +288,7 @@ void Runner::StopEverything() {
 void Runner::Fail(const Error& error) {
   if (result.end == Graph::End::FAILURE) return;
   if (!result.error) result.error = error;
+  startsNoMore = true;
   BeginStop(Graph::End::FAILURE);
   result.end = Graph::End::FAILURE;
   StopEverything();

@@ -51,7 +51,7 @@ class Runner {
 
   void BeginStop(Graph::End end);
   bool WasCut() const;
-  void EndSources();
+  void EndSources(std::size_t route);
   void InterruptStarts();
   void InterruptWhatStandsStill();
   void StopRoutesThatCannotEnd();
@@ -83,8 +83,10 @@ class Runner {
   Clock::time_point started;
   Clock::time_point running;  // since when all routes have been
   Clock::time_point told;
-  std::atomic<bool> isStopping{false};  // the starter looks at it too
-  bool isCut = false;                   // a route was stopped before its end
+  Clock::time_point stopBegan;
+  bool isStopping = false;
+  std::atomic<bool> startsNoMore{false};  // for the starter
+  bool isCut = false;                     // a route was stopped before its end
   Graph::Result result;
   std::thread starter;
 };

@@ -74,6 +74,28 @@ class Interrupt {
 
   /** The same for several at once, whose `revents` say which. @param fds has room for one more behind the last. */
   Result Await(pollfd* fds, std::size_t count, int millis = FOR_EVER) noexcept {
+    waiting.store(true, std::memory_order_relaxed);
+    const Result result = AwaitNow(fds, count, millis);
+    waiting.store(false, std::memory_order_relaxed);
+    return result;
+  }
+
+  /** Waits for the interrupt alone. */
+  Result Sleep(int millis) noexcept {
+    pollfd none{};
+    return Await(&none, 0, millis);
+  }
+
+  /** Whether somebody waits now. Any thread. */
+  bool IsWaiting() const noexcept { return waiting.load(std::memory_order_relaxed); }
+
+  /** How many waits ended as they should: a host sees from it that a block moves. Any thread. */
+  std::uint64_t Waits() const noexcept { return waits.load(std::memory_order_relaxed); }
+
+ private:
+  static constexpr int SLICE_MILLIS = 20;  // between two looks at the flag, where there is no descriptor
+
+  Result AwaitNow(pollfd* fds, std::size_t count, int millis) noexcept {
     using Clock = std::chrono::steady_clock;
     const auto end = Clock::now() + std::chrono::milliseconds(std::max(millis, 0));
     for (;;) {
@@ -84,18 +106,6 @@ class Interrupt {
       if (wait == 0) return TIMEOUT;
     }
   }
-
-  /** Waits for the interrupt alone. */
-  Result Sleep(int millis) noexcept {
-    pollfd none{};
-    return Await(&none, 0, millis);
-  }
-
-  /** How many waits ended as they should: a host sees from it that a block moves. Any thread. */
-  std::uint64_t Waits() const noexcept { return waits.load(std::memory_order_relaxed); }
-
- private:
-  static constexpr int SLICE_MILLIS = 20;  // between two looks at the flag, where there is no descriptor
 
   /** Whether one of them is ready. Comes back early without a descriptor, and after a signal. */
   bool Poll(pollfd* fds, std::size_t count, int millis) noexcept {
@@ -130,6 +140,7 @@ class Interrupt {
 
   std::atomic<bool> raised{false};
   std::atomic<int> descriptor{-1};
+  std::atomic<bool> waiting{false};
   std::atomic<std::uint64_t> waits{0};
 };
 
