@@ -8,6 +8,7 @@
 #include "PluginFiles.h"
 #include "PluginLoader.h"
 #include "PluginText.h"
+#include "support/StandardStreams.h"
 
 namespace {
 
@@ -69,6 +70,7 @@ int Run(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  vorn::OpenStandardStreams();
   Options options;
   CLI::App app("Lists plug-ins of Vorn, or shows one.", "vorn-inspect");
   app.footer(
@@ -87,5 +89,9 @@ int main(int argc, char** argv) {
   } catch (const CLI::ParseError& e) {
     return app.exit(e) == 0 ? 0 : WRONG_USAGE;
   }
-  return Run(options);
+  const int status = Run(options);
+  const std::string problem = vorn::FlushOutput();
+  if (problem.empty()) return status;
+  std::fprintf(stderr, "vorn-inspect: %s\n", problem.c_str());
+  return status == 0 ? FAILED : status;
 }

@@ -10,6 +10,7 @@
 #include "Display.h"
 #include "Options.h"
 #include "StopSignals.h"
+#include "support/StandardStreams.h"
 
 namespace vorn::run {
 namespace {
@@ -94,7 +95,7 @@ class Program {
 
   static int Print(const std::string& text) {
     std::fputs(text.c_str(), stdout);
-    return std::fflush(stdout) == 0 ? ENDED : FAILED;
+    return ENDED;
   }
 
   const Options& options;
@@ -115,12 +116,21 @@ int Run(int argc, char** argv) try {
   return FAILED;
 }
 
+/** What was printed and did not arrive is a failure, also of a run that went well. */
+int Finish(int status) {
+  const std::string problem = FlushOutput();
+  if (problem.empty()) return status;
+  std::fprintf(stderr, "vorn-run: %s\n", problem.c_str());
+  return status > ENDED ? status : FAILED;
+}
+
 }  // namespace
 }  // namespace vorn::run
 
 int main(int argc, char** argv) {
+  vorn::OpenStandardStreams();
   vorn::run::NameWhoExits();
-  const int status = vorn::run::Run(argc, argv);
+  const int status = vorn::run::Finish(vorn::run::Run(argc, argv));
   if (status >= 0) return status;
   // Whoever waits for us, a shell with a loop say, is to see that it was a signal.
   std::signal(-status, SIG_DFL);

@@ -12,6 +12,7 @@
 
 #include "CommandTable.h"
 #include "Shell.h"
+#include "support/StandardStreams.h"
 #ifdef VRDB_WITH_SESSION
 #include "Session.h"
 #endif
@@ -66,8 +67,8 @@ int RunFile(Shell& shell, const std::string& name, bool keepGoing) {
 
 // A reply that was lost on its way to a file is no success.
 int Finish(int code) {
-  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return code;
-  return Complain(code == DONE ? FAILED : code, "standard output did not take everything");
+  const std::string problem = vorn::FlushOutput();
+  return problem.empty() ? code : Complain(code == DONE ? FAILED : code, problem);
 }
 
 int RunInteractively([[maybe_unused]] Shell& shell) {
@@ -97,6 +98,7 @@ int Run(Shell& shell, const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  vorn::OpenStandardStreams();
   Options options;
   CLI::App app("Looks into, and edits, the graphs of a running process.", "vrdb");
   Declare(app, options);

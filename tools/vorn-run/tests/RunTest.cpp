@@ -292,6 +292,21 @@ TEST_F(VornRun, NamesTheBlockThatBringsItDown) {
   }
 }
 
+// Red if what nobody could print passes for printed, or a program without standard output takes some file for it.
+TEST_F(VornRun, SaysThatItsOutputWasLost) {
+  const auto run = [](const std::string& words) {
+    return testkit::RunIn(".", {"/bin/sh", "-c", "exec " VORN_RUN " " + words});
+  };
+  for (const char* words : {"--check -e 'moody 5 ! moody'", "-q --json -e 'moody 5 ! moody'", "--help"}) {
+    const Ended ended = run(words + std::string(" >/dev/full"));
+    EXPECT_EQ(ended.status, 1) << words;
+    EXPECT_EQ(ended.err, "vorn-run: standard output did not take everything: No space left on device\n") << words;
+  }
+  const Ended ended = run("-q --json -e 'moody 5 ! moody file=taken' <&- >&-");
+  EXPECT_EQ(ended.status, 0) << ended.err;
+  EXPECT_EQ(SamplesIn("taken"), 5);
+}
+
 TEST_F(VornRun, ItsManualKnowsEveryOptionOfItsHelp) {
   std::istringstream help(Run({"--help"}).out);
   std::string manual = Contents(VORN_RUN_MANUAL);
