@@ -11,8 +11,8 @@
 namespace vorn {
 
 /**
- * Opens those that the program was started without on /dev/null. Otherwise a file that is opened later, a recording say,
- * would take the place of one and get its lines. First of all in main().
+ * Opens those that the program was started without on /dev/null. Otherwise a file that is opened later, a recording
+ * say, would take the place of one and get its lines. First of all in main().
  */
 inline void OpenStandardStreams() {
   for (int descriptor = 0; descriptor <= 2; ++descriptor) {

@@ -21,7 +21,8 @@ constexpr int FAILED = 1;
 class Line {
  public:
   Line& operator<<(const char* part) {
-    const std::size_t bytes = part ? std::min(std::strlen(part), sizeof text - 1 - length) : 0;
+    if (part == nullptr) return *this;
+    const std::size_t bytes = std::min(std::strlen(part), sizeof text - 1 - length);
     std::memcpy(text + length, part, bytes);
     length += bytes;
     return *this;
