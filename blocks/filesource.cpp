@@ -100,6 +100,10 @@ class FileSource : public vorn::PluginBlock {
     return vorn::FRAME_DONE;
   }
 
+  // After an interrupt: what has come out of a pipe is in no file any more.
+  bool HoldsSamples() const override { return IsInterrupted() && clip.file && Held() > 0; }
+  long Drain(bool) override { return Process(); }
+
   void OnGet(unsigned id) override {
     if (id == PLAYED && played > 0) Store(PLAYED, static_cast<double>(played) / Out().rate);
   }
@@ -202,12 +206,18 @@ class FileSource : public vorn::PluginBlock {
     bool loop = false;
   };
 
+  long Held() const { return clip.file->IsPipe() ? filled - next + clip.file->BufferedSamples() : 0; }
+
   // Fills the batch, over the end and the start of a loop if need be. @return samples, 0 at the end, -1 after an E
   // line.
   long ReadBatch() {
     long got = 0;
     while (got < batchSamples) {
-      const long asked = std::min(batchSamples - got, clip.end - clip.at);
+      long asked = std::min(batchSamples - got, clip.end - clip.at);
+      if (clip.file->IsPipe() && IsInterrupted()) {  // a writer without end must not keep it
+        asked = std::min(asked, clip.file->BufferedSamples());
+        if (asked == 0) break;
+      }
       const long read = asked > 0 ? clip.file->Read(&batch[static_cast<std::size_t>(got * sampleBytes)], asked) : 0;
       got += read;
       clip.at += read;

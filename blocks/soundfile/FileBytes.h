@@ -40,6 +40,8 @@ class FileBytes {
   int Descriptor() const { return fd; }
   // Whether there is one way only.
   bool IsPipe() const { return isPipe; }
+  // What came from the other end and was not read from here yet.
+  sf_count_t Buffered() const { return IsHeld(at) ? HeldEnd() - at : 0; }
   // The first errno since Adopt, or 0.
   int SystemError() const { return systemError; }
 

@@ -142,6 +142,11 @@ std::string SoundFile::Error() {
   return problem.empty() ? sf_strerror(file.get()) : problem;
 }
 
+long SoundFile::BufferedSamples() const {
+  const int width = WidthOf(info.format) * info.channels;
+  return width == 0 ? 0 : static_cast<long>(bytes.Buffered() / width);
+}
+
 void SoundFile::Carry(vorn::SampleFormat format, long samples) {
   wanted = format;
   passes = BytesOfFile() == format;

@@ -53,6 +53,8 @@ class SoundFile {
   void Carry(vorn::SampleFormat format, long samples);
   // @return how many samples were read; fewer than asked for at the end of the file or on an error.
   long Read(std::uint8_t* to, long samples);
+  // Samples that can be read without waiting; 0 of a kind of file whose samples have no fixed length.
+  long BufferedSamples() const;
   // @return how many samples were written; fewer on an error.
   long Write(const std::uint8_t* from, long samples);
   // Lets the file on the disk be a whole one for the moment. @return false on an error.
