@@ -18,7 +18,7 @@ function(vorn_add_command_test name)
   if(TARGET ${program})
     set(program $<TARGET_FILE:${program}>)
   endif()
-  add_test(NAME ${name} COMMAND ${PROJECT_SOURCE_DIR}/tests/testkit/in-netns ${program} ${ARG_COMMAND})
+  add_test(NAME ${name} COMMAND ${PROJECT_SOURCE_DIR}/tests/testkit/isolated ${program} ${ARG_COMMAND})
   set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT} SKIP_RETURN_CODE 77
                                           ENVIRONMENT "${VORN_TEST_ENVIRONMENT};${ARG_ENVIRONMENT}")
 endfunction()

@@ -14,7 +14,7 @@ namespace {
 using vorn::Refusal;
 
 constexpr int MILLIS_TO_WAIT = 1000;
-constexpr int MILLIS_TO_CLOSE = 20;      // what a server gets for its answer after an interrupt
+constexpr int MILLIS_TO_CLOSE = 50;      // what a server gets for its answer after an interrupt
 constexpr std::size_t MAX_CYCLE = 8192;  // samples that a server moves at a time
 
 /** The names that a function of JACK returned. */
@@ -212,12 +212,13 @@ bool Client::Flush(vorn::Interrupt& interrupt) {
 
 void CloseClient(std::shared_ptr<Client>& client, JackPortFlags portFlags, vorn::Interrupt& interrupt) {
   const auto done = std::make_shared<vorn::Interrupt>();
-  std::thread([old = std::exchange(client, std::make_shared<Client>(portFlags)), done] {
+  std::thread closer([old = std::exchange(client, std::make_shared<Client>(portFlags)), done] {
     old->Close();
     done->Raise();
-  }).detach();
-  if (interrupt.Await(done->Descriptor(), POLLIN) == vorn::Interrupt::READY) return;
-  if (done->Sleep(MILLIS_TO_CLOSE) == vorn::Interrupt::INTERRUPTED) return;
+  });
+  if (interrupt.Await(done->Descriptor(), POLLIN) == vorn::Interrupt::READY) return closer.join();
+  if (done->Sleep(MILLIS_TO_CLOSE) == vorn::Interrupt::INTERRUPTED) return closer.join();
+  closer.detach();
   // The thread comes back to this code whenever the server goes on: it must stay loaded.
   Dl_info self{};
   if (dladdr(reinterpret_cast<void*>(&CloseClient), &self) != 0) dlopen(self.dli_fname, RTLD_NOW | RTLD_NODELETE);
