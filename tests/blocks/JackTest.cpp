@@ -130,7 +130,7 @@ TEST_F(Jack, AnInterruptBringsBlocksBackFromAStoppedServer) {
   for (vorn::Block* block : {source, filler, sink}) EXPECT_EQ(vorn::InterruptBlock(block), 0);
   EXPECT_EQ(graph.Wait(), vorn::Route::StopReason::STOP_END_OF_FILE);
   EXPECT_GT(counters.losses, 0U);
-  kill(server, SIGKILL);  // it would wait for the clients that were left behind
+  kill(server, SIGKILL);                                 // it would wait for the clients that were left behind
   while (Threads() > before) std::this_thread::yield();  // libjack cannot open a client while others still close
 }
 
