@@ -39,6 +39,7 @@ class FifoTest : public testing::Test {
     EXPECT_EQ(vorn::AttachProducer(reader, fifo), 0);
   }
 
+  vorn::BlockCounters counters;  // of blocks of the graph
   Graph graph;
   vorn::FIFO* fifo = nullptr;
   vorn::Block* source = nullptr;
@@ -124,7 +125,6 @@ TEST_F(FifoTest, AnInterruptBringsEitherSideBack) {
 
   fifo->BeginReading();
   Write(Count(20000));
-  vorn::BlockCounters counters;
   vorn::Block* const writer = fifo->writer;
   EXPECT_EQ(vorn::AttachCounters(writer, &counters), 0);
   vorn::InterruptBlock(writer);

@@ -115,13 +115,13 @@ TEST_F(Jack, CarriesEverySampleFromSinkToSource) {
 
 // Red if a block waits for a server that is stopped, in a frame, in its rest, or for its answer to the farewell.
 TEST_F(Jack, AnInterruptBringsBlocksBackFromAStoppedServer) {
+  vorn::BlockCounters counters;
   Graph graph;
   const auto before = Threads();
   vorn::Block* source = graph.Add("jacksource", {"back"});
   ASSERT_TRUE(graph.Chain({source, graph.Add("testsink", {}, false, true)}, {.channels = 2}));
   vorn::Block* filler = graph.Add("tone");
   vorn::Block* sink = graph.Add("jacksink", {"there"});
-  vorn::BlockCounters counters;
   ASSERT_EQ(vorn::AttachCounters(sink, &counters), 0);
   ASSERT_TRUE(graph.Chain({filler, sink}, {.channels = 2}));
   ASSERT_EQ(graph->Start(), 0);
