@@ -43,6 +43,7 @@ LiveGraph::LiveGraph(const GraphDescription& newGraph, std::vector<RouteWatch*> 
       watches(std::move(newWatches)),
       log(newLog),
       routes(graph.routes.size()),
+      boards(graph.routes.size()),
       blocks(graph.nodes.size()) {}
 
 // A route whose thread has ended can only be left to the end of the process, and its blocks keep their FIFOs.
@@ -123,6 +124,7 @@ std::optional<Error> LiveGraph::MakeBlock(std::size_t index, const BlockPlan& pl
   made.block = std::get<std::shared_ptr<Route>>(route)->NewBlock(plan.plugIn.soFileName.c_str(), plan.first, plan.last,
                                                                  plan.args);
   if (!made.block) return Reason({node.at, Who(node) + " could not be made"});  // there is none to ask for the reason
+  boards[node.route] = made.block->Board();
   made.prefix = made.block->RouteName() + ": " + made.block->Name() + ": ";
   made.host = std::make_unique<Host>();
   if (AttachCounters(made.block, &made.host->counters) < 0) {
@@ -264,11 +266,10 @@ bool LiveGraph::HasFadedOut(std::size_t route) const {
   return IsAny(route, [](const BlockCounters& counters) { return counters.fadedOut.load(); });
 }
 
+// Not through a block: somebody may delete that meanwhile, but no route that is held, and no lost one.
 void LiveGraph::Abandon(std::size_t route) {
-  for (std::size_t i = 0; i < blocks.size(); ++i) {
-    const Made& made = blocks[i];
-    if (graph.nodes[i].route == route && made.host && !made.host->counters.deleted) AbandonStream(made.block);
-  }
+  const auto held = Held(route);
+  if (boards[route] && (held || IsLost(route))) boards[route]->failed = true;
 }
 
 bool LiveGraph::WasCut(std::size_t route) const {

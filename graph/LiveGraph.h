@@ -119,7 +119,8 @@ class LiveGraph {
   const std::vector<RouteWatch*> watches;
   LogTail& log;
   std::vector<Route*> routes;
-  std::vector<Made> blocks;  // by node
+  std::vector<RouteBoard*> boards;  // by route; null in one without blocks
+  std::vector<Made> blocks;         // by node
   std::vector<FIFO*> fifos;
 };
 

@@ -56,7 +56,6 @@ enum KitCommand : unsigned {
   KIT_INTERRUPT = 0x564B0006,  ///< Brings the block back from its waits: see InterruptBlock. `arg` is not used. 0.
   KIT_RESUME = 0x564B0007,     ///< Takes that back. `arg` is not used. 0.
   KIT_ATTACH_INTERRUPT = 0x564B0008,  ///< `arg` is the Interrupt* to obey, or null for the block's own. 0.
-  KIT_ABANDON = 0x564B0009,  ///< Gives up what the block's route makes: see AbandonStream. `arg` is not used. 0.
 
   KIT_REQUEST = 0x564B0010,  ///< Between blocks of one route, on its thread. `arg` is a KitRequest*.
 };
@@ -144,14 +143,6 @@ inline int AttachInterrupt(Block* block, Interrupt* interrupt) { return block->i
  * @return 0, or -20 from a block that is not first or without the kit.
  */
 inline int EndStream(Block* block) { return block->ioctl(KIT_END_STREAM, nullptr); }
-
-/**
- * Says that what the block's route makes is not to pass for a whole: a file does not come to its place. For a host that
- * ends or stops the route because something else failed; say it before. From any thread, while the route runs.
- *
- * @return 0, or -20 from a block without the kit or without a route.
- */
-inline int AbandonStream(Block* block) { return block->ioctl(KIT_ABANDON, nullptr); }
 
 /**
  * Says of a source that it reads what goes round in a loop of FIFOs: it keeps no block and no route going once all

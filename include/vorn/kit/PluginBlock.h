@@ -574,9 +574,6 @@ inline int PluginBlock::ioctl(unsigned int cmd, void* arg) {
     case KIT_RESUME: return ClearInterrupt(), 0;
     case KIT_ATTACH_INTERRUPT: return interrupt = arg != nullptr ? static_cast<Interrupt*>(arg) : &ownInterrupt, 0;
     case KIT_FOLLOW: return flow.Follow(), 0;
-    case KIT_ABANDON:
-      if (Board() == nullptr) return -20;
-      return Board()->failed.store(true, std::memory_order_relaxed), 0;
     case KIT_ATTACH_PRODUCER:
       if ((description.flags & BLOCK_READS_FIFO) == 0) return -20;
       return Attach(static_cast<DataProducer*>(arg)), 0;

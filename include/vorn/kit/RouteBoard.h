@@ -35,8 +35,9 @@ struct RouteBoard {
   unsigned long links = 0;  ///< Grows whenever a link of a block of the kit is made or deleted.
 
   /**
-   * What the blocks have made is not what was to be made. The library sets it before it stops the blocks for an error,
-   * and where one of them did not start, and clears it at the next start; a host sets it with AbandonStream().
+   * What the blocks have made is not to pass for a whole: a file does not come to its place. The library sets it before
+   * it stops the blocks for an error, and where one of them did not start, and clears it at the next start; a host sets
+   * it before it ends or stops the route because something else failed.
    */
   std::atomic<bool> failed{false};
 
