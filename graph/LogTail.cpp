@@ -34,27 +34,37 @@ std::string ContentsOf(int file) {
   return text;
 }
 
-/** What the process writes to standard error while `call` runs. */
-std::string ErrorsOf(const std::function<void()>& call) {
+/** Keeps what the process writes to standard error while the object lives, however that ends. */
+class HeldErrors {
+ public:
+  ~HeldErrors() {
+    Release();
+    close(errors);
+    close(held);
+  }
+  void Release() {
+    if (holds) dup2(errors, STDERR_FILENO);
+    holds = false;
+  }
+  std::string Text() const { return ContentsOf(held); }
+
+ private:
   const int held = memfd_create("early.log", MFD_CLOEXEC);
   const int errors = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
-  const bool holds = held >= 0 && errors >= 0 && dup2(held, STDERR_FILENO) >= 0;
-  call();
-  if (holds) dup2(errors, STDERR_FILENO);
-  std::string text = ContentsOf(held);
-  close(errors);
-  close(held);
-  return text;
-}
+  bool holds = held >= 0 && errors >= 0 && dup2(held, STDERR_FILENO) >= 0;
+};
 
 }  // namespace
 
 // A file in memory and not a pipe: a thread of a route must never wait for this program to read its log.
 void LogTail::Take(std::optional<int> level, const std::function<void()>& begin) {
-  early = ErrorsOf([&] {
+  {
+    HeldErrors errors;
     begin();
     TakeNow(level);
-  });
+    errors.Release();
+    early = errors.Text();
+  }
   if (isShown && *level > 0) (void)!write(STDERR_FILENO, early.data(), early.size());
 }
 

@@ -32,7 +32,11 @@ Runner::Runner(const GraphPlan& newPlan, LiveGraph& newLive, RouteEvents& newEve
       states(plan.graph.routes.size(), State::STARTING),
       cannotEnd(plan.graph.routes.size(), false) {}
 
+// Whoever leaves a run before its end, for want of memory, leaves no file behind that passes for a whole, and nobody
+// who waits.
 Runner::~Runner() {
+  startsNoMore = true;
+  if (IsAnyActive()) GiveUp();
   if (starter.joinable()) starter.join();
 }
 
@@ -277,11 +281,17 @@ void Runner::Stop(std::size_t route) {
   }
 }
 
-// A FIFO that is shut down is an end like any other to those who read it, so they hear first that it is none.
-void Runner::StopEverything() {
+// A FIFO that is shut down is an end like any other to those who read it, so they hear first that it is none. A start
+// that comes in between forgets that; once the interrupts are raised there is none.
+void Runner::GiveUp() {
   for (std::size_t i = 0; i < states.size(); ++i) live.Abandon(i);
   for (std::size_t i = 0; i < plan.blocks.size(); ++i) live.Interrupt(i);
+  for (std::size_t i = 0; i < states.size(); ++i) live.Abandon(i);
   for (std::size_t i = 0; i < plan.fifos.size(); ++i) live.Fifo(i).Shutdown();
+}
+
+void Runner::StopEverything() {
+  GiveUp();
   for (std::size_t i = 0; i < states.size(); ++i) Stop(i);
 }
 

@@ -57,6 +57,7 @@ class Runner {
   void StopRoutesThatCannotEnd();
   bool IsStarved(std::size_t route) const;
   void Stop(std::size_t route);
+  void GiveUp();
   void StopEverything();
   void Fail(const Error& error);
 
