@@ -3,11 +3,15 @@
 //   VORN_INJECT=KIND:N        the n-th call of that kind in the process fails, counted from 1
 //   VORN_INJECT_COUNTS=FILE   how many calls of each kind there were, written when the process exits
 //
-// Kinds: malloc open read write close fsync rename thread. A close that fails has closed nevertheless, as the system
-// does. Allocations of libsndfile always succeed: it looks at few of them.
+// Kinds: malloc open read write close fsync rename link thread. A close that fails has closed nevertheless, as the
+// system does. Where link fails, the file system is one that only renames over what is there. Allocations of libsndfile
+// always succeed: it looks at few of them.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/eventfd.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -27,9 +31,9 @@ void* __libc_memalign(size_t alignment, size_t bytes);
 
 namespace {
 
-enum Kind { MALLOC, OPEN, READ, WRITE, CLOSE, FSYNC, RENAME, THREAD, KINDS, NONE = KINDS };
-constexpr const char* NAMES[KINDS] = {"malloc", "open", "read", "write", "close", "fsync", "rename", "thread"};
-constexpr int ERRORS[KINDS] = {ENOMEM, EMFILE, EIO, ENOSPC, EIO, EIO, EACCES, EAGAIN};
+enum Kind { MALLOC, OPEN, READ, WRITE, CLOSE, FSYNC, RENAME, LINK, THREAD, KINDS, NONE = KINDS };
+constexpr const char* NAMES[KINDS] = {"malloc", "open", "read", "write", "close", "fsync", "rename", "link", "thread"};
+constexpr int ERRORS[KINDS] = {ENOMEM, EMFILE, EIO, ENOSPC, EIO, EIO, EACCES, EMLINK, EAGAIN};
 
 std::atomic<long> calls[KINDS];
 std::atomic<bool> counts{false};  // not while the loader is at work
@@ -122,6 +126,9 @@ OPENS(open64, (const char* path, int flags, ...), (path, flags, mode))
 OPENS(openat, (int folder, const char* path, int flags, ...), (folder, path, flags, mode))
 REFUSE(FILE*, fopen, OPEN, nullptr, (const char* path, const char* mode), (path, mode))
 REFUSE(FILE*, fopen64, OPEN, nullptr, (const char* path, const char* mode), (path, mode))
+REFUSE(int, memfd_create, OPEN, -1, (const char* name, unsigned flags), (name, flags))
+REFUSE(int, eventfd, OPEN, -1, (unsigned count, int flags), (count, flags))
+REFUSE(int, socket, OPEN, -1, (int domain, int type, int protocol), (domain, type, protocol))
 REFUSE(ssize_t, read, READ, -1, (int file, void* bytes, size_t count), (file, bytes, count))
 REFUSE(ssize_t, pread, READ, -1, (int file, void* bytes, size_t count, off_t at), (file, bytes, count, at))
 REFUSE(ssize_t, write, WRITE, -1, (int file, const void* bytes, size_t count), (file, bytes, count))
@@ -134,8 +141,14 @@ REFUSE(int, fsync, FSYNC, -1, (int file), (file))
 REFUSE(int, fdatasync, FSYNC, -1, (int file), (file))
 REFUSE(int, rename, RENAME, -1, (const char* from, const char* to), (from, to))
 REFUSE(int, renameat, RENAME, -1, (int a, const char* from, int b, const char* to), (a, from, b, to))
-REFUSE(int, renameat2, RENAME, -1, (int a, const char* from, int b, const char* to, unsigned flags),
-       (a, from, b, to, flags))
+int renameat2(int a, const char* from, int b, const char* to, unsigned flags) {
+  REAL(renameat2);
+  if (failing == LINK) return errno = EINVAL, -1;
+  calls[LINK] += 2;  // what takes its place there: a link, and one less
+  return Fails(RENAME) ? -1 : real(a, from, b, to, flags);
+}
+REFUSE(int, link, LINK, -1, (const char* from, const char* to), (from, to))
+REFUSE(int, unlink, LINK, -1, (const char* path), (path))
 REFUSE(int, pthread_create, THREAD, EAGAIN,
        (pthread_t * thread, const pthread_attr_t* how, void* (*body)(void*), void* argument),
        (thread, how, body, argument))
