@@ -32,6 +32,8 @@ Result<PlugIn> LoadedPlugIns::Find(const Word& name) {
   if (!dlsym(handle, "CreateBlock")) return Error{name.at, soFileName + " is no plug-in: it has no CreateBlock"};
   const BlockInfo* const info = DescriptionIn(handle);
   if (info && info->kitVersion != KIT_VERSION) return Error{name.at, soFileName + ' ' + OtherKit(info->kitVersion)};
+  const std::string fault = info ? FaultOf(*info) : "";
+  if (!fault.empty()) return Error{name.at, soFileName + ' ' + fault};
   return PlugIn{soFileName, info};
 }
 

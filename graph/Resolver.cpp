@@ -94,6 +94,7 @@ class Resolver {
     const Stream incoming = IncomingTo(node, in);
     for (const std::size_t index : block.outs) {
       LinkPlan& link = plan.links[index];
+      if (!CanBe(out[link.out])) return NoStream(node, link.out, out[link.out]);
       if (auto error = SettleLink(link, out[link.out], incoming)) return error;
     }
     return std::nullopt;
@@ -120,6 +121,11 @@ class Resolver {
     const auto& streams = std::get<0>(answer);
     for (std::size_t i = 0; i < std::min(streams.size(), out.size()); ++i) out[i].Complete(streams[i]);
     return std::nullopt;
+  }
+
+  Error NoStream(std::size_t node, std::size_t output, const Stream& made) const {
+    return {NodeOf(node).at, "block " + Quoted(NodeOf(node).name) + ", output " + std::to_string(output) + ": makes " +
+                                 Describe(made) + ", which no link can have"};
   }
 
   /** Points to where the argument or the link that is refused was written. */

@@ -57,6 +57,11 @@ std::optional<std::string> SetField(Stream& stream, std::string_view name, std::
   return std::nullopt;
 }
 
+bool CanBe(const Stream& stream) {
+  return stream.rate <= HIGHEST_RATE && stream.channels <= MOST_CHANNELS && stream.frame >= 0 &&
+         stream.frame <= LONGEST_FRAME && stream.format < static_cast<std::int32_t>(FORMAT_COUNT);
+}
+
 void Settle(Stream& stream) {
   Stream defaults;
   defaults.rate = 48000;

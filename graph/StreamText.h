@@ -16,6 +16,9 @@ bool IsStreamField(std::string_view name);
 /** @return what was expected instead, when the value is none for this field. */
 std::optional<std::string> SetField(Stream& stream, std::string_view name, std::string_view value);
 
+/** Whether what is known of a stream is in the range of its fields, as SetField has them. */
+bool CanBe(const Stream& stream);
+
 /** Settles what is open: 48000 Hz, S16_LE, 2 channels, and frames of 10 ms. */
 void Settle(Stream& stream);
 

@@ -24,6 +24,7 @@ struct Source {
       stream.rate = 44100;
       stream.channels = 1;
       stream.length = 1000;
+      if (parameters.Text(0) == "huge") stream.frame = std::numeric_limits<long>::max();
     }
     return {};
   }

@@ -99,6 +99,8 @@ const Case MISTAKES[] = {
     {"s [block=source args=missing] s -> sink", "f:1:10: block 's': missing: No such file"},
     {"s [block=source path=odd] s -> sink", "f:1:31: block 's': input 0: an odd line"},
     {"s [block=source args=late] s -> sink", "f:1:39: block 's', output 0 (to 'sink'): device 'x': too late"},
+    {"s [block=source args=huge] s -> sink",
+     "f:1:10: block 's', output 0: makes 44100 Hz mono, 9223372036854775807 samples a frame, which no link can have"},
     {"s [block=source] s -> sink", "f:1:10: block 's': argument 'path': missing"},
     {"bare [x=3]", "f:1:16: block 'bare': its plug-in does not say"},
     {"bare [args=x] bare -> sink", "asked in vain"},

@@ -104,7 +104,7 @@ class Graph : private vorn::Route::Callbacks {
     route->ExecuteActions(actions, 2);
     return actions[1].setParameter.ret == 0 ? Wait() : std::nullopt;
   }
-  std::optional<vorn::Route::StopReason> Wait(std::chrono::seconds deadline = std::chrono::seconds(60)) {
+  std::optional<vorn::Route::StopReason> Wait(std::chrono::milliseconds deadline = std::chrono::seconds(60)) {
     std::unique_lock<std::mutex> lock(mutex);
     stopped.wait_for(lock, deadline, [this] { return reason.has_value(); });
     return std::exchange(reason, std::nullopt);

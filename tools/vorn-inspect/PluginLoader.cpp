@@ -58,6 +58,10 @@ Json Load(const std::filesystem::path& path, const std::vector<std::string>& arg
     table["error"] = path.filename().string() + ' ' + vorn::OtherKit(info->kitVersion);
     return table;
   }
+  if (const std::string fault = info ? vorn::FaultOf(*info) : ""; !fault.empty()) {
+    table["error"] = path.filename().string() + ' ' + fault;
+    return table;
+  }
   if (info) table.update(TableOf(*info));
   if (!arguments.empty()) AddOwnTable(table, createBlock, arguments);
   return table;

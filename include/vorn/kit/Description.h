@@ -135,6 +135,25 @@ struct BlockInfo {
 /** The exported symbol "DescribeBlock". */
 using DescribeBlockFunction = const BlockInfo* (*)();
 
+/** What a host says of a plug-in, behind its name, whose table cannot be read on; empty: all texts and lists are there. */
+inline std::string FaultOf(const BlockInfo& info) {
+  const std::string fault = "describes itself wrongly: ";
+  if (!info.name || !info.summary || !info.example) return fault + "no name, summary or example";
+  if ((info.inputCount > 0 && !info.inputs) || (info.outputCount > 0 && !info.outputs)) return fault + "no endpoints";
+  for (const auto& [list, count] : {std::pair{info.inputs, info.inputCount}, {info.outputs, info.outputCount}}) {
+    for (std::uint32_t i = 0; i < count; ++i) {
+      if (!list[i].name || !list[i].help) return fault + "endpoint " + std::to_string(i) + " has no name or help";
+    }
+  }
+  if (info.parameterCount > 0 && !info.parameters) return fault + "no parameters";
+  for (std::uint32_t i = 0; i < info.parameterCount; ++i) {
+    const ParameterInfo& p = info.parameters[i];
+    const bool isWhole = p.name && p.unit && p.words && p.defaultValue && p.help;
+    if (!isWhole) return fault + "parameter " + std::to_string(i) + " has a text that is null, not \"\"";
+  }
+  return {};
+}
+
 /** A number as one would write it: the shortest text that reads back as the same; whole ones without an exponent. */
 inline std::string NumberText(double value) {
   char text[32];

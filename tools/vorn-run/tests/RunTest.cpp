@@ -79,6 +79,9 @@ TEST_F(VornRun, SaysInOneLineWhatIsWrong) {
     const char* line;
   } cases[] = {
       {{"-e", "nosuch ! moody"}, 2, "-e:1:1: no block 'nosuch': libnosuch.so: "},
+      {{"-e", "moody ! " NULL_TEXT},
+       2,
+       "-e:1:9: " NULL_TEXT " describes itself wrongly: parameter 0 has a text that is null"},
       {{"-e", "moody ! " OTHER_KIT}, 2, "-e:1:9: " OTHER_KIT " was built with version 1 of the plug-in kit, this is "},
       {{"-e", "moody !"}, 2, "-e:1:7: expected a block behind"},
       {{"-e", "moody 1 2 ! moody"}, 2, "-e:1:1: block 'moody_0': argument '2': too many"},
