@@ -33,28 +33,46 @@ function(vorn_add_test name)
   vorn_add_command_test(${name} COMMAND ${name} TIMEOUT ${ARG_TIMEOUT} ENVIRONMENT ${ARG_ENVIRONMENT})
 endfunction()
 
-# vorn_add_fuzz_target(NAME SOURCE... [LIBS library...] [CORPUS folder] [DICTIONARY file]): a libFuzzer program, part of the
-# target `fuzz`, and a test that runs it for VORN_FUZZ_SECONDS from the inputs in CORPUS.
+# vorn_add_fuzz_target(NAME SOURCE... [LIBS library...] [INCLUDES folder...] [LINK_OPTIONS option...] [DEPENDS target...]): what
+# reads any bytes, with the inputs in corpus/NAME and, where it is there, the dictionary NAME.dict. Among the tests the target is
+# the test replay_NAME, which only reads those inputs; with VORN_BUILD_FUZZ a libFuzzer program, part of the target `fuzz`, and a
+# test that runs it for VORN_FUZZ_SECONDS.
 set(VORN_FUZZ_SECONDS 20 CACHE STRING "How long the test of each fuzz target runs")
 add_custom_target(fuzz)
-function(vorn_add_fuzz_target name)
-  cmake_parse_arguments(ARG "" "CORPUS;DICTIONARY" "LIBS" ${ARGN})
+
+function(vorn_add_fuzz_program name)
+  cmake_parse_arguments(ARG "" "" "LIBS;INCLUDES;LINK_OPTIONS;DEPENDS" ${ARGN})
   add_executable(${name} ${ARG_UNPARSED_ARGUMENTS})
   target_link_libraries(${name} PRIVATE ${ARG_LIBS})
-  target_link_options(${name} PRIVATE -fsanitize=fuzzer)
-  set_target_properties(${name} PROPERTIES ENABLE_EXPORTS ON RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/fuzz)
-  add_dependencies(fuzz ${name})
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests ${ARG_INCLUDES})
+  target_link_options(${name} PRIVATE ${ARG_LINK_OPTIONS})
+  # The run path is for runs by hand.
+  set_target_properties(${name} PROPERTIES ENABLE_EXPORTS ON RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/fuzz
+                                           BUILD_RPATH ${VORN_PLUGIN_OUTPUT_DIRECTORY})
+  if(ARG_DEPENDS)
+    add_dependencies(${name} ${ARG_DEPENDS})
+  endif()
+endfunction()
 
+function(vorn_add_fuzz_target name)
+  set(corpus ${CMAKE_CURRENT_SOURCE_DIR}/corpus/${name})
+  set(dictionary ${CMAKE_CURRENT_SOURCE_DIR}/${name}.dict)
+  if(VORN_BUILD_TESTS)
+    vorn_add_fuzz_program(replay_${name} ${PROJECT_SOURCE_DIR}/fuzz/replay.cpp ${ARGN})
+    vorn_add_command_test(replay_${name} COMMAND replay_${name} ${corpus})
+  endif()
+  if(NOT VORN_BUILD_FUZZ)
+    return()
+  endif()
+
+  vorn_add_fuzz_program(${name} ${ARGN})
+  target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+  add_dependencies(fuzz ${name})
   set(found ${PROJECT_BINARY_DIR}/fuzz/${name}.found)  # libFuzzer adds to its first folder
   file(MAKE_DIRECTORY ${found})
-  set(inputs ${found})
-  if(ARG_CORPUS)
-    cmake_path(ABSOLUTE_PATH ARG_CORPUS BASE_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR})
-    list(APPEND inputs ${ARG_CORPUS})
-  endif()
-  if(ARG_DICTIONARY)
-    cmake_path(ABSOLUTE_PATH ARG_DICTIONARY BASE_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR})
-    list(APPEND inputs -dict=${ARG_DICTIONARY})
+  set(inputs ${found} ${corpus})
+  if(EXISTS ${dictionary})
+    list(APPEND inputs -dict=${dictionary})
   endif()
   math(EXPR timeout "${VORN_FUZZ_SECONDS} + 60")
   # libFuzzer's own exit status for a crash is the one that counts as skipped here.

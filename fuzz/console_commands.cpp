@@ -7,19 +7,19 @@
 #include <sys/resource.h>
 
 #include <csignal>
-#include <cstdarg>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <new>
 #include <sstream>
 
-#include <tlogging.h>
-
+#include "Input.h"
+#include "SilentLog.h"
 #include "Vorn/VornImpl.h"
 
 namespace {
+
+using fuzz::Require;
 
 constexpr std::size_t LONGEST_COMMAND = 1023;
 constexpr std::size_t MOST_MEMORY = 1u << 16;  // in one piece
@@ -65,12 +65,6 @@ class AnyBlock : public vorn::Block {
   long frames = 0;
 };
 
-void Require(bool condition, const char* what) {
-  if (condition) return;
-  std::fprintf(stderr, "%s\n", what);
-  std::abort();
-}
-
 /** The command, its dump folder moved into the scratch folder. */
 std::string Confined(const std::string& command) {
   std::istringstream words(command);
@@ -106,26 +100,14 @@ void* __wrap__Znwm(std::size_t size) {
 void* __real_dlopen(const char* file, int flags);
 void* __wrap_dlopen(const char*, int flags) { return __real_dlopen(nullptr, flags); }
 
-int _tlogging_print(char, const char*, int, const char*, const char* format, ...) {
-  char line[256];
-  va_list args;
-  va_start(args, format);
-  const int length = std::vsnprintf(line, sizeof line, format, args);
-  va_end(args);
-  return length;
-}
-int _tlogging_set_level(int) { return 0; }
-int _tlogging_set_file(const char* path) {
-  Require(!path || std::string(path).compare(0, scratch.size(), scratch) == 0, "A path outside of the scratch folder");
-  return 0;
-}
-int _tlogging_enable_options(unsigned) { return 0; }
-int _tlogging_disable_options(unsigned) { return 0; }
-
 int LLVMFuzzerInitialize(int*, char***) {
   char folder[] = "/tmp/vorn-fuzz-XXXXXX";
   Require(mkdtemp(folder), "No scratch folder");
   scratch = folder + std::string("/dump/");
+  fuzz::onLogFile = [](const char* path) {
+    Require(!path || std::string(path).compare(0, scratch.size(), scratch) == 0,
+            "A path outside of the scratch folder");
+  };
   const rlimit limit{LARGEST_FILE, LARGEST_FILE};
   setrlimit(RLIMIT_FSIZE, &limit);
   std::signal(SIGXFSZ, SIG_IGN);

@@ -1,0 +1,123 @@
+// Sound files through filesource, from a file and from a pipe. The first byte has the kind of file in its lower three
+// bits, of which the first bytes are put in front; then flags. What follows are the bytes of the file.
+#include <dlfcn.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <tlogging.h>
+
+#include "Input.h"
+#include "testkit/TestGraph.h"
+
+namespace {
+
+using fuzz::Require;
+using std::chrono::milliseconds;
+using testkit::StreamSpec;
+
+constexpr std::string_view KINDS[] = {"", "RIFF", "fLaC", "OggS", "FORM", ".snd", "caff", ""};
+constexpr unsigned RAW = 7;
+constexpr unsigned PIPE = 8, LOOP = 16, PART = 32, FLOATS = 64;
+constexpr std::size_t LONGEST_PIPE = 65536;  // what fits without a reader
+constexpr std::uint64_t MOST_FRAMES = 64;
+constexpr milliseconds PATIENCE(20000);
+
+int file = -1;
+
+class Descriptor {
+ public:
+  explicit Descriptor(int open) : fd(open) {}
+  ~Descriptor() { close(fd); }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  std::string Path() const { return "/dev/fd/" + std::to_string(fd); }
+
+ private:
+  const int fd;
+};
+
+void WriteAll(int fd, const std::string& bytes) {
+  Require(write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()), "No file to read");
+}
+
+int FileOf(const std::string& bytes) {
+  Require(ftruncate(file, 0) == 0 && lseek(file, 0, SEEK_SET) == 0, "No file to write");
+  WriteAll(file, bytes);
+  return dup(file);
+}
+
+int PipeOf(const std::string& bytes) {
+  int ends[2];
+  Require(pipe(ends) == 0, "No pipe");
+  WriteAll(ends[1], bytes.substr(0, LONGEST_PIPE));
+  close(ends[1]);
+  return ends[0];
+}
+
+std::vector<std::string> ArgumentsOf(const std::string& path, unsigned flags) {
+  std::vector<std::string> args{"path=" + path};
+  if (flags % std::size(KINDS) == RAW) args.insert(args.end(), {"rate=8000", "channels=3", "format=S24_3BE"});
+  if ((flags & LOOP) != 0) args.emplace_back("loop=true");
+  if ((flags & PART) != 0) args.insert(args.end(), {"start=0.0004", "length=0.004"});
+  return args;
+}
+
+/** What the source says of its stream; false where it can say nothing. */
+bool Ask(testkit::Graph& graph, vorn::Block* source, StreamSpec& spec) {
+  std::vector<std::string> answer;
+  if (graph->GetParameter(source, vorn::PARAMETER_STREAMS, answer) != 0) return false;
+  char format[16] = {};
+  const int fields =
+      std::sscanf(answer.at(0).c_str(), "rate=%u format=%15s channels=%u", &spec.rate, format, &spec.channels);
+  Require(fields == 3 && vorn::ParseFormat(format, spec.format), "A stream that cannot be read");
+  return true;
+}
+
+/** Until it ends, or has played so much that it may go on for ever. */
+void Run(testkit::Graph& graph, vorn::Block* source) {
+  vorn::BlockCounters counters;
+  Require(vorn::AttachCounters(source, &counters) == 0, "No counters");
+  if (graph->Start() == 0) {
+    milliseconds waited(0);
+    while (!graph.Wait(milliseconds(1)) && counters.frames < MOST_FRAMES) {
+      Require(++waited < PATIENCE, "It neither plays nor ends");
+    }
+    graph->Stop();
+  }
+  vorn::AttachCounters(source, nullptr);
+}
+
+}  // namespace
+
+// What libsndfile forgets where a file is damaged.
+extern "C" VORN_API const char* __lsan_default_suppressions() {
+  return "leak:libsndfile.so\nleak:libvorbis.so\nleak:libogg.so\nleak:libFLAC.so\nleak:libopus.so\nleak:libmpg123.so";
+}
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  vorn::Vorn::Instance();
+  _tlogging_set_level(0);
+  for (const char* name : {"libfilesource.so", "libnull.so"}) {  // stay loaded, as coverage has to
+    Require(dlopen(name, RTLD_NOW) != nullptr, "Have LD_LIBRARY_PATH name the folder of the plug-ins");
+  }
+  file = memfd_create("sound", MFD_CLOEXEC);
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  fuzz::Input input(data, size);
+  const unsigned flags = input.Take<std::uint8_t>();
+  const std::string bytes = std::string(KINDS[flags % std::size(KINDS)]) + std::string(input.Rest());
+  const Descriptor sound((flags & PIPE) != 0 ? PipeOf(bytes) : FileOf(bytes));
+  testkit::Graph graph;
+  vorn::Block* const source = graph.Add("filesource", ArgumentsOf(sound.Path(), flags));
+  vorn::Block* const sink = graph.Add("null");
+  Require(source && sink, "No blocks");
+  StreamSpec spec;
+  spec.frame = 100;
+  if (!Ask(graph, source, spec)) return 0;
+  if ((flags & FLOATS) != 0) spec.format = vorn::SampleFormat::FLOAT_LE;
+  Require(graph.Link(source, 0, sink, 0, spec), "No link");
+  Run(graph, source);
+  return 0;
+}
