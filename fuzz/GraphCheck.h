@@ -3,8 +3,8 @@
 
 #include "GraphFile.h"
 #include "Input.h"
-#include "PlanText.h"
 #include "Json.h"
+#include "PlanText.h"
 #include "Resolver.h"
 
 namespace fuzz {
@@ -20,7 +20,8 @@ inline std::string DotOf(const vorn::graph::Result<vorn::graph::GraphDescription
   if (!graph || graph->edges.size() > MOST_EDGES) return {};
   const auto ask = [](std::size_t, const BlockPlan&) { return Result<std::vector<vorn::Stream>>(); };
   const auto resolved = Resolve(*graph, plugIns, ask);
-  if (const auto* error = std::get_if<Error>(&resolved)) Require(!error->ToString().empty(), "An error that says nothing");
+  if (const auto* error = std::get_if<Error>(&resolved))
+    Require(!error->ToString().empty(), "An error that says nothing");
   const auto* plan = std::get_if<GraphPlan>(&resolved);
   if (!plan) return {};
   Require(!TableOf(*plan).empty() && !JsonOf(*plan).empty(), "A plan without a table");

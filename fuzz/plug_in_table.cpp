@@ -1,5 +1,5 @@
-// What a plug-in says of itself and of its streams, any of it, as vorn-inspect and graphs read it. The input is a table,
-// what the plug-in answers when streams are planned, and a graph file in which the plug-in is called `any`.
+// What a plug-in says of itself and of its streams, any of it, as vorn-inspect and graphs read it. The input is a
+// table, what the plug-in answers when streams are planned, and a graph file in which the plug-in is called `any`.
 #include <deque>
 
 #include <nlohmann/json.hpp>

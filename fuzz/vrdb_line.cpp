@@ -13,7 +13,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   const vrdb::SplitLine split = vrdb::Split(line);
   Require(split.error.empty() || !split.words.empty(), "An error of nothing");
-  if (split.error.empty()) Require(vrdb::CannotCarry(split.words).empty(), "Words of a line that nothing carries");
+  const bool isCarried = vrdb::CannotCarry(split.words).empty();
+  Require(isCarried || line.find('\0') != line.npos, "Words of a line that are not carried");
   const vrdb::Command* const command = split.words.empty() ? nullptr : vrdb::FindCommand(split.words.front());
   if (command) vrdb::WrongUsage(*command, split.words);
   if (!split.words.empty()) vrdb::SaysFailure(split.words, reply);
