@@ -24,6 +24,10 @@ using Formula = Levels (*)(const std::vector<Levels>& in);
 
 Levels Same(const std::vector<Levels>& in) { return in[0]; }
 
+Levels Last(const std::vector<Levels>& in) { return in.back(); }
+
+std::vector<std::string> Silent(std::size_t inputs) { return std::vector<std::string>(inputs, "-inf"); }
+
 Levels Twice(const std::vector<Levels>& in) { return Together({in[0], in[0]}); }
 
 Levels Late(const std::vector<Levels>& in) {
@@ -64,6 +68,7 @@ const Case CASES[] = {
     {"level", {}, 1, 1, Same},
     {"lv2", {"http://plugin.org.uk/swh-plugins/amp", "gain=3"}},
     {"mix", {"0", "-3", "-inf", "2"}, 4, 1, Mixed},
+    {"mix", Silent(31), vorn::Endpoint::COUNT, 1, Last},
     {"reframe", {}, 1, 1, Same, {48000, {}, 2, 100}},
     {"remap", {"1:1,0:0/1:0,0:1"}, 2, 2},
     {"remap", {"0:0+1:1,0:1*-6dB/-0:0,_"}, 2, 2},
@@ -89,16 +94,29 @@ std::vector<Levels> Signals(std::size_t count, SampleFormat grid) {
   return signals;
 }
 
-// What leaves the outputs, one after the other.
-Levels Output(Case c, SampleFormat format, const std::vector<Levels>& signals) {
+// What leaves the outputs, one after the other; after an error in a stream before, where there is to be one.
+Levels Output(Case c, SampleFormat format, const std::vector<Levels>& signals, long error = 0) {
   Graph graph;
   StreamSpec in = STEREO;
   in.format = c.out.format = format;
   vorn::Block* block = graph.Add(c.block, c.args);
-  for (std::size_t i = 0; i < c.inputs; ++i) graph.Feed(block, i, Encoded(format, signals[i]), in);
+  std::vector<testkit::Frames*> sources;
+  for (std::size_t i = 0; i < c.inputs; ++i) {
+    testkit::Frames& frames = Graph::FramesOf(graph.Feed(block, i, Encoded(format, signals[i]), in));
+    testkit::Frames before{frames.front(), frames.back(), {{}, i == 0 ? error : 0}};
+    before[0].stamp = 0;
+    if (error != 0) frames.insert(frames.begin(), before.begin(), before.end());
+    sources.push_back(&frames);
+  }
   std::vector<vorn::Block*> sinks;
   for (std::size_t i = 0; i < c.outputs; ++i) sinks.push_back(graph.Record(block, i, c.out));
+  if (error == vorn::FRAME_FAILED) {
+    EXPECT_NE(graph.Run(), std::nullopt);
+    for (testkit::Frames* frames : sources) frames->erase(frames->begin(), frames->begin() + 3);
+    for (vorn::Block* sink : sinks) Graph::FramesOf(sink).clear();
+  }
   EXPECT_EQ(graph.Run(), testkit::END_OF_FILE);
+  for (const testkit::Frame& frame : Graph::FramesOf(sinks[0])) EXPECT_EQ(frame.stamp == -1, c.inputs > 0);
   Levels all;
   for (vorn::Block* sink : sinks) all = Together({all, Decoded(format, Graph::Recorded(sink))});
   return all;
@@ -125,6 +143,16 @@ TEST_P(Formats, SoundAlike) {
       ASSERT_NEAR(levels[k], expected, bit / 2 + 2e-7) << vorn::FormatName(format) << ", sample " << k;
       ASSERT_NEAR(floats[k], formula[k], 2e-7) << k;
     }
+  }
+}
+
+// Red if a block that is started again after a stop in mid-stream, or reset, goes on with what it had, or where it was.
+TEST_P(Formats, BeginAnew) {
+  if (testkit::InfoOf(GetParam().block) == nullptr) GTEST_SKIP();
+  const auto signals = Signals(GetParam().inputs, SampleFormat::FLOAT_LE);
+  const Levels expected = Output(GetParam(), SampleFormat::FLOAT_LE, signals);
+  for (const long error : {vorn::FRAME_FAILED, vorn::FRAME_TIMEOUT}) {
+    EXPECT_EQ(Output(GetParam(), SampleFormat::FLOAT_LE, signals, error), expected) << error;
   }
 }
 

@@ -10,20 +10,20 @@ namespace {
 
 using testkit::Graph;
 
-// Plays seconds of a stereo tone of 1000 Hz, each at a level in dBFS, in frames that do not fit the meter's windows.
+// Plays seconds of a tone of 1000 Hz, each at a level in dBFS, in frames that do not fit the meter's windows.
 class LevelTest : public testing::Test {
  protected:
   using Steps = std::vector<std::pair<double, double>>;
 
-  void Play(const Steps& steps, const std::vector<std::string>& args, bool hasOutput) {
-    const testkit::StreamSpec stream{48000, vorn::SampleFormat::FLOAT_LE, 2, 4801};
+  void Play(const Steps& steps, const std::vector<std::string>& args, bool hasOutput, unsigned channels = 2) {
+    const testkit::StreamSpec stream{48000, vorn::SampleFormat::FLOAT_LE, channels, 4801};
     meter = graph.Add("level", args, false, !hasOutput);
     if (hasOutput) sink = graph.Record(meter, 0, stream);
     x.clear();
     for (const auto& [level, seconds] : steps) {
       for (long i = 0; i < std::lround(48000 * seconds); ++i) {
-        const double t = static_cast<double>(x.size() / 2) / 48000;
-        x.resize(x.size() + 2, static_cast<float>(std::pow(10, level / 20) * std::sin(2 * M_PI * 1000 * t)));
+        const double t = static_cast<double>(x.size() / channels) / 48000;
+        x.resize(x.size() + channels, static_cast<float>(std::pow(10, level / 20) * std::sin(2 * M_PI * 1000 * t)));
       }
     }
     graph.Feed(meter, 0, x, stream);
@@ -57,14 +57,23 @@ TEST_F(LevelTest, MeasuresTheWholeAndTheLastMoment) {
   }
 }
 
-// Red if the pauses count, or the loud part alone.
+// Red if the pauses count, or the loud part alone, or if what is no number is more than a pause.
 TEST_F(LevelTest, LeavesPausesOutOfTheLoudness) {
-  Play({{-72, 3}, {-36, 3}, {-23, 20}, {-36, 3}, {-72, 3}}, {}, false);
+  Play({{-72, 3}, {-36, 3}, {-23, 20}, {NAN, 1}, {INFINITY, 1}, {-36, 3}, {-72, 3}}, {}, false);
   auto readings = Readings();
   EXPECT_NEAR(readings["integrated"], -23, 0.1);
   graph->DeleteAll();
   Play({{-20, 20}, {-30, 20}}, {}, false);
   EXPECT_NEAR(Readings()["range"], 10, 1);
+}
+
+// Red if a channel counts as one at another place.
+TEST_F(LevelTest, WeighsChannelsByTheirPlaces) {
+  for (const auto& [channels, weight] : {std::pair{6U, 3 + 2 * 1.41}, {7U, 7.0}, {8U, 3 + 4 * 1.41}}) {
+    Play({{-20, 1}}, {}, false, channels);
+    EXPECT_NEAR(Readings()["momentary"], -20 + 10 * std::log10(weight / 2), 0.05) << channels;
+    graph->DeleteAll();
+  }
 }
 
 }  // namespace

@@ -25,7 +25,7 @@ Levels Tone(const std::vector<std::string>& args, unsigned channels = 1, long fr
   return Decoded(spec.format, Graph::Recorded(sink));
 }
 
-// What becomes of one frame between two formats.
+// What becomes of one frame between two formats, in every run.
 Levels Converted(const std::vector<std::string>& args, SampleFormat from, SampleFormat to, const Levels& levels) {
   const StreamSpec before{48000, from, 1, static_cast<long>(levels.size())};
   const StreamSpec after{48000, to, 1, before.frame};
@@ -34,7 +34,11 @@ Levels Converted(const std::vector<std::string>& args, SampleFormat from, Sample
   graph.Feed(convert, 0, Encoded(from, levels), before);
   vorn::Block* sink = graph.Record(convert, 0, after);
   EXPECT_TRUE(graph.Run());
-  return Decoded(to, Graph::Recorded(sink));
+  const Levels converted = Decoded(to, Graph::Recorded(sink));
+  Graph::FramesOf(sink).clear();
+  EXPECT_TRUE(graph.Run());
+  EXPECT_EQ(Decoded(to, Graph::Recorded(sink)), converted);
+  return converted;
 }
 
 double Rms(const Levels& x) {
@@ -147,19 +151,29 @@ TEST(Convert, KeepsWhatFitsAndRoundsWhatDoesNot) {
             (Levels{1 - bit, -1, 1 - bit, 0, 2 * bit, -2 * bit, bit}));
 }
 
-// Red if the noise is not triangular (its error then depends on the signal), biased, or added where no bit is lost.
+// Red if the noise is not triangular (its error then depends on the signal), biased, that of another seed, or added
+// where no bit is lost.
 TEST(Convert, DithersWhereBitsAreLost) {
   const double bit = 1 / testkit::FullScale(SampleFormat::S16_LE);
   const std::vector<std::string> args{"dither=tpdf"};
   for (const double part : {0.0, 0.25, 0.5}) {
-    for (const auto from : {SampleFormat::FLOAT_LE, SampleFormat::S32_BE}) {
-      Levels errors = Converted(args, from, SampleFormat::S16_LE, Levels(100001, part * bit));
+    for (const auto [from, to] : {std::pair{SampleFormat::FLOAT_LE, SampleFormat::S16_LE},
+                                  {SampleFormat::S32_BE, SampleFormat::S16_LE},
+                                  {SampleFormat::FLOAT_BE, SampleFormat::S16_BE}}) {
+      Levels errors = Converted(args, from, to, Levels(100001, part * bit));
       for (double& error : errors) error = error / bit - part;
       EXPECT_NEAR(std::accumulate(errors.begin(), errors.end(), 0.0) / 100001, 0, 0.01) << part;
       EXPECT_NEAR(Rms(errors), 0.5, 0.01) << part;
     }
   }
-  EXPECT_EQ(Converted(args, SampleFormat::S16_LE, SampleFormat::S24_3BE, Levels(3, bit)), Levels(3, bit));
+  const Levels level(100, bit);
+  for (const auto [from, to] : {std::pair{SampleFormat::S16_LE, SampleFormat::S24_3BE},
+                                {SampleFormat::S16_LE, SampleFormat::S16_BE},
+                                {SampleFormat::FLOAT_LE, SampleFormat::FLOAT_BE}}) {
+    EXPECT_EQ(Converted(args, from, to, level), level);
+  }
+  EXPECT_NE(Converted(args, SampleFormat::FLOAT_LE, SampleFormat::S16_LE, level),
+            Converted({"dither=tpdf", "seed=2"}, SampleFormat::FLOAT_LE, SampleFormat::S16_LE, level));
 }
 
 }  // namespace

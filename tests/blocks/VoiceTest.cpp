@@ -97,7 +97,8 @@ TEST_F(VoiceTest, KeepsEverySampleInItsPlace) {
   }
 }
 
-// Red if the reference or a delay that is told does not reach the canceller in time, or the voice goes with the echo.
+// Red if the reference, a delay that is told, or a switch does not reach the processor in time, or if the voice goes
+// with the echo.
 TEST_F(VoiceTest, CancelsTheEchoOfARecordingAndLeavesTheVoice) {
   const Samples speech = Recording();
   Samples far = speech;  // twice, to learn the room the first time; then the near end speaks
@@ -121,6 +122,8 @@ TEST_F(VoiceTest, CancelsTheEchoOfARecordingAndLeavesTheVoice) {
     EXPECT_EQ(numbers["voice"], 1);
     EXPECT_NEAR(numbers["input-level"], numbers["output-level"], 1);
   }
+  EXPECT_EQ(graph.RunAfterSetting(voice, 3, "no"), testkit::END_OF_FILE);
+  EXPECT_EQ(graph.Numbers(voice)["voice"], 0);
 }
 
 // Red if anything that is switched or set starts or stops at once, or leaves a gap.

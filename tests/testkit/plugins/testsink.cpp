@@ -1,4 +1,4 @@
-// Records every frame; ends the route after as many as its argument says.
+// Records every frame since the start or the last reset; ends the route after as many as its argument says.
 #include <vorn/Plugin.h>
 
 #include "testkit/TestGraph.h"
@@ -28,6 +28,8 @@ class TestSink : public vorn::PluginBlock {
     const bool isEnough = static_cast<long>(frames.size()) == Integer(FRAMES);
     return isEnough ? vorn::FRAME_END_OF_FILE : vorn::FRAME_DONE;
   }
+
+  void Forget() override { frames.clear(); }
 
  private:
   testkit::Frames frames;

@@ -1,4 +1,5 @@
-// Plays the frames that a test gave it. An entry without samples is a cycle in which it sends nothing.
+// Plays the frames that a test gave it. An entry without samples is a cycle in which it sends nothing, one with a
+// negative count a result of ProcessFrame.
 #include <cstring>
 
 #include <vorn/Plugin.h>
@@ -25,6 +26,7 @@ class TestSource : public vorn::PluginBlock {
   long Process() override {
     if (next == frames.size()) return vorn::FRAME_END_OF_FILE;
     const testkit::Frame& frame = frames[next++];
+    if (frame.samples < 0) return frame.samples;
     for (const auto& [index, ep] : ActiveOutEps()) {
       if (frame.samples != 0) std::memcpy(Out(index).data, frame.bytes.data(), frame.bytes.size());
       Out(index).samples = frame.samples;
