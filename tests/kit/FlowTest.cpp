@@ -218,6 +218,32 @@ TEST(Flow, TheRouteIsOverWhenAllSourcesEndedAndNothingIsHeld) {
   EXPECT_EQ(asked.toPlay, 9);
 }
 
+// Red if a new run begins with what the one before left, an error frame leaves anything of its frames, or a link that
+// is made anew is over from the start.
+TEST(Flow, BeginsAnew) {
+  Bench source(0, 1);
+  source.toPlay = 9;
+  source.Hear("D");
+  EXPECT_EQ(source.Cycle(), ".");
+  source.flow.Start();
+  EXPECT_EQ(source.Cycle(), "7");
+  source.Hear("H");
+  source.flow.Forget();
+  EXPECT_EQ(source.Cycle(), "7");
+
+  Bench join(2, 1);
+  EXPECT_EQ(join.Cycle("1234", "-"), "-");
+  join.flow.Forget();
+  EXPECT_EQ(join.Cycle("5", "5"), "A");
+
+  Bench block(1, 1);
+  EXPECT_EQ(block.Cycle("."), ".");
+  const std::vector<Flow::Port> inputs = block.flow.Inputs(), outputs = block.flow.Outputs();
+  block.flow.Link({}, outputs);
+  block.flow.Link(inputs, outputs);
+  for (const char* both : {"-", "12", "."}) EXPECT_EQ(block.Cycle(both), both);
+}
+
 // Red if a reference prolongs the stream that it does not drive, or if its source is not told that nobody listens.
 TEST(Flow, AReferenceEndsWithTheStreamThatItServes) {
   Bench join(2, 1);

@@ -37,6 +37,9 @@ TEST(Interrupt, BringsWaitsBackUntilItIsCleared) {
     interrupt.Raise();
     EXPECT_EQ(interrupt.Await(quiet.ends[1], POLLOUT), Interrupt::READY);
     EXPECT_EQ(interrupt.Waits(), 1U);
+    Interrupt early, other;
+    early.Raise();
+    EXPECT_EQ(other.Await(early.Descriptor(), POLLIN, 0), Interrupt::READY);
   }
 }
 
