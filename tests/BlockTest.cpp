@@ -86,7 +86,8 @@ TEST_F(BlockTest, ResizesAndCommitsItsFrames) {
 }
 
 // Each frame is of another size; the file is what the block wrote, byte by byte.
-// Red if an output's file holds another's frames, is named otherwise, or an open one moves.
+// Red if an output's file holds another's frames, is named otherwise, is not whole once its block is gone, or an open
+// one moves.
 TEST_F(BlockTest, DumpsWhatItSends) {
   const Folder folder;
   Link wide("RouteA", "", 48000, SampleFormat::S24_3BE, 2, 1), thin("RouteA", "", 8000, SampleFormat::BYTE, 1, 3);
@@ -129,4 +130,13 @@ TEST_F(BlockTest, DumpsWhatItSends) {
   source.OutEp(7).FB()->samples = 0;
   source.CommitFrame();
   expectDumped();  // in the file of the link before
+  {
+    Named leaver("a");
+    Link last("RouteA", "", 8000, SampleFormat::BYTE, 1, 3);
+    EXPECT_EQ(last.Connect(&leaver.OutEp(31), &sink.InEp(1)), 0);
+    leaver.dumpFolder = folder / "";
+    leaver.OutEp(31).Resize(2, "cd", -1);
+    leaver.CommitFrame();
+  }
+  EXPECT_EQ(Contents(folder / names[1]), "cd");
 }

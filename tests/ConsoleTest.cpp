@@ -427,20 +427,6 @@ struct ConsoleDeathTest : testing::Test {
   ConsoleDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 };
 
-TEST_F(ConsoleDeathTest, ProcessExitsWithClients) {
-  EXPECT_EXIT(
-      {
-        Vorn::Instance()->NewRoute("RouteA", nullptr);
-        ConsoleClient client;
-        client.Ask("status");
-        ConsoleClient waiting;
-        waiting.Send("status");
-        client.Send("start RouteA");
-        std::exit(HasFailure());
-      },
-      testing::ExitedWithCode(0), "");
-}
-
 TEST_F(ConsoleDeathTest, SecondProcessDoesWithout) {
   auto first = std::make_unique<VornImpl>("/nowhere");
   EXPECT_EQ(ConsoleClient().Ask("foo"), "Unknown command 'foo'\n");

@@ -170,9 +170,16 @@ struct Quitter : Probe, Route::Callbacks {
   const std::string place;
 };
 
+/** Comes back to a route after the framework's end. */
+struct LateCaller {
+  ~LateCaller() { route ? void(route->Stop()) : void(); }
+  Route* route = nullptr;
+};
+
 /** Fills the process with what does not end by itself, and leaves it in the way that is asked for. */
 void LeaveWhenStuck(const std::string& how) {
   alarm(60);  // the longest that a process may take to end
+  static LateCaller lateCaller;
   Vorn& vorn = *Vorn::Instance();
   Route* route = vorn.NewRoute("RouteA", nullptr);
   FIFO* fifo = vorn.NewFIFO(0, 1, 10, 0);
@@ -208,7 +215,7 @@ void LeaveWhenStuck(const std::string& how) {
   for (const std::string place : {"frame", "callback", "parameter"}) {
     if (how != place) continue;
     static Quitter quitter(false, false, place);
-    Route* ended = vorn.NewRoute("RouteB", &quitter);
+    Route* ended = lateCaller.route = vorn.NewRoute("RouteB", &quitter);
     Block* quits = Add<Quitter>(*ended, ALONE, place);
     ConsoleClient client;
     client.Send("setparam RouteB " + quits->Name() + " 1");
