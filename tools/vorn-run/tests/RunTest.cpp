@@ -93,6 +93,8 @@ TEST_F(VornRun, SaysInOneLineWhatIsWrong) {
       {{"f.dot"}, 2, "f.dot:3:8: no block 'b': "},
       {{"f.dot", "x=1"}, 2, "f.dot: 'x=1' fills nothing; the file has no $name"},
       {{"f.dot", "x"}, 2, "expected name=value behind the graph file, got 'x'"},
+      {{"f.dot", "=1"}, 2, "expected name=value behind the graph file, got '=1'"},
+      {{"f.dot", "x=1", "x=1"}, 2, "'x=' is given twice"},
       {{"none.dot"}, 2, "none.dot: cannot be read"},
       {{"."}, 2, ".: cannot be read"},
       {{}, 2, "expected a graph file"},
@@ -162,6 +164,19 @@ TEST_F(VornRun, AStopLosesNothingBetweenSourceAndFile) {
   const Ended ended = Expect(3, "", {"two.dot", "n=1000000000", "--duration", "50ms", "--json"});
   EXPECT_EQ(nlohmann::json::parse(ended.out)["stopped"], "duration");
   EXPECT_EQ(std::to_string(SamplesIn("taken")), Contents("given"));
+
+  fs::remove("taken");  // a signal that somebody has it ignore stays ignored
+  const Ended deaf =
+      testkit::RunIn(".", {"/bin/sh", "-c", "trap '' HUP; exec " VORN_RUN " --json two.dot n=1000000000"},
+                     testkit::Interruption{"taken", Signals({SIGHUP, SIGTERM})});
+  EXPECT_EQ(nlohmann::json::parse(deaf.out)["stopped"], "SIGTERM");
+}
+
+// Red if what a terminal is shown is another time than that of the sound.
+TEST_F(VornRun, ShowsATerminalHowFarItIs) {
+  const Ended ended =
+      testkit::RunIn(".", {"/bin/sh", "-c", "script -qec \"" VORN_RUN " -e 'moody 7000 ! moody sleep=1'\" /dev/null"});
+  EXPECT_NE(ended.out.find(" / 0:00:07.0, "), std::string::npos) << ended.out;
 }
 
 // Red if a route that an operator took is touched again or waited for, if its file is not finished or is made anew, or
@@ -328,6 +343,8 @@ TEST_F(VornRun, SaysWhetherRealTimeWasGrantedAndShowsTheLogWhenAsked) {
   const Ended ended = Expect(0, "vorn-run: RouteA: real-time priority 1 ",
                              {"--realtime", "1", "--log-level", "4", "-e", "moody 5 ! moody"});
   EXPECT_NE(ended.err.find(" I RouteA: Started\n"), std::string::npos) << ended.err;
+  const std::string log = Expect(0, "", {"--log-level", "4", "two.dot", "n=5"}).err;
+  EXPECT_LT(log.find("RouteB: Started"), log.find("RouteA: Started")) << "its reader is not there yet";
 }
 
 }  // namespace
