@@ -1,7 +1,7 @@
 # How tests are made and run. All of them run side by side (ctest -j), so each gets a network namespace of its own, where the
 # console's socket name is free.
 
-set(VORN_TEST_TIMEOUT 120)
+set(VORN_TEST_TIMEOUT 120 CACHE STRING "Seconds that one test may take")
 if(VORN_SANITIZE)
   set(VORN_TEST_TIMEOUT 600)
   list(APPEND VORN_TEST_ENVIRONMENT "UBSAN_OPTIONS=print_stacktrace=1")
