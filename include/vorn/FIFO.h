@@ -19,7 +19,8 @@
  *     while ((got = fifo->Take(frame, 480, true, &stamp)) > 0) Use(frame, got);
  *     if (got == vorn::FRAME_END_OF_FILE) Finish(); // else -20: shut down
  *
- * Each side chooses for itself: Take also gives what Consume put in, and Produce what Put did.
+ * Each side chooses for itself: Take also gives what Consume put in, and Produce what Put did. A route that stops says
+ * neither: the client ends that side itself, in Route::Callbacks::OnStopped for one, or the other side waits on.
  *
  * Counts are in samples: one sample is one instant across all channels, `sampleSize` bytes.
  *
