@@ -6,6 +6,7 @@
 #include <future>
 #include <sstream>
 
+#include "Block/SampleFormat.h"
 #include "Vorn/VornImpl.h"
 #include "testkit/ConsoleClient.h"
 #include "testkit/Probe.h"
@@ -106,11 +107,6 @@ newlink RouteB 1 BYTE 2 4 @src 0 @snk 0 => Failed to create link => E OnCommand_
 newlink RouteA 1 BYTE 2 4 @src 32 @snk 0 => Failed to create link => E NewLink: ~Invalid source block output endpoint index 32
 newlink RouteA 1 BYTE 4 4611686018427387904 @src 0 @snk 0 => Failed to create link => E NewLink_l: ~lnk_0: No memory for frames of 4611686018427387904 samples: frame size out of range
 newlink RouteA 1 FLOAT_BE 2 4 @src 0 @snk 0 => Created lnk_0 on RouteA
-newlink RouteA 1 FLOAT_LE 2 4 @src 1 @snk 1 => Created lnk_1 on RouteA
-newlink RouteA 1 S32_BE 2 4 @src 2 @snk 2 => Created lnk_2 on RouteA
-newlink RouteA 1 S32_LE 2 4 @src 3 @snk 3 => Created lnk_3 on RouteA
-newlink RouteA 1 S16_BE 2 4 @src 4 @snk 4 => Created lnk_4 on RouteA
-newlink RouteA 1 S16_LE 2 4 @src 5 @snk 5 => Created lnk_5 on RouteA
 getparam RouteA @src 0 =>
 setparam RouteA @src 0 a	b  c => Success => set 0 [a] [b] [c]
 getparam RouteA @src 0 => a|b|c
@@ -147,6 +143,16 @@ loglevel 5 => Success => level 5|disable 16384
 loglevel -3 => Success => level -3|enable 16384
 Status => Unknown command 'Status'
 )");
+}
+
+TEST_F(ConsoleTest, FormatsOfLinks) {
+  Block* block = Add(*vorn.NewRoute("RouteA", nullptr), ALONE, "x");
+  std::size_t i = 0;
+  for (const std::string format : {"BYTE", "S16_LE", "S16_BE", "S32_LE", "S32_BE", "FLOAT_LE", "FLOAT_BE"}) {
+    const std::string end = " probe_x_0 " + std::to_string(i);
+    client.Ask("newlink RouteA 1 " + format + " 2 4" + end + end);
+    EXPECT_EQ(FormatToString(block->OutEp(i++).FB()->format), format);
+  }
 }
 
 // What blocks answer, and what they are given.
@@ -187,8 +193,9 @@ TEST_F(ConsoleTest, Report) {
   block->InEp(0).FB()->timestamp = 1234567890123456789;
   block->OutEp(31).FB()->timestamp = 0;
   const std::string longName(300, 'y');
-  Add(*vorn.NewRoute("RouteB", nullptr), MIDDLE, longName.c_str());
-  vorn.NewFIFO(0, 1, 100, 25)->writer = block;
+  Block* other = Add(*vorn.NewRoute("RouteB", nullptr), MIDDLE, longName.c_str());
+  FIFO* half = vorn.NewFIFO(0, 1, 100, 25);
+  half->writer = block;
   FIFO* both = vorn.NewFIFO(0, 1, 7, 3);
   both->writer = both->reader = block;
   vorn.NewFIFO(0, 1, 0, 0);
@@ -234,6 +241,7 @@ digraph vorn {
                 R"(1\n8000Hz\nBYTE\n1ch", taillabel="31", headlabel="0"])" + "\n" + fifo2And1 +
                 "\tRouteA_probe_x_0->fifo_1->RouteA_probe_x_0\n" + fifo0);
   route->Delete(block);
+  half->reader = other;
   EXPECT_EQ(client.Ask("status --dot"), head + fifo2And1 + fifo0) << "shows a block that is gone";
 }
 

@@ -20,6 +20,7 @@ TEST(Vorn, ConfiguresTheLog) {
            {"logtostderr=true\nlogtostdout=false\n", "|disable 1|enable 2"},
            {"logtostdout=True\nlogtostderr=1\nloglevel=7\n", ""},
            {"loglevel=5\n", "|level 5|disable 16384"},
+           {"loglevel=6\n", "|level 6|disable 16384"},
            {"loglevel=42\n", "|level 4"},
            {"loglevel=0x\n", "|level 0"},
            {"dumppath=/x\n", "|file /x/vorn.log"},

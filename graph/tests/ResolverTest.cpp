@@ -242,5 +242,12 @@ TEST(Resolver, KeepsOthersAwayFromAFileThatIsWritten) {
   fs::remove_all(folder);
 }
 
+// Red if a stream behind a block of which nothing is known has the length of the one before it.
+TEST(Resolver, LeavesLengthsToTheBlocks) {
+  const auto plan = PlanFile("source [args=x] bare sink source -> bare -> sink");
+  const auto& links = std::get<GraphPlan>(plan).links;
+  EXPECT_TRUE(links[0].stream.length == 1000 && links[1].stream.length == -1);
+}
+
 }  // namespace
 }  // namespace vorn::graph

@@ -12,7 +12,22 @@
 
 class Moody : public vorn::PluginBlock {
  public:
-  enum : unsigned { SAMPLES, RATE, FILE_NAME, REFUSE, FAIL, SPOIL, TIMEOUT, SLEEP, MEASURE, LAST, BORN, CRASH, WAIT };
+  enum : unsigned {
+    SAMPLES,
+    RATE,
+    FILE_NAME,
+    REFUSE,
+    FAIL,
+    SPOIL,
+    TIMEOUT,
+    SLEEP,
+    MEASURE,
+    LAST,
+    BORN,
+    CRASH,
+    WAIT,
+    FADE
+  };
 
   explicit Moody(const vorn::Setup& setup) : PluginBlock(setup) {
     if (!Flag(BORN)) throw std::runtime_error("not today");
@@ -34,6 +49,7 @@ class Moody : public vorn::PluginBlock {
         .Takes(Parameter::Flag(MEASURE, "measure"))
         .Takes(Parameter::Flag(BORN, "born").Default(true))
         .Takes(Parameter::Text(CRASH, "crash"))
+        .Takes(Parameter::Integer(FADE, "fade", "samples", 0, 1e12).Default(1e12))
         .Takes(Parameter::Word(WAIT, "wait", "never start frame").Help("for ever, in a start or behind 500 samples"))
         .Takes(Parameter::Reading(LAST, "last", "steps"));
   }
@@ -65,6 +81,7 @@ class Moody : public vorn::PluginBlock {
     nanosleep(&nap, nullptr);
     if (done >= Integer(FAIL)) return VORN_LOG_E("by the way"), Fail("a bad day");
     if (done >= Integer(TIMEOUT) && !std::exchange(timedOut, true)) return vorn::FRAME_TIMEOUT;
+    if (done >= Integer(FADE)) return vorn::FRAME_FADED_OUT;
     const bool isSource = ActiveInEps().empty();
     if (Choice(WAIT) == 2 && done >= 500 && !Wait()) {
       if (!isSource) Lose("nobody takes it");

@@ -94,10 +94,11 @@ TEST_F(FifoTest, BlocksWaitForTheOtherSideUntilShutdown) {
   EXPECT_EQ(graph.Run(), END_OF_FILE);  // a sink that nobody reads any more
 }
 
-// Red if a reader that takes no more leaves the writer asleep for ever.
+// Red if a reader that takes no more leaves the writer asleep for ever, or a writer that starts again is over.
 TEST_F(FifoTest, AWriterEndsWithItsReader) {
   Open(700);
   Write(Count(20000));
+  fifo->EndWriting();  // as a run before this one did
   ASSERT_EQ(graph->Start(), 0);
   Samples taken(1000);
   EXPECT_EQ(fifo->Take(taken.data(), 1000, true, nullptr), 1000);
@@ -163,7 +164,7 @@ TEST_F(FifoTest, ARunningBlockKeepsTheStreamItWasPreparedFor) {
   EXPECT_EQ(graph->Stop(), 0);
 }
 
-// Red if a block that must not wait does, or does not say that samples are missing.
+// Red if a block that must not wait does, or does not say that samples are missing, or that it takes no more.
 TEST_F(FifoTest, BlocksThatDoNotWaitDropAndFillUp) {
   Open(1000);
   Write(Count(5000), {"false"});
@@ -178,6 +179,7 @@ TEST_F(FifoTest, BlocksThatDoNotWaitDropAndFillUp) {
   const auto newest = std::find(arrived.begin(), arrived.end(), 5000);
   ASSERT_NE(newest, arrived.end());
   EXPECT_EQ(std::count(newest + 1, arrived.end(), 0), arrived.end() - newest - 1);
+  EXPECT_TRUE(fifo->State().readingEnded);
 }
 
 }  // namespace

@@ -59,7 +59,7 @@ TEST_F(LevelTest, MeasuresTheWholeAndTheLastMoment) {
 
 // Red if the pauses count, or the loud part alone, or if what is no number is more than a pause.
 TEST_F(LevelTest, LeavesPausesOutOfTheLoudness) {
-  Play({{-72, 3}, {-36, 3}, {-23, 20}, {NAN, 1}, {INFINITY, 1}, {-36, 3}, {-72, 3}}, {}, false);
+  Play({{-72, 3}, {-36, 3}, {NAN, 1}, {INFINITY, 1}, {-23, 20}, {-36, 3}, {-72, 3}}, {}, false);
   auto readings = Readings();
   EXPECT_NEAR(readings["integrated"], -23, 0.1);
   graph->DeleteAll();

@@ -15,6 +15,7 @@ using Streams = std::vector<vorn::Stream>;
 constexpr vorn::Stream LINK{1};
 constexpr vorn::Stream MONO{1, 48000, 1, 1, 480, 1000};
 constexpr vorn::Stream LONGER{1, 48000, 1, 1, 480, 3000};
+constexpr vorn::Stream ENDLESS{1, 48000, 1, 1, 480, -1};
 constexpr vorn::Stream STEREO{1, 48000, 1, 2, 480, 1000};
 constexpr vorn::Stream FOREIGN{1, 44100, 1, 1, 441, 1000};
 constexpr vorn::Stream SLOW{1, 16000, 1, 1, 480, 1000};
@@ -44,8 +45,11 @@ const Case CASES[] = {
      {MONO},
      {LINK},
      "argument 'format': got 'S8', takes one of: " + vorn::FormatNames(vorn::ALL_FORMATS)},
+    {"gain", {MONO, MONO}, {LINK}, "input 1: no such endpoint; takes 1 input"},
+    {"gain", {}, {LINK}, "0 inputs linked, takes 1"},
     {"mix", {MONO, STEREO}, {LINK}, "input 1: got 2 channels, takes 1 channel as input 0; put 'remap' before it"},
     {"mix", {MONO, LONGER}, {LINK}, "rate=48000 format=S16_LE channels=1 frame=480 length=3000"},
+    {"mix", {MONO, ENDLESS}, {LINK}, "rate=48000 format=S16_LE channels=1 frame=480"},
     {"delay 100", {MONO}, {LINK}, "rate=48000 format=S16_LE channels=1 frame=480 length=5800"},
     {"delay", {MONO}, {LINK}, "takes either a time in ms or samples="},
     {"remap 0,0/0",

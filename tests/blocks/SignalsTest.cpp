@@ -116,7 +116,7 @@ TEST(Changes, AreReachedInOneFrameWithoutAStep) {
   for (const Change& c :
        {Change{0, 2, constant, "0", "-40", 0.99 / 480}, Change{1, 0, constant, "0", "-40", 0.99 / 480},
         Change{2, 0, constant, "0", "-40", 0.99 / 480},
-        Change{0, 1, {"sine", "100", "0"}, "100", "300", TURN * 300 / 48000}}) {
+        Change{0, 1, {"sine", "130", "0"}, "130", "310", TURN * 310 / 48000}}) {
     Graph graph;
     const std::vector<vorn::Block*> blocks{graph.Add("tone", c.tone), graph.Add("gain"), graph.Add("mix"),
                                            graph.Add("testsink")};

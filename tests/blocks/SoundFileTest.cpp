@@ -286,6 +286,7 @@ TEST_F(SoundFiles, PartsLoopsStopsAndStartsAreExact) {
     const std::vector<double> looped = ReadSound(out).values;
     EXPECT_GE(looped.size(), 200000U);
     for (std::size_t i = 0; i < looped.size(); ++i) ASSERT_EQ(looped[i], ramp[24000 + i % 485]) << i;
+    EXPECT_EQ(graph.Numbers(sink)["written"], static_cast<double>(looped.size()));
     EXPECT_NEAR(graph.Numbers(source)["played"], static_cast<double>(looped.size()) / 48000, 0.1);
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
       std::error_code gone;
@@ -451,8 +452,13 @@ TEST_F(SoundFiles, LongFilesSayHowLongTheyAre) {
     file.info.format = format;
     file.info.channels = 2;
     file.info.samplerate = 48000;
-    std::string error = file.Open(open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600), SFM_WRITE);
-    file.Carry(SampleFormat::S16_LE, 1000);
+    const auto begin = [&] {
+      const std::string error = file.Open(open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600), SFM_WRITE);
+      return file.Carry(SampleFormat::S16_LE, 1000), error;
+    };
+    begin();
+    file.Write(std::vector<std::uint8_t>(4000).data(), 1000);  // of which nothing is left
+    std::string error = begin();
     long written = 0;
     for (long i = 0; i < 100 && error.empty(); ++i) {
       const std::vector<std::int16_t> values(2000, static_cast<std::int16_t>(i));

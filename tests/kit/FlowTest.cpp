@@ -234,7 +234,9 @@ TEST(Flow, BeginsAnew) {
   Bench join(2, 1);
   EXPECT_EQ(join.Cycle("1234", "-"), "-");
   join.flow.Forget();
-  EXPECT_EQ(join.Cycle("5", "5"), "A");
+  EXPECT_EQ(join.Cycle("5", "."), "5");
+  EXPECT_EQ(join.Cycle("-", "56"), "-");  // not over after all, as behind a block without the kit
+  EXPECT_EQ(join.Cycle("123", "-"), "68");
 
   Bench block(1, 1);
   EXPECT_EQ(block.Cycle("."), ".");

@@ -112,6 +112,7 @@ TEST(Parameters, ArgumentsAreCheckedAndNamed) {
     EXPECT_EQ(parsed->ToString(), line);
   }
   EXPECT_EQ(vorn::ParameterLine::Parse(table[4])->value, "/a b=c%");
+  EXPECT_EQ(vorn::ParameterLine::Parse("0 a - - %2D live")->ToString(), "0 a - - %2D live");
   for (const char* other : {"", "0 a - - 1", "x a - - 1 live"})
     EXPECT_FALSE(vorn::ParameterLine::Parse(other)) << other;
 }

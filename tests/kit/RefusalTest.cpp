@@ -24,6 +24,7 @@ class Fussy : public vorn::PluginBlock {
 
   static vorn::Description Describe() {
     return vorn::Description("fussy", "")
+        .OptionalInput(vorn::Port("in"))
         .Output(vorn::Port("out").Channels(1, 2))
         .Takes(Parameter::Number(LEVEL, "level", "dB", -1, 1).Default(0).Live())
         .Takes(Parameter::Text(NAME, "name").Live());
@@ -64,13 +65,13 @@ class Refusals : public testing::Test {
     return texts;
   }
 
-  int Link(std::uint32_t rate, std::uint32_t channels) {
-    vorn::FrameBuffer& fb = *block->OutEp(0).FB();
+  int Link(std::uint32_t rate, std::uint32_t channels, bool input = false) {
+    vorn::FrameBuffer& fb = *(input ? block->InEp(0).FB() : block->OutEp(0).FB());
     fb.rate = rate;
     fb.format = vorn::SampleFormat::S16_LE;
     fb.channels = channels;
     fb.samplesPerFrame = 480;
-    return block->BaseOnOutEpLinked(0);
+    return input ? block->BaseOnInEpLinked(0) : block->BaseOnOutEpLinked(0);
   }
 
   testkit::LogFile log;
@@ -83,7 +84,8 @@ class Refusals : public testing::Test {
   }();
 };
 
-// Red if a refusal is lost, is not what the log tells, has not its own time, or stays after a link or start succeeded.
+// Red if a refusal is lost, is not what the log tells, has not its own time, or stays after a link or start succeeded;
+// or if a running block takes another stream than it was prepared for.
 TEST_F(Refusals, AreKeptUntilTheNextLinkOrStart) {
   EXPECT_EQ(Last(), Texts());
   EXPECT_EQ(Link(48000, 3), -20);
@@ -108,8 +110,11 @@ TEST_F(Refusals, AreKeptUntilTheNextLinkOrStart) {
   EXPECT_EQ(block->BaseStart(), -20);
   EXPECT_EQ(Last(), (Texts{"1", "0", "", "", "", "", "", "the shop is closed"}));
   EXPECT_EQ(block->SetParameter(Fussy::NAME, {"open"}), 0);
+  EXPECT_EQ(Link(48000, 2, true), 0);
   EXPECT_EQ(block->BaseStart(), 0);
   EXPECT_EQ(Last(), Texts());
+  block->BaseOnInEpUnlinked(0);
+  EXPECT_EQ(Link(48000, 3, true), -20);  // it is prepared for two
 
   EXPECT_EQ(block->ProcessFrame(), vorn::FRAME_FAILED);
   EXPECT_EQ(Last(), (Texts{"1", "0", "", "", "", "", "", "the device is gone"}));
