@@ -37,7 +37,7 @@ std::optional<Identity> IdentityOf(const std::string& path, bool writes) {
     return Identity{status.st_dev, status.st_ino};
   }
   std::error_code unknown;
-  const fs::path whole = fs::weakly_canonical(path, unknown);
+  const fs::path whole = fs::weakly_canonical(fs::absolute(path, unknown), unknown);
   if (unknown || stat(whole.parent_path().c_str(), &status) != 0) return std::nullopt;
   return Identity{status.st_dev, status.st_ino, whole.filename()};
 }

@@ -239,6 +239,8 @@ TEST(Resolver, KeepsOthersAwayFromAFileThatIsWritten) {
   }
   EXPECT_NE(shown(in, other, folder / "sub/../other").find("block 'b' writes"), std::string::npos);
   EXPECT_NE(shown(in, "-", "-").find("block 'b' writes standard output, which block 'a' writes"), std::string::npos);
+  EXPECT_NE(Show(PlanFile("a [block=sink path=x] s [block=source path=x] s -> a")).find("'s' reads 'x', which"),
+            std::string::npos);
   fs::remove_all(folder);
 }
 
