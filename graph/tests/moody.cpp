@@ -12,22 +12,7 @@
 
 class Moody : public vorn::PluginBlock {
  public:
-  enum : unsigned {
-    SAMPLES,
-    RATE,
-    FILE_NAME,
-    REFUSE,
-    FAIL,
-    SPOIL,
-    TIMEOUT,
-    SLEEP,
-    MEASURE,
-    LAST,
-    BORN,
-    CRASH,
-    WAIT,
-    FADE
-  };
+  enum : unsigned { SAMPLES, RATE, PATH, REFUSE, FAIL, SPOIL, TIMEOUT, SLEEP, MEASURE, LAST, BORN, CRASH, WAIT, FADE };
 
   explicit Moody(const vorn::Setup& setup) : PluginBlock(setup) {
     if (!Flag(BORN)) throw std::runtime_error("not today");
@@ -40,7 +25,7 @@ class Moody : public vorn::PluginBlock {
         .Outputs(0, 1, vorn::Port("out"))
         .Takes(Parameter::Integer(SAMPLES, "samples", "samples", 0, 1e12).Default(1e12).Positional())
         .Takes(Parameter::Integer(RATE, "rate", "Hz", 1, 1e6).Default(1000))
-        .Takes(Parameter::Text(FILE_NAME, "file"))
+        .Takes(Parameter::Text(PATH, "file"))
         .Takes(Parameter::Flag(REFUSE, "refuse"))
         .Takes(Parameter::Integer(FAIL, "fail", "samples", 0, 1e12).Default(1e12))
         .Takes(Parameter::Flag(SPOIL, "spoil"))
@@ -71,7 +56,7 @@ class Moody : public vorn::PluginBlock {
     if (Flag(REFUSE)) return VORN_LOG_E("by the way"), Refuse("out of sorts");
     done = 0;
     if (Choice(WAIT) == 1 && !Wait()) return Refuse("nobody came");
-    if (!Text(FILE_NAME).empty()) file = std::fopen(Text(FILE_NAME).c_str(), "w");
+    if (!Text(PATH).empty()) file = std::fopen(Text(PATH).c_str(), "w");
     return 0;
   }
 

@@ -54,6 +54,7 @@ TEST_F(FifoTest, EndsToTheSampleAndCarriesTimes) {
   for (std::size_t i = 0; i < 4; ++i) Graph::FramesOf(source)[i].stamp = STAMPS[i];
   ASSERT_EQ(graph.Run(), END_OF_FILE);
   graph->DeleteAll();
+  EXPECT_EQ(fifo->writer, nullptr);
 
   Read(240);
   ASSERT_EQ(graph.Run(), END_OF_FILE);

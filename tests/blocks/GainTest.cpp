@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "testkit/LogFile.h"
 #include "testkit/Samples.h"
 #include "testkit/TestGraph.h"
 
@@ -61,20 +60,6 @@ TEST_P(Gain, AChangeIsOneStraightFrame) {
     const double progress = std::min(1.0, static_cast<double>(i / 2 + 1) / 480);
     ASSERT_NEAR(out[i], level * (1 - 0.9 * progress), testkit::IsFloat(format) ? 1e-6 : 0.501) << i;
   }
-}
-
-// Red if the streams of its ends may differ, or its table is another one.
-TEST(GainStreams, AreAlike) {
-  testkit::LogFile log;
-  Graph graph;
-  vorn::Block* block = graph.Add("gain", {"gain=+3"});
-  std::vector<std::string> texts;
-  EXPECT_EQ(graph->GetParameter(block, vorn::PARAMETER_TABLE, texts), 0);
-  EXPECT_EQ(texts, std::vector<std::string>{"0 gain dB -inf..60 3 live how%20much%20louder;%20-inf%20is%20silence"});
-  graph.Feed(block, 0, testkit::Samples(), {});
-  graph.Record(block, 0, {44100});
-  EXPECT_EQ(graph->Start(), -20);
-  EXPECT_TRUE(log.Has("RouteA: gain_0: output 0: got 44100 Hz, takes 48000 Hz as input 0; put 'resample' after it"));
 }
 
 }  // namespace

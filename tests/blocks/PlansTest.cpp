@@ -47,6 +47,7 @@ const Case CASES[] = {
      "argument 'format': got 'S8', takes one of: " + vorn::FormatNames(vorn::ALL_FORMATS)},
     {"gain", {MONO, MONO}, {LINK}, "input 1: no such endpoint; takes 1 input"},
     {"gain", {}, {LINK}, "0 inputs linked, takes 1"},
+    {"gain", {MONO}, {STEREO}, "output 0: got 2 channels, takes 1 channel as input 0; put 'remap' after it"},
     {"mix", {MONO, STEREO}, {LINK}, "input 1: got 2 channels, takes 1 channel as input 0; put 'remap' before it"},
     {"mix", {MONO, LONGER}, {LINK}, "rate=48000 format=S16_LE channels=1 frame=480 length=3000"},
     {"mix", {MONO, ENDLESS}, {LINK}, "rate=48000 format=S16_LE channels=1 frame=480"},

@@ -157,7 +157,7 @@ TEST(Convert, DithersWhereBitsAreLost) {
   const double bit = 1 / testkit::FullScale(SampleFormat::S16_LE);
   const std::vector<std::string> args{"dither=tpdf"};
   for (const double part : {0.0, 0.25, 0.5}) {
-    for (const auto [from, to] : {std::pair{SampleFormat::FLOAT_LE, SampleFormat::S16_LE},
+    for (const auto& [from, to] : {std::pair{SampleFormat::FLOAT_LE, SampleFormat::S16_LE},
                                   {SampleFormat::S32_BE, SampleFormat::S16_LE},
                                   {SampleFormat::FLOAT_BE, SampleFormat::S16_BE}}) {
       Levels errors = Converted(args, from, to, Levels(100001, part * bit));
@@ -167,7 +167,7 @@ TEST(Convert, DithersWhereBitsAreLost) {
     }
   }
   const Levels level(100, bit);
-  for (const auto [from, to] : {std::pair{SampleFormat::S16_LE, SampleFormat::S24_3BE},
+  for (const auto& [from, to] : {std::pair{SampleFormat::S16_LE, SampleFormat::S24_3BE},
                                 {SampleFormat::S16_LE, SampleFormat::S16_BE},
                                 {SampleFormat::FLOAT_LE, SampleFormat::FLOAT_BE}}) {
     EXPECT_EQ(Converted(args, from, to, level), level);

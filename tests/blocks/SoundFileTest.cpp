@@ -112,7 +112,7 @@ class SoundFiles : public testing::Test {
                                                                                              : std::nullopt;
   }
 
-  testkit::Scratch scratch;
+  testkit::Folder scratch;
   testkit::LogFile log;
   Graph graph;
 };
@@ -473,6 +473,7 @@ TEST_F(SoundFiles, LongFilesSayHowLongTheyAre) {
     EXPECT_EQ(write(path, SF_FORMAT_WAV | SF_FORMAT_PCM_16), std::pair(100000L, std::string()));
     const Sound sound = ReadSound(path);
     EXPECT_EQ(Bytes(path).substr(0, 4), "RF64");
+    EXPECT_EQ(Bytes(path).substr(36, 3), "\xA0\x86\x01");  // 100000 samples
     ASSERT_EQ(sound.values.size(), 200000U);
     for (std::size_t i = 0; i < sound.values.size(); ++i) {
       ASSERT_EQ(sound.values[i], static_cast<double>(i / 2000) / 32768) << i;

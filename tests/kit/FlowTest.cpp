@@ -150,6 +150,12 @@ TEST(Flow, JoinWaitsForAllInputsAndLinesThemUp) {
   EXPECT_EQ(join.Cycle(".", "."), ".");
   EXPECT_EQ(join.board.holders, 0);
   EXPECT_EQ(join.overs, 1);
+
+  Bench late(2, 1);
+  for (const char* sent : {"0123", "4567"}) {  // more waits than there is room for at first
+    late.Cycle("0123456789ABCDEFGHIJ0123456789ABCDEFGHIJ0123456789ABCDEFGHIJ", "-");
+    EXPECT_EQ(late.Cycle("-", "0000"), sent);
+  }
 }
 
 // Red if a join that has enough is fed on, or sends though the block behind it has enough.

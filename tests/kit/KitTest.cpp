@@ -55,15 +55,13 @@ class Probe : public vorn::PluginBlock {
         .Takes(Parameter::Word(SIZE, "size", "small middle large").Default("middle").Live())
         .Takes(Parameter::Text(NAME, "name").Positional().Live())
         .Takes(Parameter::Reading(LEVEL, "level", "dBFS"))
-        .OwnParameters()
-        .ReadsFifo();
+        .OwnParameters();
   }
   explicit Probe(vorn::Setup setup) : PluginBlock(std::move(setup)) {
     if (Text(NAME) == "bad") throw std::runtime_error("bad name");
     Extend({Parameter::Number(OWN, "own", "", 0, 1)});
     Store(COUNT, 8);  // is no reading
   }
-  using PluginBlock::Producer;
 
  protected:
   long Process() override { return vorn::FRAME_DONE; }
@@ -139,23 +137,6 @@ TEST(Parameters, AreSetAndReadById) {
   block->GetParameter(4, value);
   EXPECT_EQ(value, std::vector<std::string>{"two words"});
   EXPECT_EQ(block->GetParameter(99, value), -20);
-}
-
-// Red if the console would show a FIFO with a block that let go of it, or that is gone.
-TEST(Fifo, KnowsItsReaderForAsLongAsThereIsOne) {
-  struct Silence : vorn::DataProducer {
-    int Produce(void*, long, bool, long*) override { return -20; }
-  } fifo;
-  auto block = Make({});
-  EXPECT_EQ(vorn::AttachConsumer(block.get(), nullptr), -20);
-  EXPECT_EQ(vorn::AttachProducer(block.get(), &fifo), 0);
-  EXPECT_EQ(fifo.reader, block.get());
-  EXPECT_EQ(static_cast<Probe&>(*block).Producer(), &fifo);
-  vorn::AttachProducer(block.get(), nullptr);
-  EXPECT_EQ(fifo.reader, nullptr);
-  vorn::AttachProducer(block.get(), &fifo);
-  block.reset();
-  EXPECT_EQ(fifo.reader, nullptr);
 }
 
 }  // namespace

@@ -7,8 +7,6 @@
 
 namespace testkit {
 
-using Scratch = Folder;
-
 class LogFile {
  public:
   LogFile() { _tlogging_set_file(path.c_str()); }
