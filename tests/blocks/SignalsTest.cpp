@@ -158,8 +158,8 @@ TEST(Convert, DithersWhereBitsAreLost) {
   const std::vector<std::string> args{"dither=tpdf"};
   for (const double part : {0.0, 0.25, 0.5}) {
     for (const auto& [from, to] : {std::pair{SampleFormat::FLOAT_LE, SampleFormat::S16_LE},
-                                  {SampleFormat::S32_BE, SampleFormat::S16_LE},
-                                  {SampleFormat::FLOAT_BE, SampleFormat::S16_BE}}) {
+                                   {SampleFormat::S32_BE, SampleFormat::S16_LE},
+                                   {SampleFormat::FLOAT_BE, SampleFormat::S16_BE}}) {
       Levels errors = Converted(args, from, to, Levels(100001, part * bit));
       for (double& error : errors) error = error / bit - part;
       EXPECT_NEAR(std::accumulate(errors.begin(), errors.end(), 0.0) / 100001, 0, 0.01) << part;
@@ -168,8 +168,8 @@ TEST(Convert, DithersWhereBitsAreLost) {
   }
   const Levels level(100, bit);
   for (const auto& [from, to] : {std::pair{SampleFormat::S16_LE, SampleFormat::S24_3BE},
-                                {SampleFormat::S16_LE, SampleFormat::S16_BE},
-                                {SampleFormat::FLOAT_LE, SampleFormat::FLOAT_BE}}) {
+                                 {SampleFormat::S16_LE, SampleFormat::S16_BE},
+                                 {SampleFormat::FLOAT_LE, SampleFormat::FLOAT_BE}}) {
     EXPECT_EQ(Converted(args, from, to, level), level);
   }
   EXPECT_NE(Converted(args, SampleFormat::FLOAT_LE, SampleFormat::S16_LE, level),

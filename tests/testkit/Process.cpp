@@ -27,8 +27,17 @@ pid_t Spawn(const fs::path& folder, std::vector<std::string>& command) {
   posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
   posix_spawn_file_actions_addopen(&actions, 1, "stdout", O_CREAT | O_TRUNC | O_WRONLY, 0600);
   posix_spawn_file_actions_addopen(&actions, 2, "stderr", O_CREAT | O_TRUNC | O_WRONLY, 0600);
+  // A shell has what it starts in the background ignore SIGINT, and with it these tests and their children.
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  sigset_t heard;
+  sigemptyset(&heard);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&heard, signal);
+  posix_spawnattr_setsigdefault(&attributes, &heard);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
   pid_t child = 0;
-  const int error = posix_spawn(&child, words[0], &actions, nullptr, words.data(), environ);
+  const int error = posix_spawn(&child, words[0], &actions, &attributes, words.data(), environ);
+  posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&actions);
   if (error != 0) throw std::runtime_error(command[0] + ": cannot be started");
   return child;
