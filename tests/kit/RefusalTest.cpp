@@ -84,8 +84,7 @@ class Refusals : public testing::Test {
   }();
 };
 
-// Red if a refusal is lost, is not what the log tells, has not its own time, or stays after a link or start succeeded;
-// or if a running block takes another stream than it was prepared for.
+// Red if a refusal is lost, not what the log tells, has not its own time or stays after a success, or a relink none.
 TEST_F(Refusals, AreKeptUntilTheNextLinkOrStart) {
   EXPECT_EQ(Last(), Texts());
   EXPECT_EQ(Link(48000, 3), -20);
