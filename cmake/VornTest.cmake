@@ -1,5 +1,5 @@
 # How tests are made and run. All of them run side by side (ctest -j), so each gets a network namespace of its own, where the
-# console's socket name is free.
+# console's socket name is free, and a /dev/shm of its own.
 
 set(VORN_TEST_TIMEOUT 120 CACHE STRING "Seconds that one test may take")
 if(VORN_SANITIZE)

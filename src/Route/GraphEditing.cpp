@@ -79,7 +79,7 @@ Block* RouteImpl::NewBlock_l(const std::string& soFileName, bool first, bool las
   }
   if (!NameBlock_l(*block, baseName)) {
     LOG_E("%s: Unable to give a name to this block", name.c_str());
-    static_cast<void>(handle.release());
+    static_cast<void>(handle.release());  // a block that got no name stays, and so does its code
     return block.release(), nullptr;
   }
   if (soHandles.size() == soHandles.capacity()) soHandles.reserve(2 * soHandles.size() + 8);
