@@ -112,6 +112,7 @@ Levels Output(Case c, SampleFormat format, const std::vector<Levels>& signals, l
   for (std::size_t i = 0; i < c.outputs; ++i) sinks.push_back(graph.Record(block, i, c.out));
   if (error == vorn::FRAME_FAILED) {
     EXPECT_NE(graph.Run(), std::nullopt);
+    graph->Stop();  // waits for the end of the cycle, which resets the blocks
     for (testkit::Frames* frames : sources) frames->erase(frames->begin(), frames->begin() + 3);
     for (vorn::Block* sink : sinks) Graph::FramesOf(sink).clear();
   }
