@@ -1,9 +1,11 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <exception>
 #include <memory>
 #include <new>
+#include <string_view>
 
 #include "Block/Topology.h"
 #include "Block/Whereabouts.h"
@@ -14,8 +16,7 @@ namespace vorn {
 namespace {
 
 constexpr int REFUSED = -20;
-constexpr std::uint32_t LAST_BLOCK_NUMBER = 4294967294;
-constexpr std::uint32_t NO_LINK_NUMBER = 4294967295;
+constexpr std::size_t LAST_NUMBER = 4294967294;  // of blocks and of links
 
 using CreateBlockFunction = Block* (*)(bool first, bool last, const std::vector<std::string>& args);
 
@@ -39,6 +40,10 @@ Block* CallCreateBlock(void* function, bool first, bool last, const std::vector<
     return nullptr;  // as if it had said so itself
   }
 }
+
+/** What a name was made of. */
+std::string_view StemOf(std::string_view name) { return name.substr(0, name.rfind('_') + 1); }
+std::size_t NumberOf(const std::string& name) { return std::strtoul(&name[StemOf(name).size()], nullptr, 10); }
 
 template <class Instances>
 typename Instances::value_type FindByName(const Instances& instances, const std::string& name) {
@@ -91,34 +96,34 @@ Block* RouteImpl::NewBlock_l(const std::string& soFileName, bool first, bool las
 
 /** All or nothing, where memory runs out. */
 void RouteImpl::EnterBlock_l(Block& block) try {
+  plan.MarkStale();
   const Topology::Lock lock;
   blocks.insert(&block);
   if (block.IsFirst()) firstBlocks.insert(&block);
   if (block.IsLast()) lastBlocks.insert(&block);
+  blockNumbers.find(StemOf(block.name))->second.Take(NumberOf(block.name));
 } catch (const std::bad_alloc&) {
   RemoveBlock_l(block);
   throw;
 }
 
 void RouteImpl::RemoveBlock_l(Block& block) {
+  plan.MarkStale();
   const Topology::Lock lock;
   firstBlocks.erase(&block);
   lastBlocks.erase(&block);
   blocks.erase(&block);
+  blockNumbers.find(StemOf(block.name))->second.Release(NumberOf(block.name));
 }
 
 bool RouteImpl::NameBlock_l(Block& block, const std::string& baseName) {
   const char* subname = block.Subname();
   const std::string stem = baseName + (subname && *subname ? "_" + std::string(subname) : "") + "_";
-  for (std::uint32_t n = 0;; ++n) {
-    const std::string candidate = stem + std::to_string(n);
-    if (!FindByName(blocks, candidate)) {
-      block.board = &board;
-      block.SetName(name, candidate, &dumpPath);
-      return true;
-    }
-    if (n == LAST_BLOCK_NUMBER) return false;
-  }
+  const std::size_t number = blockNumbers[stem].Lowest();
+  if (number > LAST_NUMBER) return false;
+  block.board = &board;
+  block.SetName(name, stem + std::to_string(number), &dumpPath);
+  return true;
 }
 
 Link* RouteImpl::NewLink_l(unsigned int rate, SampleFormat format, unsigned int channels, long samplesPerFrame,
@@ -149,20 +154,19 @@ Link* RouteImpl::NewLink_l(unsigned int rate, SampleFormat format, unsigned int 
     LOG_E("%s: %s: Invalid sinkBlkInEpIdx %zu", name.c_str(), sink->Name().c_str(), sinkBlkInEpIdx);
     return nullptr;
   }
-  std::string linkName;
-  for (std::uint32_t n = 0; linkName.empty(); ++n) {
-    if (n == NO_LINK_NUMBER) {
-      LOG_E("%s: Unable to give a name to this link", name.c_str());
-      return nullptr;
-    }
-    const std::string candidate = "lnk_" + std::to_string(n);
-    if (!FindByName(links, candidate)) linkName = candidate;
+  const std::size_t number = linkNumbers.Lowest();
+  if (number > LAST_NUMBER) {
+    LOG_E("%s: Unable to give a name to this link", name.c_str());
+    return nullptr;
   }
+  const std::string linkName = "lnk_" + std::to_string(number);
   try {
     auto link = std::make_unique<Link>(name, linkName, rate, format, channels, samplesPerFrame);
     if (link->Connect(&source->OutEp(sourceBlkOutEpIdx), &sink->InEp(sinkBlkInEpIdx)) < 0) return nullptr;
+    plan.MarkStale();
     const Topology::Lock lock;
     links.insert(link.get());
+    linkNumbers.Take(number);
     return link.release();
   } catch (const std::exception& e) {  // a frame that no memory holds must not end the client's process
     LOG_E("%s: %s: No memory for frames of %ld samples: %s", name.c_str(), linkName.c_str(), samplesPerFrame, e.what());
@@ -171,10 +175,12 @@ Link* RouteImpl::NewLink_l(unsigned int rate, SampleFormat format, unsigned int 
 }
 
 void RouteImpl::DestroyLink_l(Link* link) {
+  plan.MarkStale();
   {
     const Topology::Lock lock;
     links.erase(link);
   }
+  linkNumbers.Release(NumberOf(link->Name()));
   delete link;
 }
 
@@ -203,6 +209,7 @@ int RouteImpl::Delete_l(void* instance) {
 int RouteImpl::DeleteAll_l() {
   std::set<Link*> allLinks;
   std::set<Block*> allBlocks;
+  plan.MarkStale();
   {
     const Topology::Lock lock;
     allLinks.swap(links);
@@ -210,6 +217,8 @@ int RouteImpl::DeleteAll_l() {
     firstBlocks.clear();
     lastBlocks.clear();
   }
+  blockNumbers.clear();
+  linkNumbers = Numbers();
   for (Link* link : allLinks) delete link;
   for (Block* block : allBlocks) {
     Whereabouts::InBlock(*block);

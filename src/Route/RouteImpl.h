@@ -9,7 +9,9 @@
 #include <atomic>
 #include <condition_variable>
 #include <exception>
+#include <functional>
 #include <list>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -22,6 +24,8 @@
 
 #include "Link/Link.h"
 #include "Log.h"
+#include "Route/FramePlan.h"
+#include "Route/Numbers.h"
 #include "Route/WaveSet.h"
 
 namespace vorn {
@@ -102,11 +106,15 @@ class RouteImpl : public Route {
   void MainThreadLoop();
   Step Preprocess();
   Step AskToStartAgain();
-  bool MakeRoomForWaves();
+  bool MakePlan();
   void RunFrameCycle();
-  void RunWave(CycleState& state);
-  bool VisitBlock(Block& block, CycleState& state);
-  bool VisitUnfinished(Block& block, long result, CycleState& state);
+  const FramePlan::Visit* GoOn();
+  const FramePlan::Visit* RunAlone(const FramePlan::Visit& visit, CycleState& state);
+  const FramePlan::Visit* RunWave(CycleState& state);
+  long CallBlock(const FramePlan::Visit& visit);
+  bool Take(const FramePlan::Visit& visit, long result, CycleState& state);
+  bool TakeUnfinished(const FramePlan::Visit& visit, long result, CycleState& state);
+  void Commit(const FramePlan::Visit& visit);
   void FinishCycle(const CycleState& state);
   /** Calls the client. What it throws changes nothing here. */
   template <class Call>
@@ -144,17 +152,20 @@ class RouteImpl : public Route {
   // Only the route's thread touches these.
   std::string dumpPath;
   std::vector<void*> soHandles;
+  std::map<std::string, Numbers, std::less<>> blockNumbers;  // by what stands before the number
+  Numbers linkNumbers;
   RouteBoard board;  // for the blocks
   bool everyBlockStarted = false;
   bool holdsMutex = false;
   Entries lastEntries;  // for the end of the route, which needs no memory
 
-  // The waves of a frame cycle. Only the route's thread touches these.
+  // A frame cycle: the graph as it reads it, and its waves. Only the route's thread touches these.
+  FramePlan plan;
   WaveSet current;  // called in this wave
   WaveSet next;     // called in the next one
   WaveSet commit;   // finished in this one
 
-  // Changed by the route's thread alone, under the topology lock; read there without it.
+  // Changed by the route's thread alone, under the topology lock, and the plan is stale then; read there without it.
   std::set<Block*> blocks;
   std::set<Block*> firstBlocks;
   std::set<Block*> lastBlocks;

@@ -126,7 +126,7 @@ RouteImpl::Step RouteImpl::Preprocess() {
   }
   if (ok) {
     if (Start_l() != 0) return END_THREAD;  // whatever the number: there is no caller who could be told
-    if (!MakeRoomForWaves()) return FORCE_STOP;
+    if (!MakePlan()) return FORCE_STOP;
     unsettled.store(false, std::memory_order_relaxed);
     return RUN_CYCLE;
   }

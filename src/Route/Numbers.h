@@ -1,0 +1,32 @@
+// The numbers in use behind one stem of names: lnk_0, lnk_1 and so on.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <vector>
+
+namespace vorn {
+
+class Numbers {
+ public:
+  /** The lowest that is free. Throws std::bad_alloc where there is no room to take it. */
+  std::size_t Lowest() {
+    if (lowest == taken.size()) taken.push_back(false);
+    return lowest;
+  }
+  /** Takes what Lowest() gave. */
+  void Take(std::size_t number) {
+    taken[number] = true;
+    while (lowest < taken.size() && taken[lowest]) ++lowest;
+  }
+  void Release(std::size_t number) {
+    taken[number] = false;
+    lowest = std::min(lowest, number);
+  }
+
+ private:
+  std::vector<bool> taken;
+  std::size_t lowest = 0;  // all below are taken
+};
+
+}  // namespace vorn
