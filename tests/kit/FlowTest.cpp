@@ -134,6 +134,16 @@ class Bench final : public vorn::FlowOwner {
   std::array<vorn::FrameBuffer, 2> out;
 };
 
+// Red if what waits for another input is lost, or waits for ever, when the link of that one is deleted.
+TEST(Flow, WhatWaitsInAJoinLeavesWhenTheOtherLinkGoes) {
+  Bench join(2, 1);
+  for (const char* samples : {"12", "34"}) EXPECT_EQ(join.Cycle(samples, "-"), "-");
+  join.flow.Link({join.flow.Inputs()[0]}, {join.flow.Outputs()[0]});
+  EXPECT_EQ(join.Cycle("5"), "1234");
+  for (const char* sent : {"5", "."}) EXPECT_EQ(join.Cycle("."), sent);
+  EXPECT_EQ(join.board.holders, 0);
+}
+
 // Red if a join goes on before all inputs arrived, loses what came early, or does not make the one ahead wait, alone.
 TEST(Flow, JoinWaitsForAllInputsAndLinesThemUp) {
   Bench join(2, 1);

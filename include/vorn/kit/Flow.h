@@ -145,11 +145,14 @@ class Flow {
   Role RoleNow() const;
   void CountRole(Role counted, long by);
   void Tally();
+  void TallyHolder();
   bool SourcesLead(std::size_t input) { return board->followers == 0 || owner.Ask(input, Request::LEADS) != 0; }
 
   long RunSource();
   bool MustEnd() const { return IsUnwanted() || owner.IsInterrupted(); }
+  long RunEveryday();
   long RunInputs();
+  long TakeInputs(long result, std::uint32_t asked);
   bool AllArrived() const;
   bool MayMoreArrive() const;
   void EndMissing();
@@ -162,6 +165,7 @@ class Flow {
   void TakeMark(const Port& in);
 
   long Work();
+  long Conclude(long result);
   long Pause(std::uint32_t asked);
   long AtEnd(std::uint32_t asked);
   long Quit();
@@ -184,45 +188,48 @@ class Flow {
   bool QueuesHold() const;
   bool IsUnwanted() const { return !outputs.empty() && (unwanted & linkedOutputs) == linkedOutputs; }
 
+  // What the everyday call touches lies together, with the first of `frames`.
   FlowOwner& owner;
-  RouteBoard ownBoard;  // of a block outside a route
   RouteBoard* board = &ownBoard;
+  FrameBuffer* everydayIn = nullptr;  // of a block with one input and one output, else null
+  FrameBuffer* everydayOut = nullptr;
+  unsigned long renewed = 0;  // board->links when `drives` was worked out
   bool keepsFrameSize = false;
+  bool started = false;
+  bool quit = false;      // not a source: it takes no more
+  bool drained = false;   // nothing more came out of Drain
+  bool isOver = false;    // ENDED was sent
+  bool isHolder = false;  // as the board counts this block
+  bool isJoin = false;
+  std::uint32_t endedInputs = 0;                           // one bit an endpoint, as below
+  std::uint32_t heard = 0;                                 // requests since the last run
+  int waits = 0;                                           // pending answers in a row
+  std::array<const FrameBuffer*, Endpoint::COUNT> frames;  // what In() shows: the endpoint's, or the front of a queue
+
+  RouteBoard ownBoard;  // of a block outside a route
   bool follows = false;
 
   // Fixed while no link changes.
   std::vector<Port> inputs;
   std::vector<Port> outputs;
-  std::uint32_t linkedOutputs = 0;  // one bit an endpoint, as below
+  std::uint32_t linkedOutputs = 0;
   std::uint32_t foreignOutputs = 0;
-  long foreignLinks = 0;  // as counted on the board
-  bool isJoin = false;
-  unsigned long renewed = 0;     // board->links when `drives` was worked out
-  unsigned long leadsAsked = 0;  // and `leads`
+  long foreignLinks = 0;         // as counted on the board
+  unsigned long leadsAsked = 0;  // board->links when `leads` was asked for
   int leads = 0;
   std::array<std::unique_ptr<Queued>, Endpoint::COUNT> queues;  // of the inputs of a join
 
   // How far the streams are.
-  bool started = false;
-  bool ended = false;    // a source: it has no more
-  bool isCut = false;    // a source: it ended because it was interrupted
-  bool quit = false;     // not a source: it takes no more
-  bool drained = false;  // nothing more came out of Drain
-  bool isOver = false;   // ENDED was sent
-  std::uint32_t endedInputs = 0;
+  bool ended = false;          // a source: it has no more
+  bool isCut = false;          // a source: it ended because it was interrupted
   std::uint32_t unwanted = 0;  // outputs that heard Request::DONE
-  std::uint32_t heard = 0;     // requests since the last run
-  bool holdsAll = false;       // the answer to the HOLD among them
-  int waits = 0;               // pending answers in a row
+  bool holdsAll = false;       // the answer to the HOLD among those heard
   unsigned long movesSeen = 0;
   int idleCycles = 0;
 
-  // What the board counts of this block.
+  // What else the board counts of this block.
   bool spoilt = false;
   Role role = Role::NONE;
-  bool isHolder = false;
-
-  std::array<const FrameBuffer*, Endpoint::COUNT> frames;  // what In() shows: the endpoint's, or the front of a queue
 };
 
 }  // namespace vorn

@@ -199,19 +199,23 @@ class PluginBlock : public Block, protected FlowOwner {
   void RememberStreams();
   bool IsUnlinked() const;
   void LinkFlow();
+  long RunFlow();
+  long RunCounted();
   void Count(long arrived);
   void Attach(DataProducer* newProducer);
   void Attach(DataConsumer* newConsumer);
   void RaiseInterrupt();
   void ClearInterrupt();
 
+  // What the everyday frame touches comes first.
+  BlockCounters* counters = nullptr;
+  Flow flow{*this};
   Description description;
   Parameters parameters;
   DataProducer* producer = nullptr;
   DataConsumer* consumer = nullptr;
   FIFO* fifoToRead = nullptr;  // the producer, where it is one
   FIFO* fifoToWrite = nullptr;
-  BlockCounters* counters = nullptr;
   Interrupt ownInterrupt;
   std::atomic<Interrupt*> interrupt{&ownInterrupt};  // or the host's
   Refusal lastRefusal;                               // since the last link or start that was not refused
@@ -223,7 +227,6 @@ class PluginBlock : public Block, protected FlowOwner {
   bool warned = false;                             // of samples that are lost beside a block without the kit
   std::array<Stream, Endpoint::COUNT> preparedIn;  // the streams that Prepare saw
   std::array<Stream, Endpoint::COUNT> preparedOut;
-  Flow flow{*this};
 };
 
 inline PluginBlock::PluginBlock(Setup setup)
@@ -460,17 +463,23 @@ inline void PluginBlock::Reset() {
 
 inline long PluginBlock::ProcessFrame() {
   if (flow.IsRouteSpoilt()) return FRAME_FAILED;
-  long result = FRAME_FAILED;
-  const bool counts = counters != nullptr;
-  const long arrived = counts && !flow.Inputs().empty() ? flow.Inputs().front().fb->samples : 0;
+  return counters == nullptr ? RunFlow() : RunCounted();
+}
+
+inline long PluginBlock::RunFlow() {
   try {
-    result = flow.Run();
+    return flow.Run();
   } catch (const std::exception& e) {
-    Refuse(e.what());
+    return Fail(e.what());
   }
-  if (counts && result >= 0) Count(arrived);
-  if (counts && result == FRAME_FADED_OUT) counters->fadedOut.store(true, std::memory_order_relaxed);
-  if (counts && flow.TakeCut()) BlockCounters::Add(counters->cuts, 1);
+}
+
+inline long PluginBlock::RunCounted() {
+  const long arrived = flow.Inputs().empty() ? 0 : flow.Inputs().front().fb->samples;
+  const long result = RunFlow();
+  if (result >= 0) Count(arrived);
+  if (result == FRAME_FADED_OUT) counters->fadedOut.store(true, std::memory_order_relaxed);
+  if (flow.TakeCut()) BlockCounters::Add(counters->cuts, 1);
   return result;
 }
 
