@@ -9,7 +9,7 @@
 constexpr long UNTOUCHED = 4711;
 
 long CountOf(const RingBuffer& fifo) {
-  const std::lock_guard<std::mutex> lock(fifo.Mutex());
+  const std::lock_guard lock(fifo.Mutex());
   return fifo.Count_l();
 }
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <numeric>
 #include <stdexcept>
 
 #include "Log.h"
@@ -22,24 +21,14 @@ long CheckedSlots(unsigned int rate, unsigned long sampleSize, long capacity) {
   return slots;
 }
 
-std::vector<std::int64_t> StampOffsets(unsigned int rate, long slots) {
-  if (rate == 0) return {};
-  constexpr long ENOUGH = 512;  // so that a frame is stamped in a few long loops
-  const long period = rate / std::gcd(rate, 1000000U);
-  const long count = std::min((ENOUGH + period - 1) / period * period, slots);
-  std::vector<std::int64_t> offsets(static_cast<std::size_t>(count) + 1);
-  for (long k = 0; k <= count; ++k) offsets[static_cast<std::size_t>(k)] = k * 1000000 / rate;
-  return offsets;
-}
-
 // A sample of 0 bytes has no storage: neither has memcpy any business there, nor a pointer of its caller.
 void Copy(unsigned char* dst, const unsigned char* src, std::size_t bytes) {
   if (bytes > 0) std::memcpy(dst, src, bytes);
 }
 
-void Sleep(std::condition_variable& cond, std::unique_lock<std::mutex>& lock, int& sleepers) {
+void Sleep(WakeUp& cond, WakeUp::Lock& lock, int& sleepers) {
   ++sleepers;
-  cond.wait(lock);
+  cond.Wait(lock);
   --sleepers;
 }
 
@@ -54,14 +43,13 @@ RingBuffer::RingBuffer(unsigned int newRate, unsigned long newSampleSize, long c
       sampleSize(newSampleSize),
       slots(CheckedSlots(newRate, newSampleSize, capacity)),
       prefill(std::max(newPrefill, 0L)),
-      stampOffsets(StampOffsets(newRate, slots)),
       data(static_cast<std::size_t>(slots) * sampleSize),
-      stamps(rate ? static_cast<std::size_t>(slots) : 0) {
+      stamps(rate, slots) {
   Reset();
 }
 
 void RingBuffer::Reset() {
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<AdaptiveMutex> lock(mutex);
   Reset_l();
 }
 
@@ -70,7 +58,7 @@ void RingBuffer::Reset_l() {
   readPos = 0;
   writePos = std::min(prefill, slots - 1);
   data = std::vector<unsigned char>(data.size());
-  stamps = std::vector<std::int64_t>(stamps.size(), -1);
+  stamps.Reset(writePos);
 }
 
 long RingBuffer::Count_l() const { return readPos <= writePos ? writePos - readPos : slots - readPos + writePos; }
@@ -98,12 +86,12 @@ long RingBuffer::Read(unsigned char* dst, long count, bool blocking, long* stamp
       break;
     }
   }
-  spaceCond.notify_one();
+  spaceCond.NotifyOne(lock);
   return count;
 }
 
 void RingBuffer::ReportStamp_l(long* stamp) const {
-  if (rate != 0 && stamp) *stamp = stamps[static_cast<std::size_t>(readPos)];
+  if (rate != 0 && stamp) *stamp = stamps.First();
 }
 
 void RingBuffer::CopyOut_l(unsigned char* dst, long count) {
@@ -112,7 +100,9 @@ void RingBuffer::CopyOut_l(unsigned char* dst, long count) {
   const std::size_t bytes = static_cast<std::size_t>(toEnd) * sampleSize;
   Copy(dst, Slot_l(readPos), bytes);
   Copy(dst + bytes, Slot_l(0), static_cast<std::size_t>(count - toEnd) * sampleSize);
-  readPos = (readPos + count) % slots;
+  readPos += count;
+  if (readPos >= slots) readPos -= slots;
+  stamps.Drop(count);
 }
 
 long RingBuffer::Write(const unsigned char* src, long count, bool blocking, long stamp) {
@@ -137,7 +127,7 @@ long RingBuffer::Write_l(Lock& lock, const unsigned char* src, long count, bool 
       break;
     }
   }
-  dataCond.notify_one();
+  dataCond.NotifyOne(lock);
   return count;
 }
 
@@ -154,7 +144,8 @@ long RingBuffer::OverWrite_l(Lock& lock, const unsigned char* src, long count, l
   LOG_FROM('V', "OverWrite", "%s: Ring buffer is full, overwrite %ld samples", name.c_str(), count - written);
   CopyIn_l(src + static_cast<std::size_t>(written) * sampleSize, count - written, stamp);
   readPos = (writePos + 1 + skip) % slots;
-  dataCond.notify_one();
+  stamps.Keep(Count_l());
+  dataCond.NotifyOne(lock);
   return count;
 }
 
@@ -165,24 +156,14 @@ const unsigned char* RingBuffer::CopyIn_l(const unsigned char* src, long count, 
     const long piece = std::min(count, slots - writePos);
     const std::size_t bytes = static_cast<std::size_t>(piece) * sampleSize;
     Copy(Slot_l(writePos), src, bytes);
-    if (rate != 0) Stamp_l(piece, stamp);
-    writePos = (writePos + piece) % slots;
+    stamps.Write(piece, stamp);
+    writePos += piece;
+    if (writePos == slots) writePos = 0;
     src += bytes;
     count -= piece;
+    stamp = stamps.Later(stamp, piece);
   }
   return src;
-}
-
-// Sample k of the piece gets stamp + floor(k * 1000000 / rate).
-void RingBuffer::Stamp_l(long count, long& stamp) {
-  const long period = static_cast<long>(stampOffsets.size()) - 1;
-  for (std::int64_t* slot = &stamps[static_cast<std::size_t>(writePos)]; count > 0;) {
-    const long n = std::min(count, period);
-    for (long k = 0; k < n; ++k) slot[k] = stamp + stampOffsets[static_cast<std::size_t>(k)];
-    stamp += stampOffsets[static_cast<std::size_t>(n)];
-    slot += n;
-    count -= n;
-  }
 }
 
 int RingBuffer::Produce(void* dst, long count, bool blocking, long* stamp) {
@@ -210,17 +191,18 @@ int RingBuffer::Consume(const void* src, long count, bool blocking, long stamp) 
 }
 
 void RingBuffer::Shutdown() {
-  const std::lock_guard<std::mutex> lock(mutex);
+  Lock lock(mutex);
   ++moves;
   shutdown = true;
-  dataCond.notify_one();
-  spaceCond.notify_one();
+  dataCond.NotifyOne(lock);
+  spaceCond.NotifyOne(lock);
 }
 
 void RingBuffer::ShutdownForAll() {
   Shutdown();
-  dataCond.notify_all();
-  spaceCond.notify_all();
+  Lock lock(mutex);
+  dataCond.NotifyAll(lock);
+  spaceCond.NotifyAll(lock);
 }
 
 // Take sleeps only while the FIFO is empty, Put only while it is full, and both wake the other side after each piece.
@@ -246,7 +228,7 @@ long RingBuffer::TakePieces_l(Lock& lock, unsigned char* dst, long count, bool b
       if (taken == 0) ReportStamp_l(stamp);
       CopyOut_l(dst + static_cast<std::size_t>(taken) * sampleSize, n);
       taken += n;
-      spaceCond.notify_one();
+      spaceCond.NotifyOne(lock);
     } else if (blocking && !writingEnded && !readingInterrupted) {
       Sleep(dataCond, lock, inTake);
     } else {
@@ -272,7 +254,7 @@ long RingBuffer::PutPieces_l(Lock& lock, const unsigned char* src, long count, l
     if (n > 0) {
       src = CopyIn_l(src, n, stamp);
       put += n;
-      dataCond.notify_one();
+      dataCond.NotifyOne(lock);
     } else if (!writingInterrupted) {
       Sleep(spaceCond, lock, inPut);
     } else {
@@ -283,56 +265,56 @@ long RingBuffer::PutPieces_l(Lock& lock, const unsigned char* src, long count, l
 }
 
 void RingBuffer::EndWriting() {
-  const std::lock_guard<std::mutex> lock(mutex);
+  Lock lock(mutex);
   ++moves;
   writingEnded = true;
-  dataCond.notify_all();
+  dataCond.NotifyAll(lock);
 }
 
 void RingBuffer::EndReading() {
-  const std::lock_guard<std::mutex> lock(mutex);
+  Lock lock(mutex);
   ++moves;
   readingEnded = true;
-  spaceCond.notify_all();
+  spaceCond.NotifyAll(lock);
 }
 
 void RingBuffer::BeginWriting() {
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<AdaptiveMutex> lock(mutex);
   ++moves;
   writingEnded = false;
 }
 
 void RingBuffer::BeginReading() {
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<AdaptiveMutex> lock(mutex);
   ++moves;
   readingEnded = false;
 }
 
 void RingBuffer::InterruptReading() {
-  const std::lock_guard<std::mutex> lock(mutex);
+  Lock lock(mutex);
   readingInterrupted = true;
-  dataCond.notify_all();
+  dataCond.NotifyAll(lock);
 }
 
 void RingBuffer::InterruptWriting() {
-  const std::lock_guard<std::mutex> lock(mutex);
+  Lock lock(mutex);
   writingInterrupted = true;
-  spaceCond.notify_all();
+  spaceCond.NotifyAll(lock);
 }
 
 void RingBuffer::ResumeReading() {
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<AdaptiveMutex> lock(mutex);
   readingInterrupted = false;
 }
 
 void RingBuffer::ResumeWriting() {
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<AdaptiveMutex> lock(mutex);
   writingInterrupted = false;
 }
 
 // A thread that was woken still counts as a sleeper until it runs: so what it waits for decides as well.
 FIFOState RingBuffer::State() const {
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<AdaptiveMutex> lock(mutex);
   const bool reading = inRead > 0 || (inTake > 0 && !writingEnded && !readingInterrupted);
   const bool writing = inWrite > 0 || (inPut > 0 && !readingEnded && !writingInterrupted);
   return {.count = Count_l(),

@@ -1,12 +1,15 @@
 // The ring buffer behind every FIFO. One slot always stays free, so that full and empty differ.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <vector>
 
 #include <vorn/FIFO.h>
+
+#include "RingBuffer/AdaptiveMutex.h"
+#include "RingBuffer/StampRuns.h"
+#include "RingBuffer/WakeUp.h"
 
 namespace vorn {
 
@@ -43,14 +46,14 @@ class RingBuffer final : public FIFO {
   /** Shutdown(), for however many threads sleep here. */
   void ShutdownForAll();
 
-  std::mutex& Mutex() const { return mutex; }
+  AdaptiveMutex& Mutex() const { return mutex; }
   long Capacity() const { return slots - 1; }
 
   // These expect the mutex.
   long Count_l() const;
 
  private:
-  using Lock = std::unique_lock<std::mutex>;
+  using Lock = WakeUp::Lock;
 
   void Silence(unsigned char* dst, long got, long count) const;
 
@@ -63,7 +66,6 @@ class RingBuffer final : public FIFO {
   long PutPieces_l(Lock& lock, const unsigned char* src, long count, long stamp);
   void ReportStamp_l(long* stamp) const;
   const unsigned char* CopyIn_l(const unsigned char* src, long count, long& stamp);
-  void Stamp_l(long count, long& stamp);
   void CopyOut_l(unsigned char* dst, long count);
   unsigned char* Slot_l(long pos) { return data.data() + static_cast<std::size_t>(pos) * sampleSize; }
 
@@ -71,28 +73,25 @@ class RingBuffer final : public FIFO {
   const unsigned long sampleSize;
   const long slots;
   const long prefill;
-  // Microseconds from the first sample of a piece to each of those after it, for as many as fit whole periods of the
-  // rate (6 samples are 125 us at 48000 Hz) or the buffer, and to the sample after the last of them.
-  const std::vector<std::int64_t> stampOffsets;
 
-  // Guarded by mutex.
+  // Guarded by mutex, and in lines of the cache apart from those that waiting threads look at.
   std::vector<unsigned char> data;
-  std::vector<std::int64_t> stamps;
-  long readPos = 0;
+  StampRuns stamps;
+  alignas(64) long readPos = 0;
   long writePos = 0;
+  unsigned long long moves = 0;
+  // Threads that sleep, by operation: an end wakes those in Take and Put alone.
+  int inRead = 0, inTake = 0;
+  int inWrite = 0, inPut = 0;
   bool shutdown = false;
   bool writingEnded = false;
   bool readingEnded = false;
   bool readingInterrupted = false;
   bool writingInterrupted = false;
-  unsigned long long moves = 0;
-  // Threads that sleep, by operation: an end wakes those in Take and Put alone.
-  int inRead = 0, inTake = 0;
-  int inWrite = 0, inPut = 0;
 
-  mutable std::mutex mutex;
-  std::condition_variable spaceCond;  // writers wait here
-  std::condition_variable dataCond;   // readers wait here
+  alignas(64) mutable AdaptiveMutex mutex;
+  WakeUp spaceCond;  // writers wait here
+  WakeUp dataCond;   // readers wait here
 };
 
 }  // namespace vorn

@@ -92,7 +92,7 @@ std::string BlockLines(const Block& block) {
 std::string FIFOLine(RingBuffer& fifo) {
   long count = 0;
   {
-    const std::lock_guard<std::mutex> lock(fifo.Mutex());
+    const std::lock_guard lock(fifo.Mutex());
     count = fifo.Count_l();
   }
   const long capacity = fifo.Capacity();
