@@ -142,6 +142,12 @@ inline vorn::Vorn* QuietVorn() {
   return vorn;
 }
 
+struct Stream {
+  vorn::SampleFormat format = vorn::SampleFormat::S16_LE;
+  unsigned channels = 2;
+  long frame = 480;
+};
+
 /** A route, deleted with this object, whose blocks the program makes itself. */
 class BenchRoute : private vorn::Route::Callbacks {
  public:
@@ -155,9 +161,9 @@ class BenchRoute : private vorn::Route::Callbacks {
         route->NewBlock(MAKER_PLUGIN, first, last, {std::to_string(reinterpret_cast<std::uintptr_t>(&maker))});
     return block != nullptr ? block : (Die("no block"), nullptr);
   }
-  /** 1920 bytes a frame: 480 samples of S16 stereo. */
-  vorn::Link* Join(vorn::Block* source, std::size_t out, vorn::Block* sink, std::size_t in) {
-    vorn::Link* link = route->NewLink(48000, vorn::SampleFormat::S16_LE, 2, 480, source, out, sink, in);
+  /** If nothing else is said, 1920 bytes a frame. */
+  vorn::Link* Join(vorn::Block* source, std::size_t out, vorn::Block* sink, std::size_t in, Stream stream = {}) {
+    vorn::Link* link = route->NewLink(48000, stream.format, stream.channels, stream.frame, source, out, sink, in);
     return link != nullptr ? link : (Die("no link"), nullptr);
   }
   void Start() {
