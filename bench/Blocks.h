@@ -217,14 +217,17 @@ class RelayGraph {
   }
 
   /** Carries so many frames, from the start to the end of the stream; between them are the marks of the span. */
-  const Span& Run(long frames) {
+  void Start(long frames) {
     span = Span{};
     span.frames = frames;
     route.Start();
+  }
+  const Span& Wait() {
     route.Wait();
     if (!span.IsComplete()) Die("frames were lost");
     return span;
   }
+  const Span& Run(long frames) { return Start(frames), Wait(); }
 
  private:
   Span span;

@@ -46,10 +46,15 @@ class Runs {
     wall.push_back(newWall), cpu.push_back(newCpu), allocations.push_back(newAllocations);
   }
 
-  /** "median <TAB> least <TAB> most <TAB> CPU" */
+  /** "median <TAB> least <TAB> most" */
+  void PrintWall() const {
+    std::printf("%.2f\t%.2f\t%.2f", Median(wall), *std::min_element(wall.begin(), wall.end()),
+                *std::max_element(wall.begin(), wall.end()));
+  }
+  /** The same, and " <TAB> CPU". */
   void Print() const {
-    std::printf("%.2f\t%.2f\t%.2f\t%.2f", Median(wall), *std::min_element(wall.begin(), wall.end()),
-                *std::max_element(wall.begin(), wall.end()), Median(cpu));
+    PrintWall();
+    std::printf("\t%.2f", Median(cpu));
   }
   double MedianOfAllocations() const { return Median(allocations); }
 
