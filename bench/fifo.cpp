@@ -122,6 +122,7 @@ void Write(Queue& queue, Samples& samples, long frame) {
 template <class Queue>
 bool Read(Queue& queue, Samples& samples, long frame) {
   const long stamp = queue.Read(samples);
+  asm volatile("" : : "r"(&samples) : "memory");  // all of them are used
   return samples[0] == frame && samples[FRAME - 1] == frame && (!HAS_STAMPS<Queue> || stamp == StampOf(frame));
 }
 
