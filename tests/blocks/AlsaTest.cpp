@@ -1,9 +1,6 @@
 // alsasource and alsasink without hardware: ALSA's file and null devices, in a configuration of the test's own.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
-#include "testkit/Files.h"
 #include "testkit/TestGraph.h"
 
 namespace {
@@ -27,13 +24,6 @@ class Alsa : public testing::Test {
   testkit::Folder folder;
 };
 
-Samples ReadSamples(const std::string& path) {
-  const std::string bytes = testkit::Contents(path);
-  Samples samples(bytes.size() / 2);
-  std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
-  return samples;
-}
-
 // Red if the last, short frame, or what the device still holds, is not played.
 TEST_F(Alsa, PlaysEverySampleOnceAlsoTheLastShortFrame) {
   for (const long count : {1L, 479L, 4801L}) {
@@ -44,20 +34,19 @@ TEST_F(Alsa, PlaysEverySampleOnceAlsoTheLastShortFrame) {
     ASSERT_TRUE(graph.Chain({source, sink}, spec));
     Graph::Play(source, Count(count), spec);
     EXPECT_EQ(graph.Run(), END_OF_FILE);
-    EXPECT_EQ(ReadSamples(folder / "played"), Count(count));
+    EXPECT_EQ(testkit::ReadSamples(folder / "played"), Count(count));
   }
 }
 
 TEST_F(Alsa, RecordsFromTheFirstSampleOnWithTimesThatGrow) {
   const Samples spoken = Count(4800);
-  testkit::Write(folder / "recorded", {reinterpret_cast<const char*>(spoken.data()), spoken.size() * 2});
+  testkit::WriteSamples(folder / "recorded", spoken);
   Graph graph;
   vorn::Block* source = graph.Add("alsasource", {"recorder"});
   vorn::Block* sink = graph.Add("testsink", {"10"}, false, true);
   ASSERT_TRUE(graph.Chain({source, sink}, {.channels = 1, .frame = 480}));
   EXPECT_EQ(graph.Run(), END_OF_FILE);
-  auto heard = Graph::Recorded16(sink);
-  ASSERT_GE(heard.size(), spoken.size());
+  Samples heard = Graph::Recorded16(sink);
   heard.resize(spoken.size());
   EXPECT_EQ(heard, spoken);
   const auto& frames = Graph::FramesOf(sink);

@@ -1,6 +1,7 @@
 // A real route for tests of blocks: what goes in, what comes out, and why it stopped.
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -17,6 +18,8 @@
 
 #include <vorn/Plugin.h>
 #include <vorn/Vorn.h>
+
+#include "testkit/Files.h"
 
 namespace testkit {
 
@@ -40,6 +43,20 @@ inline Samples Count(long samples, int from = 1) {
   Samples counted(static_cast<std::size_t>(samples));
   std::iota(counted.begin(), counted.end(), static_cast<std::int16_t>(from));
   return counted;
+}
+inline Samples Sum(Samples a, const Samples& b) {
+  a.resize(std::max(a.size(), b.size()));
+  for (std::size_t i = 0; i < b.size(); ++i) a[i] = static_cast<std::int16_t>(a[i] + b[i]);
+  return a;
+}
+inline Samples ReadSamples(const std::string& path) {
+  const std::string bytes = Contents(path);
+  Samples samples(bytes.size() / sizeof samples[0]);
+  std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof samples[0]);
+  return samples;
+}
+inline void WriteSamples(const std::string& path, const Samples& samples) {
+  Write(path, {reinterpret_cast<const char*>(samples.data()), samples.size() * sizeof samples[0]});
 }
 
 struct StreamSpec {
