@@ -20,10 +20,18 @@ std::string Capacities(const std::string& body) {
   const auto plan = Plan(body);
   if (const auto* error = std::get_if<Error>(&plan)) return error->text;
   std::string text;
-  for (const FifoPlan& fifo : std::get<GraphPlan>(plan).fifos) {
-    text += (text.empty() ? "" : " ") + std::to_string(fifo.capacity);
-  }
+  for (const FifoPlan& fifo : std::get<GraphPlan>(plan).fifos) text += std::to_string(fifo.capacity) + " ";
   return text;
+}
+
+/** The blocks that follow, by name. */
+std::string Followers(const std::string& body) {
+  const auto plan = Plan(body);
+  if (const auto* error = std::get_if<Error>(&plan)) return error->text;
+  const auto& [graph, routes, blocks, links, fifos] = std::get<GraphPlan>(plan);
+  std::string names;
+  for (std::size_t i = 0; i < blocks.size(); ++i) names += blocks[i].follows ? graph.nodes[i].name + " " : "";
+  return names;
 }
 
 std::string Fifo(const std::string& name, const std::string& attributes = "") {
@@ -64,7 +72,7 @@ const std::string SPLIT = "put 'writer' and 'reader' into routes of their own";
 
 struct Case {
   std::string body;
-  std::string text;
+  std::string expected;
 };
 
 // Red if a graph is taken that hangs, or if the number would not let it run.
@@ -95,7 +103,7 @@ TEST(FifoPlanning, RefusesLoopsThatWaitForThemselves) {
        "since "
        "in the long run more is written than read; make the frames equally long"},
   };
-  for (const auto& [body, text] : cases) EXPECT_EQ(Capacities(body), text) << body;
+  for (const auto& [body, expected] : cases) EXPECT_EQ(Capacities(body), expected) << body;
 }
 
 // Red if something is refused that runs.
@@ -129,84 +137,64 @@ TEST(FifoPlanning, TakesLoopsThatCanStart) {
   }
 }
 
-// Red if a FIFO is too small for what another way gathers, or a FIFO without another way grows.
+/** Route A writes f1 and f2, route B passes f2 on by f3, gathering, and route C joins f1 and f3. */
+std::string OverThird(const std::string& f1) {
+  return "w1 [block=writer] w2 [block=writer] w3 [block=writer] r1 [block=reader] r2 [block=reader] r3 [block=reader] "
+         "subgraph cluster_RouteA { tee [block=any] any -> tee -> {w1 w2} } "
+         "subgraph cluster_RouteB { g [block=any] r2 -> g; g -> w3 [frame=9600] } "
+         "subgraph cluster_RouteC { r1 -> mix [frame=480] r3 -> mix [frame=480] mix -> sink } " +
+         Fifo("f1", f1) + Fifo("f2") + Fifo("f3") + "w1 -> f1 -> r1; w2 -> f2 -> r2; w3 -> f3 -> r3 ";
+}
+
+// Red if a FIFO is too small for what another way gathers, or a FIFO without another way grows; if a capacity is taken
+// with which both routes wait, or one is refused that suffices.
 TEST(FifoPlanning, MakesRoomForWhatParallelWaysGather) {
-  EXPECT_EQ(Capacities(Diamond("", "")), "4800 4800");
-  EXPECT_EQ(Capacities(Diamond("", "", GATHER_IN, "r1 -> mix [frame=480] ")), "57600 24000");
-  EXPECT_EQ(Capacities(Diamond("", "", "tee -> w1 ", GATHER_OUT)), "43200 43200");
-  EXPECT_EQ(Capacities(Diamond("", "", "tee -> w1 ", "x [block=any] r1 -> x [frame=9600] x -> mix [frame=480] ")),
-            "76800 43200");
-  EXPECT_EQ(Capacities("rate=8000 " + Diamond("", "", "g [block=any] tee -> g; g -> w1 [rate=48000 frame=480] ",
-                                              "x [block=any] r1 -> x [frame=480] x -> mix [rate=8000 frame=80] ")),
-            "53952 8992");
-
-  const auto overThird = [](const std::string& f1, const std::string& tail) {
-    return "w1 [block=writer] w2 [block=writer] w3 [block=writer] r1 [block=reader] r2 [block=reader] r3 "
-           "[block=reader] "
-           "subgraph cluster_RouteA { tee [block=any] any -> tee -> {w1 w2} } "
-           "subgraph cluster_RouteB { g [block=any] r2 -> g; g -> w3 [frame=9600] } "
-           "subgraph cluster_RouteC { r1 -> mix [frame=480] r3 -> mix [frame=480] mix -> " +
-           std::string(tail.empty() ? "sink } " : "w4 } ") + Fifo("f1", f1) + Fifo("f2") + Fifo("f3") +
-           "w1 -> f1 -> r1; w2 -> f2 -> r2; w3 -> f3 -> r3 " + tail;
-  };
-  EXPECT_EQ(Capacities(overThird("", "")), "24000 24000 57600");
-  EXPECT_EQ(Capacities(overThird("", "w4 [block=writer] r4 [block=reader] subgraph cluster_RouteD { r4 -> sink } " +
-                                         Fifo("f4") + "w4 -> f4 -> r4 ")),
-            "24000 24000 57600 4800");
-  EXPECT_EQ(Capacities(overThird("capacity=4800", "")),
-            "FIFO 'f1' is too small, and everybody would wait: 'w1' (RouteA) for room in 'f1', 'r3' (RouteC) for 'f3', "
-            "'r2' (RouteB) for 'f2'; give it a capacity of 24000, not 4800");
-}
-
-// Red if a capacity is taken with which both routes wait, or one is refused that suffices.
-TEST(FifoPlanning, RefusesACapacityThatCannotSuffice) {
-  const auto refused = [](const std::string& enough, const std::string& given) {
-    return "FIFO 'f2' is too small, and everybody would wait: 'r1' (RouteB) for 'f1', 'w2' (RouteA) for room in 'f2'; "
-           "give it a capacity of " +
-           enough + ", not " + given;
-  };
-  const std::string read = "r1 -> mix [frame=480] ";
-  EXPECT_EQ(Capacities(Diamond("", "capacity=8000", GATHER_IN, read)), refused("24000", "8000"));
-  EXPECT_EQ(Capacities(Diamond("", "capacity=9600", GATHER_IN, read)), "57600 9600");
-  EXPECT_EQ(Capacities(Diamond("", "capacity=4800", "tee -> w1 ", GATHER_OUT)), refused("43200", "4800"));
-  EXPECT_EQ(Capacities(Diamond("", "capacity=960")), "4800 960");
-  EXPECT_EQ(Capacities(Diamond("prefill=9600", "capacity=960", GATHER_IN, read)), "67200 960");
-}
-
-/** The blocks that follow, by name. */
-std::string Followers(const std::string& body) {
-  const auto plan = Plan(body);
-  if (const auto* error = std::get_if<Error>(&plan)) return error->text;
-  const auto& [graph, routes, blocks, links, fifos] = std::get<GraphPlan>(plan);
-  std::string names;
-  for (std::size_t i = 0; i < blocks.size(); ++i) {
-    if (blocks[i].follows) names += (names.empty() ? "" : " ") + graph.nodes[i].name;
-  }
-  return names;
+  const std::string read = "r1 -> mix [frame=480] ", small =
+                                                         " is too small, and everybody would wait: 'r1' (RouteB) for "
+                                                         "'f1', 'w2' (RouteA) for room in 'f2'; give it a capacity of ";
+  const Case cases[] = {
+      {Diamond("", ""), "4800 4800 "},
+      {Diamond("", "", GATHER_IN, read), "57600 24000 "},
+      {Diamond("", "", "tee -> w1 ", GATHER_OUT), "43200 43200 "},
+      {Diamond("", "", "tee -> w1 ", "x [block=any] r1 -> x [frame=9600] x -> mix [frame=480] "), "76800 43200 "},
+      {"rate=8000 " + Diamond("", "", "g [block=any] tee -> g; g -> w1 [rate=48000 frame=480] ",
+                              "x [block=any] r1 -> x [frame=480] x -> mix [rate=8000 frame=80] "),
+       "53952 8992 "},
+      {OverThird(""), "24000 24000 57600 "},
+      {OverThird("capacity=4800"),
+       "FIFO 'f1' is too small, and everybody would wait: 'w1' (RouteA) for room in 'f1', 'r3' (RouteC) for 'f3', 'r2' "
+       "(RouteB) for 'f2'; give it a capacity of 24000, not 4800"},
+      {Diamond("", "capacity=8000", GATHER_IN, read), "FIFO 'f2'" + small + "24000, not 8000"},
+      {Diamond("", "capacity=9600", GATHER_IN, read), "57600 9600 "},
+      {Diamond("", "capacity=4800", "tee -> w1 ", GATHER_OUT), "FIFO 'f2'" + small + "43200, not 4800"},
+      {Diamond("", "capacity=960"), "4800 960 "},
+      {Diamond("prefill=9600", "capacity=960", GATHER_IN, read), "67200 960 "}};
+  for (const auto& [body, expected] : cases) EXPECT_EQ(Capacities(body), expected) << body;
 }
 
 // Red if a source of a loop keeps its route going for ever, or one that brings something new ends with the others.
 TEST(StreamOrder, FindsWhatOnlyGoesRound) {
-  EXPECT_EQ(Followers(OneRoute("prefill=480")), "");
-  EXPECT_EQ(Followers(Diamond("", "")), "");
-  EXPECT_EQ(Followers(SendAndReturn("", "prefill=480")), "ret");
-  EXPECT_EQ(Followers(SendAndReturn("prefill=480", "prefill=480")), "ret");
-  EXPECT_EQ(Followers(SendAndReturn("prefill=480", "")), "br ret");
-  EXPECT_EQ(Followers("reader -> writer " + Fifo("f", "prefill=480") + "writer -> f -> reader "), "reader");
   const std::string tail = "subgraph cluster_RouteC { r3 [block=reader] sink3 [block=sink] r3 -> sink3 } " +
-                           Fifo("f3") + "w3 [block=writer] w3 -> f3 -> r3 ";
-  EXPECT_EQ(Followers(SendAndReturn("prefill=480", "", "t [block=any] br -> t -> {bw w3} ") + tail), "br ret r3");
-  EXPECT_EQ(Followers(SendAndReturn("", "prefill=480", "t [block=any] br -> t -> {bw w3} ") + tail), "ret");
+                           Fifo("f3") + "w3 [block=writer] w3 -> f3 -> r3 ",
+                    fill = "prefill=480", split = "t [block=any] br -> t -> {bw w3} ";
+  const Case cases[] = {{OneRoute(fill), ""},
+                        {Diamond("", ""), ""},
+                        {SendAndReturn("", fill), "ret "},
+                        {SendAndReturn(fill, fill), "ret "},
+                        {SendAndReturn(fill, ""), "br ret "},
+                        {"reader -> writer " + Fifo("f", fill) + "writer -> f -> reader ", "reader "},
+                        {SendAndReturn(fill, "", split) + tail, "br ret r3 "},
+                        {SendAndReturn("", fill, split) + tail, "ret "}};
+  for (const auto& [body, expected] : cases) EXPECT_EQ(Followers(body), expected) << body;
 }
 
 TEST(GraphPlan, KnowsWhatFeedsARouteAndWhatItFeeds) {
   const auto plan = Plan(SendAndReturn("", "prefill=480"));
   const auto& [graph, routes, blocks, links, fifos] = std::get<GraphPlan>(plan);
-  using Fifos = std::vector<std::size_t>;
-  EXPECT_EQ(routes[0].reads, Fifos{1});
-  EXPECT_EQ(routes[0].writes, Fifos{0});
-  EXPECT_EQ(routes[1].reads, Fifos{0});
-  EXPECT_EQ(routes[1].writes, Fifos{1});
+  for (const std::size_t i : {0, 1}) {
+    EXPECT_EQ(routes[i].reads, std::vector{1 - i});
+    EXPECT_EQ(routes[i].writes, std::vector{i});
+  }
   std::string firsts;
   for (const RoutePlan& route : routes) {
     for (const std::size_t node : route.firsts) firsts += graph.nodes[node].name + ' ';
