@@ -3,6 +3,7 @@
 
 #include <csignal>
 #include <future>
+#include <latch>
 #include <set>
 
 #include "Vorn/TurnedAway.h"
@@ -60,6 +61,24 @@ TEST(Vorn, NamesRoutesAndFIFOs) {
   for (FIFO* old : {fifos[1], fifos[1], static_cast<FIFO*>(nullptr)}) vorn.DeleteFIFO(old);
   EXPECT_EQ(Log::Take(), Lines("W DeleteFIFO: Can't find FIFO " + Pointer(fifos[1])));
   for (const char* name : {"fifo_1", "fifo_3"}) EXPECT_EQ(vorn.NewFIFO(48000, 4, 10, 0)->name, name);
+}
+
+// Red if two that ask for one name at once both get it.
+TEST(Vorn, MakesNoTwoRoutesOfOneName) {
+  VornImpl vorn(NO_FILE);
+  Log::Keep("");
+  for (int round = 0; round < 200; ++round) {
+    std::latch together(4);
+    std::vector<std::future<Route*>> clients(4);
+    for (auto& client : clients) {
+      client =
+          std::async(std::launch::async, [&] { return together.arrive_and_wait(), vorn.NewRoute("RouteA", nullptr); });
+    }
+    std::set<Route*> made;
+    for (auto& client : clients) made.insert(client.get());
+    ASSERT_TRUE(made.size() == 2 && made.count(nullptr) == 1);
+    for (Route* route : made) vorn.DeleteRoute(route);
+  }
 }
 
 // Red if a thread of the library takes a signal, keeps one of its own making from a crash handler, has another name, or
