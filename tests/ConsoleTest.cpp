@@ -273,6 +273,22 @@ TEST_F(ConsoleTest, ReportOfRoutesThatRanOrAreStuckInABlock) {
   EXPECT_EQ(client.Ask("delete RouteB !"), "Deleted RouteB\n");
 }
 
+// Red under the thread sanitizer if a block can be seen before it has its name: a FIFO still names one that lay in its
+// place.
+TEST_F(ConsoleTest, ReportsBesideClientsThatMakeBlocks) {
+  Route* route = vorn.NewRoute("RouteA", nullptr);
+  FIFO* fifo = vorn.NewFIFO(0, 1, 10, 0);
+  fifo->reader = Add(*route, ALONE, "x");
+  const auto edits = std::async(std::launch::async, [&] {
+    for (int round = 0; round < 3000; ++round) {
+      Block* block = Add(*route, ALONE, "y");
+      fifo->writer = block;
+      route->Delete(block);
+    }
+  });
+  while (edits.wait_for(std::chrono::seconds(0)) != std::future_status::ready) client.Ask("status --dot");
+}
+
 // The route ends before DeleteRoute() returns, its callbacks with it; what the console goes on to does not matter.
 TEST_F(ConsoleTest, RouteIsDeletedWhileTheConsoleIsBusyWithIt) {
   Recorder callbacks;
