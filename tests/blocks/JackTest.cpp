@@ -1,20 +1,13 @@
 // jacksource and jacksink against a server without hardware, which the test starts.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <jack/jack.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <cstdlib>
-#include <filesystem>
-#include <string>
-#include <thread>
-
 #include "testkit/TestGraph.h"
-
-extern char** environ;
+#include "testkit/Wait.h"
 
 // Out of the thread sanitizer's sight: the server hands the ports' buffers from client to client in shared memory, and
 // the library's ring orders its accesses in code that is not instrumented.
@@ -24,8 +17,7 @@ extern "C" VORN_API const char* __tsan_default_suppressions() {
 
 namespace {
 
-using testkit::Graph;
-using testkit::StreamSpec;
+using testkit::END_OF_FILE, testkit::Graph, testkit::StreamSpec;
 
 bool ServerAnswers() {
   jack_set_error_function([](const char*) {});
@@ -35,10 +27,7 @@ bool ServerAnswers() {
   return client != nullptr;
 }
 
-std::ptrdiff_t Threads() {
-  const std::filesystem::directory_iterator threads("/proc/self/task");
-  return std::distance(begin(threads), end(threads));
-}
+std::ptrdiff_t Threads() { return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}); }
 
 class Jack : public testing::Test {
  protected:
@@ -46,23 +35,18 @@ class Jack : public testing::Test {
     const std::string name = "vorn-test-" + std::to_string(getpid());
     setenv("JACK_DEFAULT_SERVER", name.c_str(), 1);
     setenv("JACK_NO_AUDIO_RESERVATION", "1", 1);
+    if (std::system("command -v jackd >/dev/null") != 0) GTEST_SKIP() << "no jackd here";
+    const int quiet = open("/dev/null", O_WRONLY | O_CLOEXEC);
     // Synchronous: on a busy machine the server waits for its clients instead of playing an old buffer once more.
-    const char* command[] = {"jackd", "-r",    "-S", "-t",    "10000", "-n",  name.c_str(),
-                             "-d",    "dummy", "-r", "48000", "-p",    "256", nullptr};
-    posix_spawn_file_actions_t quiet;
-    posix_spawn_file_actions_init(&quiet);
-    for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) posix_spawn_file_actions_addopen(&quiet, fd, "/dev/null", 1, 0);
-    const int spawned = posix_spawnp(&server, "jackd", &quiet, nullptr, const_cast<char**>(command), environ);
-    posix_spawn_file_actions_destroy(&quiet);
-    if (spawned != 0) {
-      server = 0;
-      GTEST_SKIP() << "no jackd here";
+    server = fork();
+    if (server == 0) {
+      dup2(quiet, STDOUT_FILENO), dup2(quiet, STDERR_FILENO);
+      execlp("jackd", "jackd", "-r", "-S", "-t", "10000", "-n", name.c_str(), "-d", "dummy", "-r", "48000", "-p", "256",
+             nullptr);
+      _exit(1);
     }
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!ServerAnswers()) {
-      ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "jackd does not come up";
-      std::this_thread::yield();
-    }
+    close(quiet);
+    ASSERT_TRUE(testkit::WaitUntil(ServerAnswers)) << "jackd does not come up";
   }
   void TearDown() override {
     if (server == 0) return;
@@ -79,27 +63,21 @@ TEST_F(Jack, CarriesEverySampleFromSinkToSource) {
   const StreamSpec stereo{.channels = 2, .frame = 480};
   std::vector<std::int16_t> played;
   for (long i = 1; i <= COUNT; ++i) {
-    played.push_back(static_cast<std::int16_t>(i));
-    played.push_back(static_cast<std::int16_t>(-i));
+    for (const long value : {i, -i}) played.push_back(static_cast<std::int16_t>(value));
   }
   Graph graph;
-  vorn::Block* source = graph.Add("testsource", {}, true);
-  vorn::Block* sink = graph.Add("jacksink", {"there", "latency=48000"});
-  vorn::Block* back = graph.Add("jacksource", {"back", "latency=48000"});
-  vorn::Block* recorder = graph.Add("testsink", {"200"}, false, true);  // 2 s
-  ASSERT_TRUE(graph.Chain({source, sink}, stereo));
-  ASSERT_TRUE(graph.Chain({back, recorder}, stereo));
-  Graph::Play(source, played, stereo);
+  graph.Feed(graph.Add("jacksink", {"there", "latency=48000"}), 0, played, stereo);
+  vorn::Block* recorder = graph.Add("testsink", {"200"});  // 2 s
+  ASSERT_TRUE(graph.Chain({graph.Add("jacksource", {"back", "latency=48000"}), recorder}, stereo));
   jack_client_t* operatorClient = jack_client_open("operator", JackNoStartServer, nullptr);
   ASSERT_NE(operatorClient, nullptr);
   jack_activate(operatorClient);
   ASSERT_EQ(graph->Start(), 0);
   for (const char* channel : {"1", "2"}) {
-    const std::string from = std::string("there:out_") + channel;
-    const std::string to = std::string("back:in_") + channel;
+    const std::string from = std::string("there:out_") + channel, to = std::string("back:in_") + channel;
     EXPECT_EQ(jack_connect(operatorClient, from.c_str(), to.c_str()), 0);
   }
-  EXPECT_EQ(graph.Wait(), vorn::Route::StopReason::STOP_END_OF_FILE);
+  EXPECT_EQ(graph.Wait(), END_OF_FILE);
   jack_client_close(operatorClient);
 
   // The channels are joined one after the other, and the server may run dry at the end: the run between counts.
@@ -128,7 +106,7 @@ TEST_F(Jack, AnInterruptBringsBlocksBackFromAStoppedServer) {
   kill(server, SIGSTOP);
   while (counters.resets == 0) std::this_thread::yield();  // a second without a cycle
   for (vorn::Block* block : {source, filler, sink}) EXPECT_EQ(vorn::InterruptBlock(block), 0);
-  EXPECT_EQ(graph.Wait(), vorn::Route::StopReason::STOP_END_OF_FILE);
+  EXPECT_EQ(graph.Wait(), END_OF_FILE);
   EXPECT_GT(counters.losses, 0U);
   kill(server, SIGKILL);                                 // it would wait for the clients that were left behind
   while (Threads() > before) std::this_thread::yield();  // libjack cannot open a client while others still close

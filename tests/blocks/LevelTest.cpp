@@ -16,7 +16,7 @@ class LevelTest : public testing::Test {
   using Steps = std::vector<std::pair<double, double>>;
 
   void Play(const Steps& steps, const std::vector<std::string>& args, bool hasOutput, unsigned channels = 2) {
-    const testkit::StreamSpec stream{48000, vorn::SampleFormat::FLOAT_LE, channels, 4801};
+    const testkit::StreamSpec stream = testkit::Floats(48000, channels, 4801);
     meter = graph.Add("level", args, false, !hasOutput);
     if (hasOutput) sink = graph.Record(meter, 0, stream);
     x.clear();
@@ -33,8 +33,7 @@ class LevelTest : public testing::Test {
   std::map<std::string, double> Readings() { return graph.Numbers(meter); }
 
   Graph graph;
-  vorn::Block* meter = nullptr;
-  vorn::Block* sink = nullptr;
+  vorn::Block *meter = nullptr, *sink = nullptr;
   std::vector<float> x;  // played
 };
 

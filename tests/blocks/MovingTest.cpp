@@ -15,10 +15,7 @@ class Moving : public testing::Test {
  protected:
   // Plays samples with the stamps of their places.
   void Feed(vorn::Block* block, std::size_t in, const Samples& samples, const StreamSpec& spec) {
-    long position = 0;
-    for (testkit::Frame& frame : Graph::FramesOf(graph.Feed(block, in, samples, spec))) {
-      frame.stamp = std::exchange(position, position + frame.samples) * 1000000 / RATE;
-    }
+    Graph::Stamp(graph.Feed(block, in, samples, spec), 0, RATE);
   }
 
   // Frames are full but the last, and stamped with their place.
@@ -68,7 +65,7 @@ TEST_F(Moving, RemapFollowsItsMap) {
   };
   const auto repeat = [](const Samples& instant) {
     Samples samples;
-    for (int k = 0; k < 501; ++k) samples.insert(samples.end(), instant.begin(), instant.end());
+    while (samples.size() < 501 * instant.size()) samples.insert(samples.end(), instant.begin(), instant.end());
     return samples;
   };
   for (const auto& [map, outputs] : cases) {

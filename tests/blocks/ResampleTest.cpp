@@ -7,12 +7,7 @@
 
 namespace {
 
-using testkit::Graph;
-using testkit::StreamSpec;
-
-StreamSpec Floats(unsigned rate, unsigned channels, long frame) {
-  return {rate, vorn::SampleFormat::FLOAT_LE, channels, frame};
-}
+using testkit::Floats, testkit::Graph, testkit::StreamSpec;
 
 // Channel c is a tone of 100 * (c + 1) Hz, with a bell for a level: it starts and ends in silence.
 std::vector<float> Tones(long samples, const StreamSpec& s, double seconds) {
@@ -27,32 +22,8 @@ std::vector<float> Tones(long samples, const StreamSpec& s, double seconds) {
   return x;
 }
 
-class ResampleTest : public testing::Test {
- protected:
-  // Plays `x` through the block and gives what arrived.
-  std::vector<float> Run(const std::vector<float>& x, const StreamSpec& in, const StreamSpec& out,
-                         const std::vector<std::string>& args = {}) {
-    vorn::Block* block = graph.Add("resample", args);
-    vorn::Block* source = graph.Feed(block, 0, x, in);
-    vorn::Block* sink = graph.Record(block, 0, out);
-    long played = 0;
-    for (auto& frame : Graph::FramesOf(source)) {
-      frame.stamp = 1000000 + played * 1000000 / in.rate;
-      played += frame.samples;
-    }
-    EXPECT_EQ(graph.Run(), testkit::END_OF_FILE);
-    frames = Graph::FramesOf(sink);
-    const auto y = Graph::RecordedFloats(sink);
-    graph->DeleteAll();
-    return y;
-  }
-
-  Graph graph;
-  testkit::Frames frames;  // as they arrived in the last run
-};
-
 // Red if a sample is lost or doubled, channels change places, the tone moves in time, or a frame in between is short.
-TEST_F(ResampleTest, KeepsATonesLevelAndPlaceAndCountsExactly) {
+TEST(Resample, KeepsATonesLevelAndPlaceAndCountsExactly) {
   struct Case {
     StreamSpec in, out;
     long length;
@@ -68,14 +39,19 @@ TEST_F(ResampleTest, KeepsATonesLevelAndPlaceAndCountsExactly) {
                         {Floats(22050, 2, 100), Floats(22050, 2, 333), 22051, "quick", 0}}) {
     const double seconds = static_cast<double>(c.length) / c.in.rate;
     const long expected = std::lround(seconds * c.out.rate);
-    const auto y = Run(Tones(c.length, c.in, seconds), c.in, c.out, {std::to_string(c.out.rate), c.quality});
+    Graph graph;
+    vorn::Block* block = graph.Add("resample", {std::to_string(c.out.rate), c.quality});
+    Graph::Stamp(graph.Feed(block, 0, Tones(c.length, c.in, seconds), c.in), 1000000, c.in.rate);
+    vorn::Block* sink = graph.Record(block, 0, c.out);
+    ASSERT_EQ(graph.Run(), testkit::END_OF_FILE);
+    const auto y = Graph::RecordedFloats(sink);
     const auto reference = Tones(expected, c.out, seconds);
     ASSERT_EQ(y.size(), reference.size()) << c.in.rate << " to " << c.out.rate;
     double worst = 0;
     for (std::size_t i = 0; i < y.size(); ++i) worst = std::max(worst, std::fabs(double{y[i]} - reference[i]));
     EXPECT_LE(worst, c.error) << c.in.rate << " to " << c.out.rate;
     long sent = 0;
-    for (const auto& frame : frames) {
+    for (const auto& frame : Graph::FramesOf(sink)) {
       EXPECT_EQ(frame.samples, std::min(c.out.frame, expected - sent));
       EXPECT_EQ(frame.stamp, 1000000 + sent * 1000000 / c.out.rate);
       sent += frame.samples;

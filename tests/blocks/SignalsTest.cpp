@@ -18,7 +18,7 @@ constexpr double TURN = 2 * std::numbers::pi;
 
 // What a tone of 48000 Hz plays.
 Levels Tone(const std::vector<std::string>& args, unsigned channels = 1, long frame = 480) {
-  const StreamSpec spec{48000, SampleFormat::FLOAT_LE, channels, frame};
+  const StreamSpec spec = testkit::Floats(48000, channels, frame);
   Graph graph;
   vorn::Block* sink = graph.Record(graph.Add("tone", args), 0, spec);
   EXPECT_TRUE(graph.Run());
@@ -65,9 +65,8 @@ TEST(Tone, PlaysSineAndSquareByTheFormula) {
   const Levels sine = Tone({"sine", "997", "-6", "samples=4801"}, 2, 7);
   ASSERT_EQ(sine.size(), 2 * 4801U);
   for (std::size_t k = 0; k < sine.size(); ++k) {
-    const std::size_t instant = k / 2;
-    const double expected = std::pow(10, -0.3) * std::sin(TURN * 997 * static_cast<double>(instant) / 48000);
-    ASSERT_NEAR(sine[k], expected, 1e-7) << k;
+    const double instant = static_cast<double>(k / 2) / 48000;
+    ASSERT_NEAR(sine[k], std::pow(10, -0.3) * std::sin(TURN * 997 * instant), 1e-7) << k;
   }
   EXPECT_EQ(Tone({"square", "12000", "0", "length=0.000125"}), (Levels{1, 1, -1, -1, 1, 1}));
 }
@@ -137,14 +136,8 @@ TEST(Changes, AreReachedInOneFrameWithoutAStep) {
   }
 }
 
-// Red if any way between two formats changes what both can hold, or if saturation and rounding are others.
-TEST(Convert, KeepsWhatFitsAndRoundsWhatDoesNot) {
-  Levels grid(256);
-  std::iota(grid.begin(), grid.end(), -128);
-  for (double& level : grid) level /= 128;
-  for (const SampleFormat from : testkit::FORMATS) {
-    for (const SampleFormat to : testkit::FORMATS) EXPECT_EQ(Converted({}, from, to, grid), grid);
-  }
+// Red if saturation and rounding are others. That all formats become each other: tests/random.
+TEST(Convert, RoundsAndSaturates) {
   const double bit = 1 / testkit::FullScale(SampleFormat::S16_BE);
   EXPECT_EQ(Converted({"S16_BE"}, SampleFormat::FLOAT_BE, SampleFormat::S16_BE,
                       {1.5, -1.5, 1 - bit / 2, 0.5 * bit, 1.5 * bit, -2.5 * bit, 0.51 * bit}),

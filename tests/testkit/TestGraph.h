@@ -68,6 +68,10 @@ struct StreamSpec {
   std::size_t SampleBytes() const { return channels * vorn::BytesPerSample(format); }
 };
 
+inline StreamSpec Floats(unsigned rate, unsigned channels, long frame) {
+  return {rate, vorn::SampleFormat::FLOAT_LE, channels, frame};
+}
+
 // One route, deleted at the end of the test.
 class Graph : private vorn::Route::Callbacks {
  public:
@@ -109,13 +113,11 @@ class Graph : private vorn::Route::Callbacks {
     reason.reset();
     return route->Start() == 0 ? Wait(deadline) : std::nullopt;
   }
-  // The same, with a parameter that is set between the start and the first frame: in one batch, so that none comes
-  // before.
+  // The same, with a parameter that is set between the start and the first frame: in one batch.
   std::optional<vorn::Route::StopReason> RunAfterSetting(vorn::Block* block, unsigned id, const std::string& value) {
+    using Action = vorn::Route::Action;
     const std::vector<std::string> params{value};
-    vorn::Route::Action actions[2]{};
-    actions[0].type = vorn::Route::Action::Type::START;
-    actions[1].type = vorn::Route::Action::Type::SET_PARAMETER;
+    Action actions[2]{{Action::Type::START, {}}, {Action::Type::SET_PARAMETER, {}}};
     actions[1].setParameter = {block, id, &params, -20};
     reason.reset();
     route->ExecuteActions(actions, 2);
@@ -157,6 +159,13 @@ class Graph : private vorn::Route::Callbacks {
     for (std::size_t at = 0; at < size; at += frameBytes) {
       const std::size_t end = std::min(size, at + frameBytes);
       FramesOf(source).push_back({{bytes + at, bytes + end}, static_cast<long>((end - at) / s.SampleBytes())});
+    }
+  }
+  // Gives the frames of a source the times of their places, in us.
+  static void Stamp(vorn::Block* source, long first, unsigned rate) {
+    long position = 0;
+    for (Frame& frame : FramesOf(source)) {
+      frame.stamp = first + std::exchange(position, position + frame.samples) * 1000000 / rate;
     }
   }
   template <class Sample = std::uint8_t>
