@@ -13,7 +13,7 @@ namespace randomgraphs {
 /** What a block does to a stream, in the words of the model. */
 enum class Work {
   FILE,      ///< plays a file whose sample k vouches for itself
-  NOISE,     ///< `tone white`
+  TONE,      ///< `tone square`
   SAME,      ///< passes samples on: gain 0, level, reframe, tee, an end of a FIFO
   SILENCE,   ///< as many, all zero
   DELAY,     ///< `amount` zeros, then the stream
@@ -51,7 +51,7 @@ struct Node {
   unsigned channels = 1;
   long amount = 0;
   std::array<unsigned, 2> rates = {};  ///< of RESAMPLE
-  unsigned seed = 0;                   ///< of NOISE
+  long period = 0;                     ///< of TONE, in samples
   bool endless = false;                ///< FILE: starts over and over
   std::size_t tap = 0;                 ///< FILE: a sink that gets the same; 0 for none
   std::vector<bool> muted = {};        ///< SUM: by input

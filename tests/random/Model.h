@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <memory>
 #include <vector>
@@ -19,9 +18,6 @@ struct Signal {
   unsigned channels = 1;
   std::shared_ptr<const std::vector<double>> levels;  ///< None where only the count is known.
 };
-
-/** The first so many samples of a NOISE. */
-using NoiseOf = std::function<Signal(const Node&, long samples)>;
 
 using Levels = std::vector<double>;
 
@@ -78,8 +74,8 @@ inline Signal FileContents(const Graph& graph, std::size_t node) {
 
 class Evaluation {
  public:
-  Evaluation(const Graph& newGraph, const std::map<std::size_t, long>& newLengths, const NoiseOf& newNoise)
-      : graph(newGraph), lengths(newLengths), noise(newNoise) {}
+  Evaluation(const Graph& newGraph, const std::map<std::size_t, long>& newLengths)
+      : graph(newGraph), lengths(newLengths) {}
 
   std::map<std::size_t, Signal> AtSinks() {
     std::map<std::size_t, Signal> sinks;
@@ -104,7 +100,7 @@ class Evaluation {
     const Node& node = graph.nodes[index];
     switch (node.work) {
       case Work::FILE: return {Played(index)};
-      case Work::NOISE: return {noise(node, LengthOf(index))};
+      case Work::TONE: return {Tone(index)};
       case Work::SAME: return {In(node, 0)};
       case Work::SILENCE: return {Fill(node, node.channels, 0, [](const auto&, long, std::size_t) { return 0; })};
       case Work::DELAY:
@@ -128,6 +124,12 @@ class Evaluation {
     const long samples = node.endless ? LengthOf(index) : std::min(LengthOf(index), round.samples);
     return Make(samples, node, node.channels,
                 [&](const auto&, long k, std::size_t c) { return At(round, k % round.samples, c); });
+  }
+
+  Signal Tone(std::size_t index) const {
+    const Node& node = graph.nodes[index];
+    return Make(LengthOf(index), node, node.channels,
+                [&](const auto&, long k, std::size_t) { return k % node.period < node.period / 2 ? 1 : -1; });
   }
 
   /** As long as the longest input and `more`, of what `level` says of the output so far, a sample and a channel. */
@@ -180,7 +182,6 @@ class Evaluation {
 
   const Graph& graph;
   const std::map<std::size_t, long>& lengths;
-  const NoiseOf& noise;
   std::vector<std::vector<Signal>> outputs;  // by node
 };
 
@@ -189,9 +190,8 @@ class Evaluation {
  *
  * @param lengths of sources that were stopped before their end, by node.
  */
-inline std::map<std::size_t, Signal> ExpectedAtSinks(const Graph& graph, const std::map<std::size_t, long>& lengths,
-                                                     const NoiseOf& noise) {
-  return Evaluation(graph, lengths, noise).AtSinks();
+inline std::map<std::size_t, Signal> ExpectedAtSinks(const Graph& graph, const std::map<std::size_t, long>& lengths) {
+  return Evaluation(graph, lengths).AtSinks();
 }
 
 }  // namespace randomgraphs

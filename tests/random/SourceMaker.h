@@ -112,7 +112,7 @@ class SourceMaker {
     end.frame = frame.isFixed || dice.Chance(70) ? frame : Frame{graph.frame};
     const std::string frameText = end.frame.number != 0 ? " frame=" + std::to_string(end.frame.samples) : "";
     const long samples = Length();
-    if (graph.ending == Ending::BY_ITSELF && dice.Chance(15)) return Noise(end, samples, frameText);
+    if (graph.ending == Ending::BY_ITSELF && dice.Chance(15)) return Tone(end, samples, frameText);
     return File(end, samples, frameText);
   }
 
@@ -133,11 +133,11 @@ class SourceMaker {
     return both[0];
   }
 
-  End Noise(const End& end, long samples, const std::string& frameText) {
-    Node node{Work::NOISE, "tone"};
+  End Tone(const End& end, long samples, const std::string& frameText) {
+    Node node{Work::TONE, "tone"};
     node.amount = samples;
-    node.seed = 1 + static_cast<unsigned>(dice.Below(2));
-    node.args = "white samples=" + std::to_string(samples) + " seed=" + std::to_string(node.seed) +
+    node.period = dice.Below(2) == 0 ? 4 : 20;  // divides all rates
+    node.args = "square " + std::to_string(end.rate / node.period) + " 0 samples=" + std::to_string(samples) +
                 " format=" + vorn::FormatName(end.format) + " rate=" + std::to_string(end.rate) +
                 " channels=" + std::to_string(end.channels) + frameText;
     return Add(std::move(node), end);

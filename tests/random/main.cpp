@@ -15,7 +15,6 @@
 #include <mutex>
 #include <random>
 #include <set>
-#include <stdexcept>
 #include <thread>
 
 #include <vorn/Plugin.h>
@@ -34,7 +33,6 @@ struct Failure {
   std::string text;  ///< what was expected and what came
 };
 
-constexpr long MOST_NOISE = 60000;         // samples; more than any source has
 constexpr std::uint64_t FRAMES_AGAIN = 5;  // every so many-th graph is run with other frames as well
 
 std::string VornRun() {
@@ -58,7 +56,7 @@ Failure WrongCount(std::size_t sink, long expected, long got, const std::string&
           NameOf(sink) + ": expected " + std::to_string(expected) + " samples, got " + std::to_string(got) + more};
 }
 
-/** Its own folder, and the noise that `tone` alone makes. One a thread. */
+/** Its own folder. One a thread. */
 class Bench {
  public:
   /** Runs the graph of a seed; of every fifth once more with other frames, which must give the same bytes. */
@@ -76,11 +74,9 @@ class Bench {
   /** What the file sinks got in the last trial. */
   std::map<std::size_t, std::string> Got(const Graph& graph) const;
   std::vector<double> Levels(std::size_t node, vorn::SampleFormat format) const;
-  Signal Noise(const Node& node, long samples);
 
   const testkit::Folder folder;
   std::string command;
-  std::map<std::string, Signal> noises;  // by arguments
 };
 
 std::optional<Failure> Bench::Try(std::uint64_t seed) {
@@ -102,8 +98,7 @@ std::optional<Failure> Bench::Try(const Graph& graph) {
     const Node& node = graph.nodes[file];
     if (node.tap != 0) lengths[file] = static_cast<long>(Levels(node.tap, node.format).size() / node.channels);
   }
-  const auto noise = [this](const Node& node, long samples) { return Noise(node, samples); };
-  for (const auto& [sink, signal] : ExpectedAtSinks(graph, lengths, noise)) {
+  for (const auto& [sink, signal] : ExpectedAtSinks(graph, lengths)) {
     if (auto failure = JudgeSink(graph, sink, signal, ended.out)) return failure;
   }
   return std::nullopt;
@@ -176,23 +171,6 @@ std::map<std::size_t, std::string> Bench::Got(const Graph& graph) const {
 std::vector<double> Bench::Levels(std::size_t node, vorn::SampleFormat format) const {
   const std::string bytes = testkit::Contents(folder / FileOf(node));
   return testkit::Decoded(format, {bytes.begin(), bytes.end()});
-}
-
-/** From `tone` without a graph around. */
-Signal Bench::Noise(const Node& node, long samples) {
-  const std::string args = "white samples=" + std::to_string(MOST_NOISE) + " seed=" + std::to_string(node.seed) +
-                           " format=" + vorn::FormatName(node.format) + " channels=" + std::to_string(node.channels);
-  Signal& all = noises[args];
-  if (!all.levels) {
-    const testkit::Folder beside;
-    testkit::RunIn(beside / "", {VornRun(), "-q", "-e", "tone " + args + " ! filesink noise.raw"});
-    const std::string bytes = testkit::Contents(beside / "noise.raw");
-    all.levels = std::make_shared<std::vector<double>>(testkit::Decoded(node.format, {bytes.begin(), bytes.end()}));
-    if (all.levels->size() != MOST_NOISE * node.channels) throw std::runtime_error("tone " + args + " makes no noise");
-  }
-  const auto first = all.levels->begin();
-  const auto last = first + static_cast<std::ptrdiff_t>(samples) * node.channels;
-  return {samples, node.channels, std::make_shared<const std::vector<double>>(first, last)};
 }
 
 constexpr std::size_t MOST_REPORTS = 5;
