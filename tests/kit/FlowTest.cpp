@@ -15,12 +15,9 @@ using vorn::Flow, vorn::Mark, vorn::Request;
 class Bench final : public vorn::FlowOwner {
  public:
   Bench(std::size_t inputs, std::size_t outputs, std::uint32_t foreignOutputs = 0) {
-    std::vector<Flow::Port> ins;
-    std::vector<Flow::Port> outs;
-    for (std::size_t i = 0; i < inputs; ++i) ins.push_back({i, Describe(in[i], inBytes[i]), false, inputs > 1});
-    for (std::size_t i = 0; i < outputs; ++i) {
-      outs.push_back({i, Describe(out[i], outBytes[i]), (foreignOutputs >> i & 1U) != 0});
-    }
+    std::vector<Flow::Port> ins, outs;
+    for (std::size_t i = 0; i < inputs; ++i) ins.push_back({i, &in[i], false, inputs > 1});
+    for (std::size_t i = 0; i < outputs; ++i) outs.push_back({i, &out[i], (foreignOutputs >> i & 1U) != 0});
     flow.Share(&board);
     flow.Link(ins, outs);
     flow.Start();
@@ -30,8 +27,8 @@ class Bench final : public vorn::FlowOwner {
   // Gives what each output sends: samples, '-' for nothing, '.' for the end; or '?' for pending, 'x' for no output at
   // all, '!' for the end of the route. Inputs in the same words; empty where nothing arrives. A sample is a digit.
   std::string Cycle(const std::string& first = "", const std::string& second = "") {
-    if (!first.empty()) Send(in[0], inBytes[0], first);
-    if (!second.empty()) Send(in[1], inBytes[1], second);
+    if (!first.empty()) Send(in[0], first);
+    if (!second.empty()) Send(in[1], second);
     asked.clear();
     const long result = flow.Run();
     if (result == vorn::FRAME_PENDING) return "?";
@@ -94,32 +91,25 @@ class Bench final : public vorn::FlowOwner {
   Flow flow{*this};
   std::size_t buffers = 0;  // gives frames of this size, when it has one
   std::size_t reference = 9;
-  long toPlay = 0;
-  bool mayArrive = false;
-  int overs = 0;
-  bool isInterrupted = false;
-  int warnings = 0;
+  bool mayArrive = false, isInterrupted = false;
+  int toPlay = 0, overs = 0, warnings = 0;
   std::vector<std::uint8_t> held;
   std::set<std::pair<std::size_t, Request>> asked;
 
  private:
-  using Bytes = std::array<std::uint8_t, 64>;
+  // A frame with room of its own.
+  struct Frame : vorn::FrameBuffer {
+    Frame() { data = bytes.data(), channels = 1, samplesPerFrame = FRAME, rate = 100; }
+    std::array<std::uint8_t, 64> bytes{};
+  };
   inline static const std::string DIGITS = "0123456789ABCDEFGHIJ";
   inline static const std::string REQUESTS = "@HS@N@@@D";
 
-  static void Send(vorn::FrameBuffer& fb, Bytes& bytes, const std::string& what) {
-    if (what == "-" || what == ".") return SetMark(fb, what == "-" ? Mark::NOTHING : Mark::ENDED);
-    for (std::size_t k = 0; k < what.size(); ++k) bytes[k] = static_cast<std::uint8_t>(DIGITS.find(what[k]));
-    fb.samples = static_cast<long>(what.size());
-    fb.timestamp = -1;
-  }
-
-  static vorn::FrameBuffer* Describe(vorn::FrameBuffer& fb, Bytes& bytes) {
-    fb.data = bytes.data();
-    fb.channels = 1;
-    fb.samplesPerFrame = FRAME;
-    fb.rate = 100;
-    return &fb;
+  static void Send(Frame& frame, const std::string& what) {
+    if (what == "-" || what == ".") return SetMark(frame, what == "-" ? Mark::NOTHING : Mark::ENDED);
+    for (std::size_t k = 0; k < what.size(); ++k) frame.bytes[k] = static_cast<std::uint8_t>(DIGITS.find(what[k]));
+    frame.samples = static_cast<long>(what.size());
+    frame.timestamp = -1;
   }
   long Play() {
     if (toPlay == 0) return vorn::FRAME_END_OF_FILE;
@@ -128,10 +118,7 @@ class Bench final : public vorn::FlowOwner {
     return Drain(true);
   }
 
-  std::array<Bytes, 2> inBytes{};
-  std::array<Bytes, 2> outBytes{};
-  std::array<vorn::FrameBuffer, 2> in;
-  std::array<vorn::FrameBuffer, 2> out;
+  std::array<Frame, 2> in, out;
 };
 
 // Red if what waits for another input is lost, or waits for ever, when the link of that one is deleted.

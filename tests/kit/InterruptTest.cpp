@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
-#include <array>
 #include <thread>
 #include <vector>
 
@@ -13,11 +12,9 @@ namespace {
 using vorn::Interrupt;
 
 struct Pipe {
-  Pipe() { EXPECT_EQ(pipe(ends.data()), 0); }
-  ~Pipe() {
-    for (const int end : ends) close(end);
-  }
-  std::array<int, 2> ends{};
+  Pipe() { EXPECT_EQ(pipe(ends), 0); }
+  ~Pipe() { close(ends[0]), close(ends[1]); }
+  int ends[2];
 };
 
 // Red if a wait misses the interrupt, whenever it is raised; if a ready descriptor is not preferred; or if one that was

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <memory>
 
 #include <vorn/Plugin.h>
 

@@ -2,10 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <memory>
-#include <stdexcept>
-#include <string>
-#include <vector>
 
 #include <vorn/Plugin.h>
 
@@ -44,7 +40,7 @@ class Fussy : public vorn::PluginBlock {
 
 class Refusals : public testing::Test {
  protected:
-  void SetUp() override { ASSERT_NE(block, nullptr); }
+  Refusals() { block->SetName("RouteA", "fussy_0", &dumpPath); }
 
   static long long Micros() {
     using namespace std::chrono;
@@ -77,11 +73,7 @@ class Refusals : public testing::Test {
   testkit::LogFile log;
   long long asked = Micros();
   const std::string dumpPath;
-  std::unique_ptr<vorn::Block> block = [this] {
-    std::unique_ptr<vorn::Block> made(vorn::CreatePluginBlock<Fussy>(true, true, {}));
-    made->SetName("RouteA", "fussy_0", &dumpPath);
-    return made;
-  }();
+  const std::unique_ptr<vorn::Block> block{vorn::CreatePluginBlock<Fussy>(true, true, {})};
 };
 
 // Red if a refusal is lost, not what the log tells, has not its own time or stays after a success, or a relink none.
