@@ -116,13 +116,8 @@ void* realloc(void* memory, size_t bytes) noexcept {
 void* aligned_alloc(size_t alignment, size_t bytes) noexcept {
   return Fails(MALLOC, __builtin_return_address(0)) ? nullptr : __libc_memalign(alignment, bytes);
 }
-int posix_memalign(void** memory, size_t alignment, size_t bytes) noexcept {
-  if (Fails(MALLOC, __builtin_return_address(0))) return ENOMEM;
-  return *memory = __libc_memalign(alignment, bytes), 0;
-}
 
 OPENS(open, (const char* path, int flags, ...), (path, flags, mode))
-OPENS(open64, (const char* path, int flags, ...), (path, flags, mode))
 OPENS(openat, (int folder, const char* path, int flags, ...), (folder, path, flags, mode))
 REFUSE(FILE*, fopen, OPEN, nullptr, (const char* path, const char* mode), (path, mode))
 REFUSE(FILE*, fopen64, OPEN, nullptr, (const char* path, const char* mode), (path, mode))
@@ -138,9 +133,7 @@ REFUSE(int, fflush, WRITE, EOF, (FILE * file), (file))
 SPOIL(close, int file, file)
 SPOIL(fclose, FILE* file, file)
 REFUSE(int, fsync, FSYNC, -1, (int file), (file))
-REFUSE(int, fdatasync, FSYNC, -1, (int file), (file))
 REFUSE(int, rename, RENAME, -1, (const char* from, const char* to), (from, to))
-REFUSE(int, renameat, RENAME, -1, (int a, const char* from, int b, const char* to), (a, from, b, to))
 int renameat2(int a, const char* from, int b, const char* to, unsigned flags) {
   REAL(renameat2);
   if (failing == LINK) return errno = EINVAL, -1;
