@@ -65,6 +65,9 @@ class Sweep {
       std::printf("  %s:%ld should not have ended with %d%s:\n%s", kind.c_str(), n, ended.status,
                   ended.hung ? ", it hung" : "", ended.err.c_str());
     }
+    // What makes a file whole must not fail unheard, although the file looks right.
+    if ((kind == "fsync" && ends.contains(0)) || (kind == "close" && !ends.contains(1)))
+      ++faults, std::puts("  unheard:");
     std::printf("  %s: %ld calls", kind.c_str(), calls);
     for (const auto& [status, count] : ends) std::printf(", %d x %d", count, status);
     std::puts("");
