@@ -160,16 +160,14 @@ TEST_F(ConsoleTest, BlocksAndFolders) {
   Knob* knob = Add<Knob>(*vorn.NewRoute("RouteA", nullptr), ALONE, "x");
   knob->values = {"left", std::string("up\0down", 7), ""};
   knob->startResult = -5;
-  Play("E", R"(
-getparam RouteA @x 0 => left|up|
-start RouteA => Failed to start route => E Start_l: ~Failed to start @x (ret=-5)
-)");
-  knob->startResult = 0;
   knob->stopResult = -6;
   Play("E", R"(
+getparam RouteA @x 0 => left|up|
+start RouteA => Failed to start route => E Start_l: ~Failed to start @x (ret=-5))");
+  knob->startResult = 0;
+  Play("E", R"(
 start RouteA => Started RouteA
-stop RouteA => Failed to stop route => E Stop_l: ~Failed to stop @x (ret=-6)
-)");
+stop RouteA => Failed to stop route => E Stop_l: ~Failed to stop @x (ret=-6))");
   knob->stopResult = 0;
   vorn.NewRoute("RouteB", nullptr);
   Play("I", R"(
@@ -446,12 +444,9 @@ TEST(ConsoleEnd, ServesNobodyWhoComesWhileItEnds) {
   Log::watch = nullptr;
 }
 
-// These run in a process of their own, which begins the test anew.
-struct ConsoleDeathTest : testing::Test {
-  ConsoleDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
-};
-
-TEST_F(ConsoleDeathTest, SecondProcessDoesWithout) {
+// The second process begins the test anew.
+TEST(ConsoleDeathTest, SecondProcessDoesWithout) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
   auto first = std::make_unique<VornImpl>("/nowhere");
   EXPECT_EQ(ConsoleClient().Ask("foo"), "Unknown command 'foo'\n");
   EXPECT_EXIT(

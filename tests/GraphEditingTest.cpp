@@ -46,6 +46,13 @@ TEST_F(RouteTest, ReusesNamesLowestFirst) {
   EXPECT_FALSE(IsLoaded("libprobe.so"));
 }
 
+struct Throws : Probe {
+  Throws(bool isFirst, bool isLast) : Probe(isFirst, isLast, "b") {}
+  int OnInEpLinked(unsigned long) override { throw std::runtime_error("busy"); }
+  int GetParameter(unsigned, std::vector<std::string>&) override { throw std::runtime_error("no idea"); }
+  int Start() override { throw std::runtime_error("tired"); }
+};
+
 // Red if a plug-in that makes no block stays loaded or throws into the route, or a refusal leaves anything behind.
 TEST_F(RouteTest, SurvivesBrokenPlugins) {
   for (const auto& [file, error] : Pairs{{"libmissing.so", "E ~Can't open libmissing.so"},
@@ -66,19 +73,13 @@ TEST_F(RouteTest, SurvivesBrokenPlugins) {
   Log::Keep("E");
   EXPECT_FALSE(route->NewLink(1, SampleFormat::BYTE, 1, -1, plain, 0, plain, 0));  // a frame that no memory holds
   EXPECT_EQ(Log::Take(), Lines("E ~lnk_0: No memory for frames of -1 samples: frame size out of range"));
-  struct Throws : Probe{Throws(bool isFirst, bool isLast) : Probe(
-                      isFirst, isLast, "b"){} int OnInEpLinked(unsigned long) override{throw std::runtime_error("busy");
-}
-int GetParameter(unsigned, std::vector<std::string>&) override { throw std::runtime_error("no idea"); }
-int Start() override { throw std::runtime_error("tired"); }
-}
-*wild = Add<Throws>(*route, ALONE);
-std::vector<std::string> texts;
-EXPECT_TRUE(!Join(*route, plain, wild) && route->GetParameter(wild, 1, texts) == -20 && route->Start() == -20);
-EXPECT_EQ(Log::Take(), Lines("E ~@b: The hook for endpoint 0 threw: busy|E ~lnk_0: Failed to link to @b's I00|"
-                             "E ~@b: Action 'GET_PARAMETER' failed: no idea|E ~@b: Start() threw: tired|"
-                             "E ~Failed to start @b (ret=-20)"));
-EXPECT_TRUE(Join(*route, plain, plain));
+  Throws* wild = Add<Throws>(*route, ALONE);
+  std::vector<std::string> texts;
+  EXPECT_TRUE(!Join(*route, plain, wild) && route->GetParameter(wild, 1, texts) == -20 && route->Start() == -20);
+  EXPECT_EQ(Log::Take(), Lines("E ~@b: The hook for endpoint 0 threw: busy|E ~lnk_0: Failed to link to @b's I00|"
+                               "E ~@b: Action 'GET_PARAMETER' failed: no idea|E ~@b: Start() threw: tired|"
+                               "E ~Failed to start @b (ret=-20)"));
+  EXPECT_TRUE(Join(*route, plain, plain));
 }
 
 // Red if a block of another route is taken for one's own, or memory of a deleted one is read.

@@ -204,7 +204,7 @@ TEST_F(SoundFiles, PartsLoopsStopsAndStartsAreExact) {
 
 // Red if a refusal does not say which file, what came and what would do, or leaves a file behind.
 TEST_F(SoundFiles, RefusalsSayWhy) {
-  WriteSound(in, WAV, Levels(2000), 2, 44100);
+  WriteSound(in, WAV, Levels(2 * 22050), 2, 44100);
   Write(scratch / "raw", "");
   const StreamSpec cd{44100, SampleFormat::S16_LE, 2, 441};
   const struct {
@@ -220,7 +220,7 @@ TEST_F(SoundFiles, RefusalsSayWhy) {
        "output 0: got 48000 Hz 1 channel, takes 44100 Hz 2 channels as " + in + "; put 'resample', 'remap' after it"},
       {{in}, {scratch / "out.txt"}, "'txt' is no kind of sound file", cd},
       {{in}, {scratch / "out.opus"}, "takes 8000 12000 16000 24000 48000 Hz; put a 'resample' before it", cd},
-      {{in, "start=1"}, {out}, "start is at 1 s, the file has 0.02", cd},
+      {{in, "start=0.5"}, {out}, "start is at 0.5 s, the file has 0.5 s", cd},
       {{scratch / "raw"}, {out}, "say rate=, channels= and format="},
       {{}, {out}, "filesource: argument 'path': missing; takes a text"},
       {{in, "start=-1"}, {out}, "argument 'start'"},
