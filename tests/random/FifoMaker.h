@@ -100,18 +100,29 @@ class FifoMaker : protected BlockMaker {
     return isTight ? frame.samples + dice.Pick(MORE) : 16 * MOST_FRAME + dice.Between(0, 1000);
   }
 
+  /** What a loop begins with. */
+  End LoopSource(bool isTight) {
+    const End end = isTight ? TightSource() : TakeEnd();
+    return end.frame.isSmall ? end : Reframe(end, NewFrame());
+  }
+
+  /** Sends a stream to another route, by chance and where there is one that does not hang together with this one. */
+  bool SendAway(End& sent, std::size_t percent, const Frame& frame) {
+    const auto routes = RoutesApartFrom(sent.route);
+    if (routes.empty() || !dice.Chance(percent)) return false;
+    const std::size_t by = dice.Pick(routes);
+    Unite(sent.route, by);
+    sent = Cross(sent, {by, 0, frame});
+    return true;
+  }
+
   /** The stream goes to another route, or through a FIFO of its own, comes back later, and is added to itself. */
   void SendAndReturn() {
     const bool isTight = dice.Chance(50);
-    End end = isTight ? TightSource() : TakeEnd();
-    if (!end.frame.isSmall) end = Reframe(end, NewFrame());
-    const auto routes = RoutesApartFrom(end.route);
+    const End end = LoopSource(isTight);
     Ends both = Tee(end, 2);
     End sent = ChangeInStep(both[1]);
-    if (!routes.empty() && dice.Chance(70)) {
-      const std::size_t by = dice.Pick(routes);
-      Unite(end.route, by);
-      sent = Cross(sent, {by, 0, isTight ? end.frame : NewFrame()});
+    if (SendAway(sent, 70, isTight ? end.frame : NewFrame())) {
       if (!isTight && dice.Chance(30)) sent = Reframe(sent, NewFrame());
       if (dice.Chance(30)) {
         const Ends heard = Tee(sent, 2);
@@ -127,11 +138,9 @@ class FifoMaker : protected BlockMaker {
   /** A sum that comes back to itself, later. Such an echo has no end of its own. */
   void FeedBack() {
     const bool isTight = dice.Chance(50);
-    End end = isTight ? TightSource() : TakeEnd();
-    if (!end.frame.isSmall) end = Reframe(end, NewFrame());
+    const End end = LoopSource(isTight);
     Node reader{Work::LOOP, "fifosource"};
-    reader.links = "rate=" + std::to_string(end.rate) + ", format=" + vorn::FormatName(end.format) +
-                   ", channels=" + std::to_string(end.channels) + ", frame=" + std::to_string(end.frame.samples);
+    reader.links = StreamWords(end);
     const End looped = Add(std::move(reader), end);
     const End sum = Mix({end, looped});
     graph.nodes[sum.node].muted = {false, false};
@@ -140,12 +149,7 @@ class FifoMaker : protected BlockMaker {
     const Ends both = Tee(sum, 2);
     const long delay = dice.Chance(50) ? 0 : dice.Between(1, 2000);
     End sent = delay > 0 ? Delay(both[1], delay) : both[1];
-    const auto routes = RoutesApartFrom(end.route);
-    if (!routes.empty() && dice.Chance(50)) {
-      const std::size_t by = dice.Pick(routes);
-      Unite(end.route, by);
-      sent = Cross(sent, {by, 0, isTight ? end.frame : NewFrame()});
-    }
+    SendAway(sent, 50, isTight ? end.frame : NewFrame());
     const long prefill = Prefill(isTight, end.frame);
     graph.nodes[looped.node].in = {{Send(sent, {end.route, prefill, end.frame}).node, 0}};
     graph.nodes[sum.node].loop = prefill + delay;

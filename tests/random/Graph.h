@@ -1,11 +1,6 @@
 // A graph as the generator makes it: what stands in its file, and what each block does to the samples.
 #pragma once
 
-#include <array>
-#include <cstddef>
-#include <string>
-#include <vector>
-
 #include <vorn/Block.h>
 
 namespace randomgraphs {

@@ -2,10 +2,7 @@
 #pragma once
 
 #include <algorithm>
-#include <cstdint>
-#include <map>
 #include <memory>
-#include <vector>
 
 #include "Graph.h"
 #include "testkit/Samples.h"

@@ -1,10 +1,6 @@
 // Makes a graph from a seed: where streams begin and end.
 #pragma once
 
-#include <algorithm>
-#include <cstdint>
-#include <string>
-
 #include <vorn/Plugin.h>
 
 #include "Dice.h"
@@ -110,21 +106,23 @@ class SourceMaker {
     end.format = dice.Chance(75) ? baseFormat : AnyFormat(dice);
     end.channels = dice.Chance(70) ? 1 : 2;
     end.frame = frame.isFixed || dice.Chance(70) ? frame : Frame{graph.frame};
-    const std::string frameText = end.frame.number != 0 ? " frame=" + std::to_string(end.frame.samples) : "";
     const long samples = Length();
-    if (graph.ending == Ending::BY_ITSELF && dice.Chance(15)) return Tone(end, samples, frameText);
-    return File(end, samples, frameText);
+    return graph.ending == Ending::BY_ITSELF && dice.Chance(15) ? Tone(end, samples) : File(end, samples);
+  }
+
+  static std::string StreamWords(const End& end) {
+    return " format=" + std::string(vorn::FormatName(end.format)) + " rate=" + std::to_string(end.rate) +
+           " channels=" + std::to_string(end.channels) +
+           (end.frame.number != 0 ? " frame=" + std::to_string(end.frame.samples) : "");
   }
 
   /** Where a run is stopped, how far a source came is seen in a file beside. */
-  End File(End end, long samples, const std::string& frameText) {
+  End File(End end, long samples) {
     const bool isStopped = graph.ending != Ending::BY_ITSELF;
     Node node{Work::FILE, "filesource"};
     node.endless = isStopped && (graph.nodes.empty() || dice.Chance(80));
     node.amount = node.endless ? 44101 : samples;
-    node.args = FileOf(graph.nodes.size()) + " format=" + vorn::FormatName(end.format) +
-                " rate=" + std::to_string(end.rate) + " channels=" + std::to_string(end.channels) + frameText +
-                (node.endless ? " loop=true" : "");
+    node.args = FileOf(graph.nodes.size()) + StreamWords(end) + (node.endless ? " loop=true" : "");
     end = Add(std::move(node), end);
     if (!isStopped) return end;
     const Ends both = Tee(end, 2);
@@ -133,13 +131,12 @@ class SourceMaker {
     return both[0];
   }
 
-  End Tone(const End& end, long samples, const std::string& frameText) {
+  End Tone(const End& end, long samples) {
     Node node{Work::TONE, "tone"};
     node.amount = samples;
     node.period = dice.Below(2) == 0 ? 4 : 20;  // divides all rates
-    node.args = "square " + std::to_string(end.rate / node.period) + " 0 samples=" + std::to_string(samples) +
-                " format=" + vorn::FormatName(end.format) + " rate=" + std::to_string(end.rate) +
-                " channels=" + std::to_string(end.channels) + frameText;
+    node.args =
+        "square " + std::to_string(end.rate / node.period) + " 0 samples=" + std::to_string(samples) + StreamWords(end);
     return Add(std::move(node), end);
   }
 

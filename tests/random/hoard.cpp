@@ -1,6 +1,4 @@
 // hoard: keeps the whole stream until it ends. No plan can know how late it is.
-#include <algorithm>
-#include <cstring>
 
 #include <vorn/Plugin.h>
 

@@ -6,14 +6,9 @@
 // VORN_TEST_PATIENCE is how many seconds a graph may take before it counts as hanging, VORN_RUN another program to try.
 #include <sched.h>
 
-#include <algorithm>
-#include <atomic>
 #include <csignal>
-#include <cstdlib>
-#include <exception>
 #include <iostream>
 #include <mutex>
-#include <random>
 #include <set>
 #include <thread>
 
