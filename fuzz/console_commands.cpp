@@ -7,8 +7,6 @@
 #include <sys/resource.h>
 
 #include <csignal>
-#include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <new>
 #include <sstream>
@@ -30,8 +28,7 @@ std::atomic<bool> memoryIsShort{false};
 
 std::string scratch;  // a folder in a folder, so that ".." is ours as well; ends in "/"
 
-class AnyBlock : public vorn::Block {
- public:
+struct AnyBlock : vorn::Block {
   AnyBlock(bool isFirst, bool isLast, const std::vector<std::string>& args)
       : Block(isFirst, isLast), subname(args.empty() ? "" : args[0]) {}
 
@@ -51,15 +48,12 @@ class AnyBlock : public vorn::Block {
     return frames % FRAMES_TO_A_TIMEOUT ? vorn::FRAME_DONE : vorn::FRAME_TIMEOUT;
   }
   int SetParameter(unsigned int paramId, const std::vector<std::string>& params) override {
-    values = params;
-    return static_cast<int>(paramId);
+    return values = params, static_cast<int>(paramId);
   }
   int GetParameter(unsigned int paramId, std::vector<std::string>& params) override {
-    params = values;
-    return static_cast<int>(paramId);
+    return params = values, static_cast<int>(paramId);
   }
 
- private:
   const std::string subname;
   std::vector<std::string> values;
   long frames = 0;

@@ -1,7 +1,6 @@
 // Runs a fuzz target over the inputs of a folder: what was found once stays mended, with any compiler.
 #include <cstdint>
 #include <cstdio>
-#include <filesystem>
 #include <set>
 
 #include "testkit/Files.h"

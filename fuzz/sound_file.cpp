@@ -22,37 +22,24 @@ constexpr std::size_t LONGEST_PIPE = 65536;  // what fits without a reader
 constexpr std::uint64_t MOST_FRAMES = 64;
 constexpr milliseconds PATIENCE(20000);
 
-int file = -1;
-
-class Descriptor {
+/** The bytes in a file without a name, or in a pipe that nobody writes to any more. */
+class Sound {
  public:
-  explicit Descriptor(int open) : fd(open) {}
-  ~Descriptor() { close(fd); }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  std::string Path() const { return "/dev/fd/" + std::to_string(fd); }
+  Sound(const std::string& bytes, bool isPipe) {
+    if (!isPipe) ends[0] = ends[1] = memfd_create("sound", MFD_CLOEXEC);
+    Require(!isPipe || pipe(ends) == 0, "No pipe");
+    const auto size = static_cast<ssize_t>(isPipe ? std::min(bytes.size(), LONGEST_PIPE) : bytes.size());
+    Require(write(ends[1], bytes.data(), static_cast<std::size_t>(size)) == size, "No file to read");
+    if (isPipe) close(ends[1]);
+  }
+  ~Sound() { close(ends[0]); }
+  Sound(const Sound&) = delete;
+  Sound& operator=(const Sound&) = delete;
+  std::string Path() const { return "/dev/fd/" + std::to_string(ends[0]); }
 
  private:
-  const int fd;
+  int ends[2] = {-1, -1};
 };
-
-void WriteAll(int fd, const std::string& bytes) {
-  Require(write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()), "No file to read");
-}
-
-int FileOf(const std::string& bytes) {
-  Require(ftruncate(file, 0) == 0 && lseek(file, 0, SEEK_SET) == 0, "No file to write");
-  WriteAll(file, bytes);
-  return dup(file);
-}
-
-int PipeOf(const std::string& bytes) {
-  int ends[2];
-  Require(pipe(ends) == 0, "No pipe");
-  WriteAll(ends[1], bytes.substr(0, LONGEST_PIPE));
-  close(ends[1]);
-  return ends[0];
-}
 
 std::vector<std::string> ArgumentsOf(const std::string& path, unsigned flags) {
   std::vector<std::string> args{"path=" + path};
@@ -100,7 +87,6 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   for (const char* name : {"libfilesource.so", "libnull.so"}) {  // stay loaded, as coverage has to
     Require(dlopen(name, RTLD_NOW) != nullptr, "Have LD_LIBRARY_PATH name the folder of the plug-ins");
   }
-  file = memfd_create("sound", MFD_CLOEXEC);
   return 0;
 }
 
@@ -108,7 +94,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   fuzz::Input input(data, size);
   const unsigned flags = input.Take<std::uint8_t>();
   const std::string bytes = std::string(KINDS[flags % std::size(KINDS)]) + std::string(input.Rest());
-  const Descriptor sound((flags & PIPE) != 0 ? PipeOf(bytes) : FileOf(bytes));
+  const Sound sound(bytes, (flags & PIPE) != 0);
   testkit::Graph graph;
   vorn::Block* const source = graph.Add("filesource", ArgumentsOf(sound.Path(), flags));
   vorn::Block* const sink = graph.Add("null");
