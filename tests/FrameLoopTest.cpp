@@ -1,5 +1,4 @@
 // Frame cycles: who is called in which wave, what is committed, what is counted.
-#include <map>
 
 #include "testkit/FailingNew.h"
 #include "testkit/RouteTest.h"

@@ -4,7 +4,6 @@
 #include <csignal>
 #include <future>
 #include <latch>
-#include <set>
 
 #include "Vorn/TurnedAway.h"
 #include "Vorn/VornImpl.h"

@@ -3,8 +3,6 @@
 
 #include <vorn/Plugin.h>
 
-#include <map>
-
 #include "PlugIns.h"
 
 namespace vorn::graph {

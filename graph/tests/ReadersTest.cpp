@@ -3,7 +3,6 @@
 
 #include <iomanip>
 #include <set>
-#include <sstream>
 
 #include "GraphFile.h"
 #include "OneLiner.h"

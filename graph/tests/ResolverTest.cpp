@@ -1,7 +1,6 @@
 // What is worked out of a graph before anything is built, and what is refused.
 #include <gtest/gtest.h>
 
-#include <map>
 #include <set>
 
 #include "FakePlugIns.h"

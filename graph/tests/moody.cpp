@@ -3,12 +3,9 @@
 #include <vorn/Plugin.h>
 
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <new>
-#include <stdexcept>
 
 class Moody : public vorn::PluginBlock {
  public:

@@ -1,7 +1,6 @@
 // What crosses a FIFO between fifosink and fifosource: every sample with its time, and not one more at the end.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <thread>
 
 #include <vorn/kit/Conventions.h>

@@ -1,8 +1,6 @@
 // Every block in every format that it claims, against what it makes of floats.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 #include "testkit/BlockInfo.h"
 #include "testkit/Samples.h"
 #include "testkit/TestGraph.h"

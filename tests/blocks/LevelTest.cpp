@@ -1,9 +1,6 @@
 // The figures of level, against arithmetic and against the loudness that EBU Tech 3341 says its test signals have.
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <map>
-
 #include "testkit/TestGraph.h"
 
 namespace {

@@ -2,8 +2,6 @@
 #include <gtest/gtest.h>
 #include <lilv/lilv.h>
 
-#include <map>
-
 #include "testkit/LogFile.h"
 #include "testkit/Samples.h"
 #include "testkit/TestGraph.h"

@@ -1,8 +1,6 @@
 // What resample does to a tone, to the count of samples and to their times.
 #include <gtest/gtest.h>
 
-#include <cmath>
-
 #include "testkit/TestGraph.h"
 
 namespace {

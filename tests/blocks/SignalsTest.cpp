@@ -1,9 +1,7 @@
 // Blocks that compute samples: tone, mix, convert.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <numbers>
-#include <numeric>
 #include <thread>
 
 #include "testkit/Samples.h"

@@ -2,9 +2,6 @@
 #include <gtest/gtest.h>
 #include <sndfile.h>
 
-#include <cmath>
-#include <stdexcept>
-
 #include "../../blocks/voice/VoiceProcessor.h"
 #include "testkit/TestGraph.h"
 

@@ -6,9 +6,7 @@
 // that tell how it was; with status 0 its file has to be the right one, byte for byte, and otherwise that or what stood
 // there before. Prints how the runs ended, and each that should not have ended so.
 #include <cstdio>
-#include <cstdlib>
 #include <map>
-#include <sstream>
 
 #include "testkit/Process.h"
 

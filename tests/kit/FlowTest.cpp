@@ -1,9 +1,7 @@
 // What a block sends, takes and asks for in each cycle, without a route: frames go in and out by hand.
 #include <gtest/gtest.h>
 
-#include <array>
 #include <set>
-#include <vector>
 
 #include <vorn/kit/Cycle.h>
 

@@ -1,8 +1,6 @@
 // The pieces of the kit that need no route.
 #include <gtest/gtest.h>
 
-#include <limits>
-
 #include <vorn/Plugin.h>
 
 #include "testkit/LogFile.h"

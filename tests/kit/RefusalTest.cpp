@@ -1,8 +1,6 @@
 // What a block refuses, and how long it remembers.
 #include <gtest/gtest.h>
 
-#include <chrono>
-
 #include <vorn/Plugin.h>
 
 #include "testkit/LogFile.h"

@@ -4,16 +4,10 @@
 #include <vorn/Plugin.h>
 #include <vorn/Vorn.h>
 
-#include <array>
-#include <atomic>
-#include <chrono>
 #include <functional>
 #include <mutex>
 #include <numeric>
-#include <string>
 #include <thread>
-#include <utility>
-#include <vector>
 
 #include "random/Dice.h"
 

@@ -9,10 +9,7 @@
 #include <malloc.h>
 #include <tlogging.h>
 
-#include <cstdio>
-#include <filesystem>
 #include <random>
-#include <sstream>
 
 #include "Pair.h"
 #include "testkit/ConsoleClient.h"

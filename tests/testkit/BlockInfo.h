@@ -3,8 +3,6 @@
 
 #include <dlfcn.h>
 
-#include <string>
-
 #include <vorn/kit/Description.h>
 
 namespace testkit {

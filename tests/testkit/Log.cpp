@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <tlogging.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <filesystem>

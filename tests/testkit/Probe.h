@@ -4,9 +4,7 @@
 #include <gtest/gtest.h>
 #include <vorn/Route.h>
 
-#include <atomic>
 #include <numeric>
-#include <thread>
 
 #include "testkit/Log.h"
 

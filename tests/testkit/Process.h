@@ -4,10 +4,8 @@
 #include <sys/types.h>
 
 #include <chrono>
-#include <filesystem>
 #include <functional>
 #include <optional>
-#include <string>
 #include <vector>
 
 #include "testkit/Files.h"

@@ -2,10 +2,8 @@
 #pragma once
 
 #include <cmath>
-#include <cstdint>
 #include <cstring>
 #include <random>
-#include <vector>
 
 #include <vorn/Block.h>
 

@@ -1,20 +1,9 @@
 // A real route for tests of blocks: what goes in, what comes out, and why it stopped.
 #pragma once
 
-#include <algorithm>
-#include <chrono>
 #include <condition_variable>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <map>
 #include <mutex>
 #include <numeric>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include <vorn/Plugin.h>
 #include <vorn/Vorn.h>

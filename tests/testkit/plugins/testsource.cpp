@@ -1,6 +1,5 @@
 // Plays the frames that a test gave it. An entry without samples is a cycle in which it sends nothing, one with a
 // negative count a result of ProcessFrame.
-#include <cstring>
 
 #include <vorn/Plugin.h>
 

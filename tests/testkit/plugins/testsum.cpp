@@ -1,6 +1,5 @@
 // Adds what comes into its inputs, 16 bits without saturation; input 2 does not drive the output. With one input: a
 // gain of 1.
-#include <cstring>
 
 #include <vorn/Plugin.h>
 
