@@ -39,8 +39,8 @@ class alignas(64) WakeUp {
   void NotifyAll(Lock& lock) { Notify(lock, Futex::ALL); }
 
  private:
-  // Longer than a thread that slept takes to come back, on a virtual machine too: else two of them would send each other
-  // to sleep for ever.
+  // Longer than a thread that slept takes to come back, on a virtual machine too: else two of them would send each
+  // other to sleep for ever.
   static constexpr std::chrono::microseconds LONGEST_LOOK{100};
   static constexpr int FEWEST_SLEEPS = 8;
   static constexpr int MOST_SLEEPS = 16384;
