@@ -25,7 +25,8 @@
  * Counts are in samples: one sample is one instant across all channels, `sampleSize` bytes.
  *
  * Threads: one reader and one writer at a time; the operations that move no samples from any thread.
- * Real time: a lock is taken, samples are copied, nothing is allocated. Only blocking calls wait.
+ * Real time: a lock is taken, samples are copied, nothing is allocated. Only blocking calls wait. One that waits looks
+ * for the other side for up to a tenth of a millisecond before it sleeps, as long as that side tends to come by then.
  */
 #ifndef VORN_FIFO_H
 #define VORN_FIFO_H
