@@ -41,7 +41,7 @@ inline Samples Sum(Samples a, const Samples& b) {
 inline Samples ReadSamples(const std::string& path) {
   const std::string bytes = Contents(path);
   Samples samples(bytes.size() / sizeof samples[0]);
-  std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof samples[0]);
+  if (!samples.empty()) std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof samples[0]);
   return samples;
 }
 inline void WriteSamples(const std::string& path, const Samples& samples) {
