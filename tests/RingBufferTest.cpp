@@ -1,4 +1,6 @@
 // FIFOs against a model, across threads, and at their limits.
+#include <sched.h>
+
 #include <deque>
 #include <limits>
 #include <random>
@@ -179,6 +181,32 @@ TEST(RingBuffer, WakesTheOtherSideAtAnEnd) {
   EXPECT_EQ(fifo.Put(in + 4, 2, true, 0), 2);
   EXPECT_EQ(fifo.Take(out + 4, 2, true, nullptr), 2);
   EXPECT_TRUE(std::equal(in, in + 6, out));
+}
+
+// Red if a reader who wakes gets between the two steps of a write over the oldest samples. On one processor he runs at
+// once.
+TEST(RingBuffer, OverwritesInOneStep) {
+  cpu_set_t all, one;
+  sched_getaffinity(0, sizeof all, &all);
+  CPU_ZERO(&one);
+  for (int cpu = 0; CPU_COUNT(&one) == 0; ++cpu) {
+    if (CPU_ISSET(cpu, &all)) CPU_SET(cpu, &one);
+  }
+  sched_setaffinity(0, sizeof one, &one);
+  RingBuffer fifo(0, sizeof(int), 8, 0);
+  std::atomic<int> wrong{0};
+  std::thread reader([&] {
+    for (int got[4]; fifo.Produce(got, 4, true, nullptr) == 0;) wrong += got[0] == 9 ? 0 : 1;
+  });
+  const int samples[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
+  for (int round = 0; round < 200 && wrong == 0; ++round) {
+    EXPECT_TRUE(WaitUntil([&] { return fifo.State().readerSleeps || wrong != 0; }));
+    fifo.Consume(samples, 12, false, 0);
+  }
+  fifo.Shutdown();
+  reader.join();
+  EXPECT_EQ(wrong, 0);
+  sched_setaffinity(0, sizeof all, &all);
 }
 
 // Red if a host would take somebody for asleep who is not, or the other way round, or overlook what happened between.

@@ -138,14 +138,15 @@ long RingBuffer::OverWrite(const unsigned char* src, long count, long stamp, lon
 }
 
 long RingBuffer::OverWrite_l(Lock& lock, const unsigned char* src, long count, long stamp, long skip) {
-  const long written = Write_l(lock, src, count, false, stamp);
-  if (written == count) return written;
-
-  LOG_FROM('V', "OverWrite", "%s: Ring buffer is full, overwrite %ld samples", name.c_str(), count - written);
-  CopyIn_l(src + static_cast<std::size_t>(written) * sampleSize, count - written, stamp);
-  readPos = (writePos + 1 + skip) % slots;
-  stamps.Keep(Count_l());
-  dataCond.NotifyOne(lock);
+  const long fits = std::min(Space_l(), count);
+  src = CopyIn_l(src, fits, stamp);
+  if (fits < count) {
+    LOG_FROM('V', "OverWrite", "%s: Ring buffer is full, overwrite %ld samples", name.c_str(), count - fits);
+    CopyIn_l(src, count - fits, stamp);
+    readPos = (writePos + 1 + skip) % slots;
+    stamps.Keep(Count_l());
+  }
+  dataCond.NotifyOne(lock);  // last: a reader may come between
   return count;
 }
 
