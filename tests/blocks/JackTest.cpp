@@ -103,6 +103,7 @@ TEST_F(Jack, AnInterruptBringsBlocksBackFromAStoppedServer) {
   ASSERT_EQ(vorn::AttachCounters(sink, &counters), 0);
   ASSERT_TRUE(graph.Chain({filler, sink}, {.channels = 2}));
   ASSERT_EQ(graph->Start(), 0);
+  ASSERT_TRUE(testkit::WaitUntil([&] { return counters.frames != 0; }));  // the sink has something to lose
   kill(server, SIGSTOP);
   while (counters.resets == 0) std::this_thread::yield();  // a second without a cycle
   for (vorn::Block* block : {source, filler, sink}) EXPECT_EQ(vorn::InterruptBlock(block), 0);
