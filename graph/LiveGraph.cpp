@@ -20,7 +20,7 @@ std::string Who(const Node& node) { return "block '" + node.name + "'"; }
 long long RefusedAt(const std::vector<std::string>& answer) {
   static const std::string PARAMETER = std::to_string(static_cast<std::uint32_t>(About::PARAMETER));
   if (answer.size() < REFUSAL_TEXTS || answer[REFUSAL_KIND] == PARAMETER) return 0;
-  return std::atoll(answer[REFUSAL_MICROS].c_str());
+  return std::atoll(answer[REFUSAL_NANOS].c_str());
 }
 
 /** "rate=48000 channels=2": words that are no such field say nothing. */

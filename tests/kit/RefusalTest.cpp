@@ -40,9 +40,9 @@ class Refusals : public testing::Test {
  protected:
   Refusals() { block->SetName("RouteA", "fussy_0", &dumpPath); }
 
-  static long long Micros() {
+  static long long Nanos() {
     using namespace std::chrono;
-    return duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count();
+    return duration_cast<nanoseconds>(steady_clock::now().time_since_epoch()).count();
   }
 
   // All but the time, which is after that of the refusal before.
@@ -52,10 +52,10 @@ class Refusals : public testing::Test {
     if (texts.empty()) return texts;
     EXPECT_EQ(texts.size(), vorn::REFUSAL_TEXTS);
     EXPECT_TRUE(log.Has("RouteA: fussy_0: " + texts[vorn::REFUSAL_TEXT])) << texts[vorn::REFUSAL_TEXT];
-    const long long micros = std::stoll(texts[vorn::REFUSAL_MICROS]);
-    EXPECT_GE(micros, asked);
-    EXPECT_LE(micros, asked = Micros());
-    texts.resize(vorn::REFUSAL_MICROS);
+    const long long nanos = std::stoll(texts[vorn::REFUSAL_NANOS]);
+    EXPECT_GE(nanos, asked);
+    EXPECT_LE(nanos, asked = Nanos());
+    texts.resize(vorn::REFUSAL_NANOS);
     return texts;
   }
 
@@ -69,7 +69,7 @@ class Refusals : public testing::Test {
   }
 
   testkit::LogFile log;
-  long long asked = Micros();
+  long long asked = Nanos();
   const std::string dumpPath;
   const std::unique_ptr<vorn::Block> block{vorn::CreatePluginBlock<Fussy>(true, true, {})};
 };
@@ -108,6 +108,20 @@ TEST_F(Refusals, AreKeptUntilTheNextLinkOrStart) {
   EXPECT_EQ(block->ProcessFrame(), vorn::FRAME_FAILED);
   EXPECT_EQ(Last(), (Texts{"1", "0", "", "", "", "", "", "the device is gone"}));
   EXPECT_EQ(block->SetParameter(vorn::PARAMETER_REFUSAL, {""}), -20);
+}
+
+// Red if two blocks can seem to have refused at once: the later one is the reason that a route ended.
+TEST_F(Refusals, ComeOneAfterTheOther) {
+  const int level = _tlogging_set_level(0);
+  long long last = 0;
+  for (int i = 0; i < 1000; ++i) {
+    EXPECT_EQ(block->SetParameter(Fussy::LEVEL, {"2"}), -20);
+    Texts texts;
+    block->GetParameter(vorn::PARAMETER_REFUSAL, texts);
+    const long long nanos = std::stoll(texts.at(vorn::REFUSAL_NANOS));
+    EXPECT_GT(nanos, std::exchange(last, nanos));
+  }
+  _tlogging_set_level(level);
 }
 
 // Red if a plan writes beyond the texts that its host brings, or leaves one without an end.

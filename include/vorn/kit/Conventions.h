@@ -39,7 +39,7 @@ enum RefusalTexts : std::size_t {
   REFUSAL_TAKES = 5,
   REFUSAL_ADVICE = 6,
   REFUSAL_TEXT = 7,    ///< The whole line, as it is in the log.
-  REFUSAL_MICROS = 8,  ///< When, in microseconds of the monotonic clock: which of several blocks was the last.
+  REFUSAL_NANOS = 8,   ///< When, in nanoseconds of the monotonic clock: which of several blocks was the last.
   REFUSAL_TEXTS = 9,   ///< How many there are.
 };
 

@@ -219,7 +219,7 @@ class PluginBlock : public Block, protected FlowOwner {
   Interrupt ownInterrupt;
   std::atomic<Interrupt*> interrupt{&ownInterrupt};  // or the host's
   Refusal lastRefusal;                               // since the last link or start that was not refused
-  std::int64_t refusedAt = 0;                        // in microseconds of the monotonic clock
+  std::int64_t refusedAt = 0;                        // in nanoseconds of the monotonic clock
   bool isAsked = false;                              // OnGet runs
   unsigned askedFor = 0;
   bool running = false;
@@ -261,7 +261,7 @@ inline int PluginBlock::Refuse(const Refusal& refusal) {
   VORN_LOG_E("%s", refusal.Text().c_str());
   lastRefusal = refusal;
   using namespace std::chrono;
-  refusedAt = duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count();
+  refusedAt = duration_cast<nanoseconds>(steady_clock::now().time_since_epoch()).count();
   return -20;
 }
 
