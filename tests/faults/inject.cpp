@@ -3,15 +3,16 @@
 //   VORN_INJECT=KIND:N        the n-th call of that kind in the process fails, counted from 1
 //   VORN_INJECT_COUNTS=FILE   how many calls of each kind there were, written when the process exits
 //
-// Kinds: malloc open read write close fsync rename link thread. A close that fails has closed nevertheless, as the
-// system does. Where link fails, the file system is one that only renames over what is there. Allocations of libsndfile
-// always succeed: it looks at few of them.
+// Kinds: malloc open read write close output fsync rename link thread. A close that fails has closed nevertheless, as
+// the system does; output is the close of a file that was open for writing. Where link fails, the file system is one
+// that only renames over what is there. Allocations of libsndfile always succeed: it looks at few of them.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -31,9 +32,10 @@ void* __libc_memalign(size_t alignment, size_t bytes);
 
 namespace {
 
-enum Kind { MALLOC, OPEN, READ, WRITE, CLOSE, FSYNC, RENAME, LINK, THREAD, KINDS, NONE = KINDS };
-constexpr const char* NAMES[KINDS] = {"malloc", "open", "read", "write", "close", "fsync", "rename", "link", "thread"};
-constexpr int ERRORS[KINDS] = {ENOMEM, EMFILE, EIO, ENOSPC, EIO, EIO, EACCES, EMLINK, EAGAIN};
+enum Kind { MALLOC, OPEN, READ, WRITE, CLOSE, OUTPUT, FSYNC, RENAME, LINK, THREAD, KINDS, NONE = KINDS };
+constexpr const char* NAMES[KINDS] = {"malloc", "open",  "read",   "write", "close",
+                                      "output", "fsync", "rename", "link",  "thread"};
+constexpr int ERRORS[KINDS] = {ENOMEM, EMFILE, EIO, ENOSPC, EIO, EIO, EIO, EACCES, EMLINK, EAGAIN};
 
 std::atomic<long> calls[KINDS];
 std::atomic<bool> counts{false};  // not while the loader is at work
@@ -51,6 +53,14 @@ bool Fails(Kind kind, void* caller = nullptr) {
   if (kind != failing || call != failingCall || IsSpared(caller)) return false;
   errno = ERRORS[kind];
   return true;
+}
+
+/** Memory has no name, so it is none, nor are further descriptors of standard error. */
+bool IsOutput(int file) {
+  struct stat status, errors;
+  return fstat(file, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink > 0 &&
+         (fcntl(file, F_GETFL) & O_ACCMODE) != O_RDONLY && fstat(STDERR_FILENO, &errors) == 0 &&
+         status.st_ino != errors.st_ino;
 }
 
 [[gnu::constructor]] void Begin() {
@@ -87,11 +97,12 @@ Function* Next(Function*, const char* name) {
     return Fails(kind) ? failure : real arguments;                     \
   }
 // A function that happens, and fails.
-#define SPOIL(function, parameter, argument) \
-  int function(parameter) {                  \
-    REAL(function);                          \
-    const int result = real(argument);       \
-    return Fails(CLOSE) ? -1 : result;       \
+#define SPOIL(function, parameter, argument, file)              \
+  int function(parameter) {                                     \
+    REAL(function);                                             \
+    const bool failsAsOutput = IsOutput(file) && Fails(OUTPUT); \
+    const int result = real(argument);                          \
+    return Fails(CLOSE) || failsAsOutput ? -1 : result;         \
   }
 #define OPENS(function, parameters, arguments)                                             \
   int function parameters {                                                                \
@@ -130,8 +141,8 @@ REFUSE(ssize_t, write, WRITE, -1, (int file, const void* bytes, size_t count), (
 REFUSE(ssize_t, pwrite, WRITE, -1, (int file, const void* bytes, size_t count, off_t at), (file, bytes, count, at))
 REFUSE(ssize_t, writev, WRITE, -1, (int file, const iovec* pieces, int count), (file, pieces, count))
 REFUSE(int, fflush, WRITE, EOF, (FILE * file), (file))
-SPOIL(close, int file, file)
-SPOIL(fclose, FILE* file, file)
+SPOIL(close, int file, file, file)
+SPOIL(fclose, FILE* file, file, fileno(file))
 REFUSE(int, fsync, FSYNC, -1, (int file), (file))
 REFUSE(int, rename, RENAME, -1, (const char* from, const char* to), (from, to))
 int renameat2(int a, const char* from, int b, const char* to, unsigned flags) {

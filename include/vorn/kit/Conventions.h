@@ -38,9 +38,9 @@ enum RefusalTexts : std::size_t {
   REFUSAL_GOT = 4,
   REFUSAL_TAKES = 5,
   REFUSAL_ADVICE = 6,
-  REFUSAL_TEXT = 7,    ///< The whole line, as it is in the log.
-  REFUSAL_NANOS = 8,   ///< When, in nanoseconds of the monotonic clock: which of several blocks was the last.
-  REFUSAL_TEXTS = 9,   ///< How many there are.
+  REFUSAL_TEXT = 7,   ///< The whole line, as it is in the log.
+  REFUSAL_NANOS = 8,  ///< When, in nanoseconds of the monotonic clock: which of several blocks was the last.
+  REFUSAL_TEXTS = 9,  ///< How many there are.
 };
 
 /** What Block::ioctl of a kit block understands. A block without the kit answers -20 to all of it. */
