@@ -1,5 +1,7 @@
 // Frame cycles: who is called in which wave, what is committed, what is counted.
 
+#include <random>
+
 #include "testkit/FailingNew.h"
 #include "testkit/RouteTest.h"
 
@@ -60,9 +62,12 @@ TEST_F(RouteTest, FollowsTheResultsOfBlocks) {
 // Red if what a stop leaves of a wave, or what that wave would have led to, is called; or is not after another result.
 TEST_F(RouteTest, VisitsAWaveInPointerOrderUntilABlockEndsIt) {
   for (auto [result, calls] : {std::pair{-10, 0}, {-21, 0}, {-22, 0}, {-5, 0}, {-3, 1}, {7, 1}}) {
-    for (bool early : {true, false}) {
+    for (auto [early, isFed] : {std::pair{true, false}, {false, false}, {true, true}, {false, true}}) {
       Renew();
-      Probe *a = Add(*route, FIRST, "a"), *b = Add(*route, FIRST, "b"), *out = Add(*route, LAST, "out");
+      const Ends ends = isFed ? MIDDLE : FIRST;
+      Probe *a = Add(*route, ends, "a"), *b = Add(*route, ends, "b"), *out = Add(*route, LAST, "out");
+      Probe* src = isFed ? Add(*route, FIRST, "src", Script{0, -21}) : nullptr;
+      if (isFed) Join(*route, src, std::max(a, b), 0, 0), Join(*route, src, std::min(a, b), 1, 0);
       Join(*route, a, out, 0, 0), Join(*route, b, out, 0, 1);
       (early ? std::min(a, b) : std::max(a, b))->script = {result, -21};
       RunToEnd();
@@ -109,6 +114,82 @@ TEST_F(RouteTest, AllocatesNothingAfterTheFirstCycle) {
     RunToEnd();
     EXPECT_EQ(meter->after, meter->before);
     EXPECT_EQ(meter->starts, startResult ? 1001 : 1);
+  }
+}
+
+struct Bare : Block {
+  using Block::Block;
+  long ProcessFrame() override { return 0; }
+};
+
+/** All that a cycle can read from its first blocks on. */
+std::string Seen(const FramePlan& plan) {
+  std::ostringstream seen;
+  seen << plan.Size() << ' ' << plan.MostInWave() << ' ' << plan.IsComplete();
+  std::vector<const FramePlan::Visit*> wave(plan.First());
+  for (std::size_t i = 0; i < wave.size(); ++i) {
+    seen << '\n' << wave[i]->block << wave[i]->name << wave[i]->label;
+    for (const auto& [from, to] : wave[i]->copies) seen << ' ' << from << '>' << to;
+    for (const FramePlan::Visit* after : wave[i]->after) {
+      seen << ' ' << after->block;
+      if (std::ranges::find(wave, after) == wave.end()) wave.push_back(after);
+    }
+  }
+  return seen.str();
+}
+
+// Red if an edit leaves something of a plan as it was.
+TEST(FramePlan, IsLikeOneMadeAnewAfterAnyEdits) {
+  Log::Keep("");
+  std::mt19937 random(1);
+  std::vector<std::unique_ptr<Block>> blocks;
+  std::vector<std::unique_ptr<Link>> links;
+  const auto any = [&](const auto& all) { return all.begin() + static_cast<std::ptrdiff_t>(random() % all.size()); };
+  FramePlan plan;
+  for (int edit = 0; edit < 5000; ++edit) {
+    const auto unlink = [&](std::size_t i) {
+      for (const Endpoint* ep :
+           {static_cast<const Endpoint*>(links[i]->SourceEp()), static_cast<const Endpoint*>(links[i]->SinkEp())}) {
+        plan.Touch(*ep->Owner());
+      }
+      links.erase(links.begin() + static_cast<std::ptrdiff_t>(i));
+    };
+    switch (random() % 8) {
+      case 0:
+      case 1:
+        blocks.push_back(std::make_unique<Bare>(random() % 3 == 0, random() % 3 == 0));
+        plan.Enter(*blocks.back());
+        break;
+      case 2: {
+        if (blocks.empty()) break;
+        const auto block = any(blocks);
+        for (std::size_t i = links.size(); i-- > 0;) {
+          if (links[i]->SourceEp()->Owner() == block->get() || links[i]->SinkEp()->Owner() == block->get()) unlink(i);
+        }
+        plan.Leave(**block);
+        blocks.erase(block);
+        break;
+      }
+      case 3:
+        if (!links.empty()) unlink(random() % links.size());
+        break;
+      case 4:
+        if (random() % 100 == 0) links.clear(), blocks.clear(), plan.Clear();
+        break;
+      default: {
+        if (blocks.empty()) break;
+        auto link = std::make_unique<Link>("RouteA", "lnk", 1, SampleFormat::BYTE, 1, 1);
+        Block &source = **any(blocks), &sink = **any(blocks);
+        if (link->Connect(&source.OutEp(random() % 4), &sink.InEp(random() % 4)) < 0) break;
+        plan.Touch(source), plan.Touch(sink);
+        links.push_back(std::move(link));
+      }
+    }
+    if (random() % 4 != 0) continue;
+    FramePlan anew;
+    for (const auto& block : blocks) anew.Enter(*block);
+    anew.Refresh(), plan.Refresh();
+    ASSERT_EQ(Seen(plan), Seen(anew)) << edit;
   }
 }
 

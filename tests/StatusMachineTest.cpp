@@ -42,6 +42,17 @@ TEST_F(RouteTest, WaitsForAGraphThatIsWhole) {
   EXPECT_EQ(Log::Take(), Lines(STARTED + "I ~lnk_0: Deleted|" + error + BROKEN));
 }
 
+// Red if one missing link is overlooked, or another block named for it.
+TEST_F(RouteTest, NamesTheBlockThatLacksALink) {
+  for (const auto& [ends, missing] : {std::pair{FIRST, "non-last-block) has no active output endpoint"},
+                                      {LAST, "non-first-block) has no active input endpoint"}}) {
+    Renew();
+    for (Ends any : {ALONE, ends, ALONE}) Add(*route, any, any == ALONE ? "a" : "b");
+    route->Start();
+    Log::WaitFor("E ~@b (who is " + std::string(missing));
+  }
+}
+
 // Red if a failure changes the status, is retried, or keeps its number from the caller.
 TEST_F(RouteTest, PassesOnWhyABlockDoesNotStartOrStop) {
   Probe* sound = Add(*route, ALONE, "a", Script{-21, 0});

@@ -43,13 +43,11 @@ void RouteImpl::MainThreadLoop() {
 }
 
 /** Works out what cycles read of the graph, where it has changed. */
-bool RouteImpl::MakePlan() try {
-  if (!plan.IsStale()) return true;
-  plan.Make(blocks, firstBlocks);
+bool RouteImpl::RefreshPlan() try {
+  plan.Refresh();
   for (WaveSet* set : {&current, &next, &commit}) set->MakeRoom(plan.MostInWave());
   return true;
 } catch (const std::bad_alloc&) {
-  plan.MarkStale();
   LOG_E("%s: No memory for frame cycles of %zu blocks", name.c_str(), blocks.size());
   return false;
 }
@@ -79,9 +77,9 @@ const FramePlan::Visit* RouteImpl::GoOn() {
 
 const FramePlan::Visit* RouteImpl::RunAlone(const FramePlan::Visit& visit, CycleState& state) {
   const long result = CallBlock(visit);
-  if (result >= 0 && visit.after.size() <= 1) {
+  if (result >= 0 && visit.after.Size() <= 1) {
     Commit(visit);
-    return visit.after.empty() ? nullptr : visit.after.front();
+    return visit.after.Size() == 0 ? nullptr : visit.after.Front();
   }
   next.Clear();
   commit.Clear();

@@ -9,52 +9,87 @@ namespace {
 
 const char* Label(const Block& block) { return block.IsFirst() ? "(first) " : block.IsLast() ? "(last) " : ""; }
 
-/** The part of `all` that was added since it held `begin` elements. */
-template <class T>
-std::span<const T> Since(const std::vector<T>& all, std::size_t begin) {
-  return {all.data() + begin, all.size() - begin};
+bool HasItsLinks(const Block& block) {
+  return (block.IsFirst() || !block.ActiveInEps().empty()) && (block.IsLast() || !block.ActiveOutEps().empty());
 }
+
+bool IsBefore(const FramePlan::Visit* visit, const Block* block) { return visit->block < block; }
 
 }  // namespace
 
-void FramePlan::Make(const std::set<Block*>& blocks, const std::set<Block*>& firstBlocks) {
-  isStale = true;
-  visits.clear();
-  copies.clear();
-  after.clear();
-  first.clear();
-  // Room beforehand: what was added is pointed at.
-  visits.reserve(blocks.size());
-  std::size_t ends = 0;
-  std::size_t outputs = 0;
-  for (Block* block : blocks) {
-    visits.push_back({block, block->Name().c_str(), Label(*block), {}, {}});
-    outputs += block->ActiveOutEps().size();
-    ends += block->ActiveInEps().size() + block->ActiveOutEps().size();
-  }
-  copies.reserve(ends);
-  after.reserve(outputs);
-  for (Visit& visit : visits) {
-    const std::size_t copied = copies.size();
-    for (const auto& [index, ep] : visit.block->ActiveInEps()) {
-      copies.push_back({ep->FB(), ep->AttachedLink()->SourceEp()->FB()});
-    }
-    const std::size_t added = after.size();
-    for (const auto& [index, ep] : visit.block->ActiveOutEps()) {
-      const InputEndpoint& sink = *ep->AttachedLink()->SinkEp();
-      copies.push_back({ep->FB(), sink.FB()});
-      if (!visit.block->IsLast()) after.push_back(VisitOf(sink.Owner()));
-    }
-    visit.copies = Since(copies, copied);
-    visit.after = Since(after, added);
-  }
-  for (const Block* block : firstBlocks) first.push_back(VisitOf(block));
-  isStale = false;
+FramePlan::Visit::Visit(Block& newBlock) : block(&newBlock), name(newBlock.Name().c_str()), label(Label(newBlock)) {}
+
+// Room first, then what cannot fail.
+void FramePlan::Enter(Block& block) {
+  Visits added(&memory);
+  added.emplace_back(block);
+  if (block.IsFirst() && first.size() == first.capacity()) first.reserve(2 * first.size() + 8);
+  visits.emplace(&block, added.begin());
+  if (block.IsFirst()) first.insert(std::lower_bound(first.begin(), first.end(), &block, IsBefore), &added.back());
+  stale.splice(stale.end(), added);
 }
 
-const FramePlan::Visit* FramePlan::VisitOf(const Block* block) const {
-  return &*std::lower_bound(visits.begin(), visits.end(), block,
-                            [](const Visit& visit, const Block* wanted) { return visit.block < wanted; });
+void FramePlan::Touch(const Block& block) {
+  const Visits::iterator visit = visits.find(&block)->second;
+  if (visit->isStale) return;
+  visit->isStale = true;
+  stale.splice(stale.end(), fresh, visit);
+}
+
+void FramePlan::Leave(const Block& block) {
+  const auto place = visits.find(&block);
+  if (place == visits.end()) return;
+  const Visits::iterator visit = place->second;
+  if (block.IsFirst()) first.erase(std::lower_bound(first.begin(), first.end(), &block, IsBefore));
+  Uncount(*visit);
+  visits.erase(place);
+  (visit->isStale ? stale : fresh).erase(visit);
+}
+
+void FramePlan::Clear() {
+  visits.clear();
+  fresh.clear();
+  stale.clear();
+  first.clear();
+  steps = incomplete = 0;
+}
+
+void FramePlan::Refresh() {
+  while (!stale.empty()) {
+    Refresh(stale.front());
+    stale.front().isStale = false;
+    fresh.splice(fresh.end(), stale, stale.begin());
+  }
+}
+
+void FramePlan::Refresh(Visit& visit) {
+  const Block& block = *visit.block;
+  // Room first: all that follows is done or not.
+  visit.copies.MakeRoom(block.ActiveInEps().size() + block.ActiveOutEps().size());
+  visit.after.MakeRoom(block.ActiveOutEps().size());
+  Uncount(visit);
+  visit.copies.Clear();
+  visit.after.Clear();
+  for (const auto& [index, ep] : block.ActiveInEps()) {
+    visit.copies.Add({ep->FB(), ep->AttachedLink()->SourceEp()->FB()});
+  }
+  for (const auto& [index, ep] : block.ActiveOutEps()) {
+    const InputEndpoint& sink = *ep->AttachedLink()->SinkEp();
+    visit.copies.Add({ep->FB(), sink.FB()});
+    if (!block.IsLast()) visit.after.Add(&*visits.find(sink.Owner())->second);
+  }
+  visit.isComplete = HasItsLinks(block);
+  Count(visit);
+}
+
+void FramePlan::Count(const Visit& visit) {
+  steps += visit.after.Size();
+  if (!visit.isComplete) ++incomplete;
+}
+
+void FramePlan::Uncount(const Visit& visit) {
+  steps -= visit.after.Size();
+  if (!visit.isComplete) --incomplete;
 }
 
 }  // namespace vorn

@@ -1,11 +1,15 @@
-// What a frame cycle reads of the graph: worked out when the graph has changed, and merely read while it runs.
+// What a frame cycle reads of the graph: brought up to date where the graph has changed, and merely read while it runs.
 #pragma once
 
-#include <set>
-#include <span>
+#include <cstddef>
+#include <list>
+#include <map>
+#include <memory_resource>
 #include <vector>
 
 #include <vorn/Block.h>
+
+#include "Route/Few.h"
 
 namespace vorn {
 
@@ -15,34 +19,56 @@ class FramePlan {
     const FrameBuffer* from;
     FrameBuffer* to;
   };
-  /** A block and all that its call leads to. The visits of a plan lie in the pointer order of their blocks. */
+  /** A block and all that its call leads to. */
   struct Visit {
-    Block* block;
-    const char* name;
-    const char* label;                    // of the lines that say that it is done
-    std::span<const Copy> copies;         // what a commit carries over its links, in order
-    std::span<const Visit* const> after;  // who is called when it has produced a frame; of a last block nobody
+    explicit Visit(Block& newBlock);
+
+    Block* const block;
+    const char* const name;
+    const char* const label;     // of the lines that say that it is done
+    Few<const Visit*, 1> after;  // who is called when it has produced a frame; of a last block nobody
+    Few<Copy, 2> copies;         // what a commit carries over its links, in order
+    bool isComplete = true;      // has the links that it needs
+    bool isStale = true;
   };
 
-  /** Needs to be made before it is read again. The old one stays readable as far as its blocks exist. */
-  void MarkStale() { isStale = true; }
-  bool IsStale() const { return isStale; }
-  /** Throws std::bad_alloc, and stays stale. */
-  void Make(const std::set<Block*>& blocks, const std::set<Block*>& firstBlocks);
+  FramePlan() = default;
+  FramePlan(const FramePlan&) = delete;
+  FramePlan& operator=(const FramePlan&) = delete;
+
+  /** A block that is new in the graph, and has its name. Throws std::bad_alloc, and changes nothing then. */
+  void Enter(Block& block);
+  /** One whose links have changed. */
+  void Touch(const Block& block);
+  /** One that goes, or was not entered; its links are gone. */
+  void Leave(const Block& block);
+  void Clear();
+
+  /** Works out what has changed. To be done before anything below. Throws std::bad_alloc; the next one goes on. */
+  void Refresh();
 
   std::size_t Size() const { return visits.size(); }
-  std::span<const Visit* const> First() const { return first; }
+  bool IsComplete() const { return incomplete == 0; }
+  /** The first blocks, in pointer order. */
+  const std::vector<const Visit*>& First() const { return first; }
   /** The most additions to a wave: a block may be pending, and is added once more for each link that leads to it. */
-  std::size_t MostInWave() const { return visits.size() + after.size(); }
+  std::size_t MostInWave() const { return visits.size() + steps; }
 
  private:
-  const Visit* VisitOf(const Block* block) const;
+  using Visits = std::pmr::list<Visit>;
 
-  bool isStale = true;
-  std::vector<Visit> visits;
-  std::vector<Copy> copies;
-  std::vector<const Visit*> after;
+  void Refresh(Visit& visit);
+  /** What the whole plan counts of its visits. */
+  void Count(const Visit& visit);
+  void Uncount(const Visit& visit);
+
+  std::pmr::unsynchronized_pool_resource memory;  // so that a cycle finds its visits side by side
+  std::pmr::map<const Block*, Visits::iterator> visits{&memory};
+  Visits fresh{&memory};
+  Visits stale{&memory};  // and to be made anew: who changes a graph may have no memory for that
   std::vector<const Visit*> first;
+  std::size_t steps = 0;  // from a visit to one after it
+  std::size_t incomplete = 0;
 };
 
 }  // namespace vorn

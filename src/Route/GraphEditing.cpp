@@ -96,11 +96,10 @@ Block* RouteImpl::NewBlock_l(const std::string& soFileName, bool first, bool las
 
 /** All or nothing, where memory runs out. */
 void RouteImpl::EnterBlock_l(Block& block) try {
-  plan.MarkStale();
+  plan.Enter(block);
   const Topology::Lock lock;
   blocks.insert(&block);
-  if (block.IsFirst()) firstBlocks.insert(&block);
-  if (block.IsLast()) lastBlocks.insert(&block);
+  if (!startsAll) added.push_back(&block);
   blockNumbers.find(StemOf(block.name))->second.Take(NumberOf(block.name));
 } catch (const std::bad_alloc&) {
   RemoveBlock_l(block);
@@ -108,10 +107,8 @@ void RouteImpl::EnterBlock_l(Block& block) try {
 }
 
 void RouteImpl::RemoveBlock_l(Block& block) {
-  plan.MarkStale();
+  plan.Leave(block);
   const Topology::Lock lock;
-  firstBlocks.erase(&block);
-  lastBlocks.erase(&block);
   blocks.erase(&block);
   blockNumbers.find(StemOf(block.name))->second.Release(NumberOf(block.name));
 }
@@ -163,7 +160,7 @@ Link* RouteImpl::NewLink_l(unsigned int rate, SampleFormat format, unsigned int 
   try {
     auto link = std::make_unique<Link>(name, linkName, rate, format, channels, samplesPerFrame);
     if (link->Connect(&source->OutEp(sourceBlkOutEpIdx), &sink->InEp(sinkBlkInEpIdx)) < 0) return nullptr;
-    plan.MarkStale();
+    TouchEnds(*link);
     const Topology::Lock lock;
     links.insert(link.get());
     linkNumbers.Take(number);
@@ -174,8 +171,13 @@ Link* RouteImpl::NewLink_l(unsigned int rate, SampleFormat format, unsigned int 
   }
 }
 
+void RouteImpl::TouchEnds(const Link& link) {
+  plan.Touch(*link.SourceEp()->Owner());
+  plan.Touch(*link.SinkEp()->Owner());
+}
+
 void RouteImpl::DestroyLink_l(Link* link) {
-  plan.MarkStale();
+  TouchEnds(*link);
   {
     const Topology::Lock lock;
     links.erase(link);
@@ -209,13 +211,12 @@ int RouteImpl::Delete_l(void* instance) {
 int RouteImpl::DeleteAll_l() {
   std::set<Link*> allLinks;
   std::set<Block*> allBlocks;
-  plan.MarkStale();
+  plan.Clear();
+  added.clear();
   {
     const Topology::Lock lock;
     allLinks.swap(links);
     allBlocks.swap(blocks);
-    firstBlocks.clear();
-    lastBlocks.clear();
   }
   blockNumbers.clear();
   linkNumbers = Numbers();

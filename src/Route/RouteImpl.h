@@ -106,7 +106,7 @@ class RouteImpl : public Route {
   void MainThreadLoop();
   Step Preprocess();
   Step AskToStartAgain();
-  bool MakePlan();
+  bool RefreshPlan();
   void RunFrameCycle();
   const FramePlan::Visit* GoOn();
   const FramePlan::Visit* RunAlone(const FramePlan::Visit& visit, CycleState& state);
@@ -130,12 +130,15 @@ class RouteImpl : public Route {
   Link* NewLink_l(unsigned int rate, SampleFormat format, unsigned int channels, long samplesPerFrame, Block* source,
                   std::size_t sourceBlkOutEpIdx, Block* sink, std::size_t sinkBlkInEpIdx);
   int Start_l();
+  template <class Blocks>
+  int StartBlocks(const Blocks& starting);
   int StartBlock(Block& block);
   int Stop_l(Route::StopReason reason);
   int Exit_l();
   int SetParam_l(Block* block, unsigned int paramId, const std::vector<std::string>& params);
   int GetParam_l(Block* block, unsigned int paramId, std::vector<std::string>& params);
   int Reset_l(Block* block);
+  void TouchEnds(const Link& link);
   int Delete_l(void* instance);
   int DeleteAll_l();
   void SetDump_l(const char* path);
@@ -156,6 +159,8 @@ class RouteImpl : public Route {
   Numbers linkNumbers;
   RouteBoard board;  // for the blocks
   bool everyBlockStarted = false;
+  bool startsAll = true;      // the next start asks all blocks, or else
+  std::vector<Block*> added;  // only those that came since the last one
   bool holdsMutex = false;
   Entries lastEntries;  // for the end of the route, which needs no memory
 
@@ -165,10 +170,8 @@ class RouteImpl : public Route {
   WaveSet next;     // called in the next one
   WaveSet commit;   // finished in this one
 
-  // Changed by the route's thread alone, under the topology lock, and the plan is stale then; read there without it.
+  // Changed by the route's thread alone, under the topology lock, and the plan with them; read there without it.
   std::set<Block*> blocks;
-  std::set<Block*> firstBlocks;
-  std::set<Block*> lastBlocks;
   std::set<Link*> links;
 
   // Written by the route's thread, read by any.

@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <exception>
+#include <functional>
 
 #include "Block/Whereabouts.h"
 #include "Log.h"
@@ -22,15 +24,11 @@ class HeldMutex {
 int RouteImpl::Start_l() {
   if (CurrentStatus() != RUNNING) board.failed.store(false, std::memory_order_relaxed);
   everyBlockStarted = true;
-  for (Block* block : blocks) {
-    const int ret = StartBlock(*block);
-    if (ret < 0) {
-      LOG_E("%s: Failed to start %s (ret=%d)", name.c_str(), block->Name().c_str(), ret);
-      board.failed.store(true, std::memory_order_relaxed);
-      return ret;
-    }
-    if (ret > 0) everyBlockStarted = false;  // neither started nor failed: it is asked again before the next cycle
-  }
+  std::sort(added.begin(), added.end(), std::less<>());
+  const int ret = startsAll ? StartBlocks(blocks) : StartBlocks(added);
+  if (ret < 0) return ret;
+  startsAll = !everyBlockStarted;
+  added.clear();
   if (CurrentStatus() == RUNNING) return 0;
   okFrames.store(0, std::memory_order_relaxed);
   errorFrames.store(0, std::memory_order_relaxed);
@@ -38,6 +36,21 @@ int RouteImpl::Start_l() {
   LOG_I("%s: Started", name.c_str());
   Tell("OnStarted", [](Callbacks& client) { client.OnStarted(); });
   LOG_I("%s: Status is RUNNING", name.c_str());
+  return 0;
+}
+
+/** In pointer order, as far as none refuses. */
+template <class Blocks>
+int RouteImpl::StartBlocks(const Blocks& starting) {
+  for (Block* block : starting) {
+    const int ret = StartBlock(*block);
+    if (ret < 0) {
+      LOG_FROM('E', "Start_l", "%s: Failed to start %s (ret=%d)", name.c_str(), block->Name().c_str(), ret);
+      board.failed.store(true, std::memory_order_relaxed);
+      return ret;
+    }
+    if (ret > 0) everyBlockStarted = false;  // neither started nor failed: it is asked again before the next cycle
+  }
   return 0;
 }
 
@@ -57,6 +70,8 @@ int RouteImpl::StartBlock(Block& block) {
 int RouteImpl::Stop_l(StopReason reason) {
   if (CurrentStatus() == STOPPED) return 0;
   unsettled.store(true, std::memory_order_relaxed);
+  startsAll = true;
+  added.clear();
   if (reason == StopReason::STOP_ERROR) board.failed.store(true, std::memory_order_relaxed);
   LOG_I("%s: Stopping", name.c_str());
   for (Block* block : blocks) {
@@ -76,10 +91,12 @@ int RouteImpl::Stop_l(StopReason reason) {
 
 int RouteImpl::IntegrityCheck(bool& ok) const {
   ok = false;
-  if (firstBlocks.empty()) {
+  if (plan.First().empty()) {
     LOG_E("%s: No first block(s)", name.c_str());
     return 0;
   }
+  ok = plan.IsComplete();
+  if (ok) return 0;
   for (const Block* block : blocks) {
     if (block->ActiveInEps().empty() && !block->IsFirst()) {
       LOG_E("%s: %s (who is non-first-block) has no active input endpoint", name.c_str(), block->Name().c_str());
@@ -90,7 +107,6 @@ int RouteImpl::IntegrityCheck(bool& ok) const {
       return 0;
     }
   }
-  ok = true;
   return 0;
 }
 
@@ -119,6 +135,7 @@ RouteImpl::Step RouteImpl::Preprocess() {
     default: LOG_E("%s: Unknown route status %d", name.c_str(), CurrentStatus()); return END_THREAD;
   }
 
+  if (!RefreshPlan()) return FORCE_STOP;
   bool ok = false;
   if (IntegrityCheck(ok) < 0) {
     LOG_E("%s: Unable to do integrity check, force stop...", name.c_str());
@@ -126,7 +143,6 @@ RouteImpl::Step RouteImpl::Preprocess() {
   }
   if (ok) {
     if (Start_l() != 0) return END_THREAD;  // whatever the number: there is no caller who could be told
-    if (!MakePlan()) return FORCE_STOP;
     unsettled.store(false, std::memory_order_relaxed);
     return RUN_CYCLE;
   }

@@ -10,14 +10,16 @@
 
 namespace vorn {
 
-/** A set in the order of the plan. Room is made beforehand. */
+/** A set in the pointer order of the blocks. Room is made beforehand. */
 class WaveSet {
  public:
   using Element = const FramePlan::Visit*;
 
-  /** Room for `room` additions after each Clear(). Loses what is in. Throws, and changes nothing then. */
+  /** Room for `room` additions after each Clear(). May lose what is in. Throws, and changes nothing then. */
   void MakeRoom(std::size_t room) {
-    slots = std::make_unique<Element[]>(room);
+    if (room <= capacity) return;
+    slots = std::make_unique<Element[]>(2 * room);  // so that graphs which grow seldom need another
+    capacity = 2 * room;
     Clear();
   }
   void Clear() {
@@ -26,14 +28,17 @@ class WaveSet {
   }
   bool IsEmpty() const { return count == 0; }
   void Add(Element added) {
-    isInOrder = isInOrder && (count == 0 || slots[count - 1] < added);
+    if (count > 0) {
+      if (slots[count - 1] == added) return;  // where the outputs of a wave lead to one block
+      isInOrder = isInOrder && IsBefore(slots[count - 1], added);
+    }
     slots[count++] = added;
   }
 
   /** Brings what was added in any order, and maybe several times, into order. */
   void Arrange() {
     if (isInOrder) return;
-    std::sort(begin(), end());
+    std::sort(begin(), end(), IsBefore);
     count = static_cast<std::size_t>(std::unique(begin(), end()) - begin());
   }
 
@@ -48,7 +53,10 @@ class WaveSet {
   Element* end() { return slots.get() + count; }
 
  private:
+  static bool IsBefore(Element a, Element b) { return a->block < b->block; }
+
   std::unique_ptr<Element[]> slots;
+  std::size_t capacity = 0;
   std::size_t count = 0;
   bool isInOrder = true;  // strictly
 };
