@@ -12,7 +12,7 @@ class AlsaSink final : public vorn::PluginBlock {
   static vorn::Description Describe() {
     vorn::Description sink("alsasink", "plays through an ALSA device");
     alsa::DescribeDevice(sink, "name of the device; 'aplay -L' lists them");
-    return sink.Input(vorn::Port("in", "what is played")).Example("alsasink hw:0");
+    return sink.Input(vorn::Port("in", "what is played")).SetsPace().Example("alsasink hw:0");
   }
 
   // Refuses before anything is built what the device cannot play.

@@ -13,7 +13,9 @@ class JackSource final : public vorn::PluginBlock {
   static vorn::Description Describe() {
     vorn::Description source("jacksource", "records from ports of a JACK server");
     jack::DescribeClient(source, "ports to record from, as a pattern such as system:capture_; none if left out");
-    return source.Output(vorn::Port("out", "at the server's rate")).Example("jacksource connect=system:capture_");
+    return source.Output(vorn::Port("out", "at the server's rate"))
+        .SetsPace()
+        .Example("jacksource connect=system:capture_");
   }
 
   static vorn::Refusal PlanStreams(const vorn::Parameters& parameters, const std::vector<vorn::Stream>&,

@@ -76,6 +76,7 @@ Json TableOf(const vorn::BlockInfo& info) {
           {"example", info.example},
           {"readsFifo", (info.flags & vorn::BLOCK_READS_FIFO) != 0},
           {"writesFifo", (info.flags & vorn::BLOCK_WRITES_FIFO) != 0},
+          {"setsPace", (info.flags & vorn::BLOCK_SETS_PACE) != 0},
           {"ownParameters", (info.flags & vorn::BLOCK_OWN_PARAMETERS) != 0},
           {"inputs", Endpoints(info.minInputs, info.maxInputs, info.inputs, info.inputCount)},
           {"outputs", Endpoints(info.minOutputs, info.maxOutputs, info.outputs, info.outputCount)},

@@ -12,9 +12,9 @@
 namespace vorn_inspect {
 
 /**
- * name, summary, example, readsFifo, writesFifo, ownParameters; inputs and outputs {least, most, each: [{name, help,
- * formats, minChannels, maxChannels}]}; parameters [{id, name, type, unit, range, default, help, access, position,
- * required}].
+ * name, summary, example, readsFifo, writesFifo, setsPace, ownParameters; inputs and outputs {least, most, each:
+ * [{name, help, formats, minChannels, maxChannels}]}; parameters [{id, name, type, unit, range, default, help, access,
+ * position, required}].
  */
 nlohmann::json TableOf(const vorn::BlockInfo& info);
 

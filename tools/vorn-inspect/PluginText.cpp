@@ -144,6 +144,7 @@ std::string PageOf(const std::string& name, const Json& table) {
   text += PortLines("Inputs:   ", table["inputs"]) + PortLines("Outputs:  ", table["outputs"]);
   if (table["readsFifo"].get<bool>()) text += "Takes its samples from a FIFO.\n";
   if (table["writesFifo"].get<bool>()) text += "Puts its samples into a FIFO.\n";
+  if (table["setsPace"].get<bool>()) text += "Sets the pace of its route.\n";
   text += "\n" + ParameterLines(parameters);
   if (table["ownParameters"].get<bool>() && !IsOfBlock(parameters)) {
     text += "A block has further parameters of its own: give its arguments here to see them.\n";

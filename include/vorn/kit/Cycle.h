@@ -16,8 +16,10 @@ inline void Flow::Share(RouteBoard* newBoard) {
   Tally();
   Spoil(false);
   board->foreignLinks -= foreignLinks;
+  board->pacers -= pacers;
   board = newBoard;
   board->foreignLinks += foreignLinks;
+  board->pacers += pacers;
   started = wasStarted;
   Spoil(wasSpoilt);
   Tally();
@@ -57,6 +59,9 @@ inline void Flow::Link(std::vector<Port> newInputs, std::vector<Port> newOutputs
   }
   board->foreignLinks += foreign - foreignLinks;
   foreignLinks = foreign;
+  board->pacers -= pacers;
+  pacers = setsPace && !(inputs.empty() && outputs.empty()) ? 1 : 0;
+  board->pacers += pacers;
   const bool isOneToOne = inputs.size() == 1 && outputs.size() == 1 && !isJoin;
   everydayIn = isOneToOne ? inputs.front().fb : nullptr;
   everydayOut = isOneToOne ? outputs.front().fb : nullptr;

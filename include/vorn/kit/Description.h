@@ -91,6 +91,7 @@ enum BlockFlags : std::uint32_t {
   BLOCK_READS_FIFO = 1,      ///< takes its samples from a FIFO: see AttachProducer
   BLOCK_WRITES_FIFO = 2,     ///< puts its samples into a FIFO: see AttachConsumer
   BLOCK_OWN_PARAMETERS = 4,  ///< has more parameters once it is created: ask the block for its table
+  BLOCK_SETS_PACE = 8,       ///< waits for a device or its like: see PluginBlock::IsPaced
 };
 
 /** Why planStreams refuses. Texts end with a 0, and are cut where they are too long. */
@@ -280,6 +281,8 @@ class Description {
   Description& Takes(Parameter parameter) { return parameters.push_back(std::move(parameter)), *this; }
   Description& ReadsFifo() { return flags |= BLOCK_READS_FIFO, *this; }
   Description& WritesFifo() { return flags |= BLOCK_WRITES_FIFO, *this; }
+  /** It waits for a device or its like, which brings every frame of the route a deadline. A FIFO does so too, unsaid. */
+  Description& SetsPace() { return flags |= BLOCK_SETS_PACE, *this; }
   /** Arguments by names that are not in this table are kept for the block's constructor: see PluginBlock::Extend. */
   Description& OwnParameters() { return flags |= BLOCK_OWN_PARAMETERS, *this; }
   Description& Example(const char* line) { return example = line, *this; }

@@ -96,6 +96,10 @@ class Flow {
   void Link(std::vector<Port> newInputs, std::vector<Port> newOutputs);
   /** What an input shows while nothing is linked to it. */
   void ShowUnlinked(std::size_t input, const FrameBuffer* fb) { frames[input] = fb; }
+  /** The block waits for something outside of its route. Before anything is linked. */
+  void SetPace() { setsPace = true; }
+  /** Whether a block of the route does so. */
+  bool IsPaced() const { return board->pacers > 0; }
   /** Makes outputs follow frames that grow. */
   void KeepFrameSize() { keepsFrameSize = true; }
   /** The source ends with the others of its route: it only reads back what they sent. While the route is stopped. */
@@ -208,6 +212,7 @@ class Flow {
 
   RouteBoard ownBoard;  // of a block outside a route
   bool follows = false;
+  bool setsPace = false;
 
   // Fixed while no link changes.
   std::vector<Port> inputs;
@@ -215,6 +220,7 @@ class Flow {
   std::uint32_t linkedOutputs = 0;
   std::uint32_t foreignOutputs = 0;
   long foreignLinks = 0;         // as counted on the board
+  long pacers = 0;               // as above: 1 or 0
   unsigned long leadsAsked = 0;  // board->links when `leads` was asked for
   int leads = 0;
   std::array<std::unique_ptr<Queued>, Endpoint::COUNT> queues;  // of the inputs of a join

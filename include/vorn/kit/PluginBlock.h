@@ -144,6 +144,12 @@ class PluginBlock : public Block, protected FlowOwner {
   /** Samples that Take gives without waiting, as far as the side tells. */
   long Waiting() const { return fifoToRead != nullptr ? fifoToRead->State().count : 0; }
 
+  /**
+   * Whether a block that is linked in this route waits for a device or a FIFO, so that what takes long in Process()
+   * costs somebody a deadline. In Prepare(): blocks that come later are not asked for.
+   */
+  bool IsPaced() const { return flow.IsPaced(); }
+
   /** Brings the block back from its waits: whatever waits here waits with it. */
   Interrupt& Interruption() const { return *interrupt.load(std::memory_order_relaxed); }
   bool IsInterrupted() const final { return Interruption().IsRaised(); }
@@ -233,6 +239,7 @@ inline PluginBlock::PluginBlock(Setup setup)
     : Block(setup.first, setup.last), description(std::move(setup.description)), parameters(description) {
   for (std::size_t i = 0; i < Endpoint::COUNT; ++i) flow.ShowUnlinked(i, InEp(i).FB());
   if ((description.same & SAME_FRAME) != 0) flow.KeepFrameSize();
+  if ((description.flags & (BLOCK_SETS_PACE | BLOCK_READS_FIFO | BLOCK_WRITES_FIFO)) != 0) flow.SetPace();
   const Refusal refusal = parameters.Parse(setup.arguments);
   if (!refusal.empty()) throw std::invalid_argument(refusal.Text());
 }

@@ -30,6 +30,7 @@ struct RouteBoard {
   long holders = 0;       ///< Blocks that hold samples which are still to come out.
   long spoilt = 0;        ///< Blocks that could not undo their Prepare: as long as there is one, no block starts.
   long foreignLinks = 0;  ///< Ends of links that join a block of the kit to one without it.
+  long pacers = 0;        ///< Linked blocks that wait for something outside of the route: a device, a FIFO.
 
   unsigned long moves = 0;  ///< Grows whenever a block works on samples, or learns that a stream is over.
   unsigned long links = 0;  ///< Grows whenever a link of a block of the kit is made or deleted.
