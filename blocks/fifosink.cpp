@@ -22,6 +22,7 @@ class FifoSink : public vorn::PluginBlock {
                    .Live()
                    .Help("wait for room; false: drop the oldest samples"))
         .WritesFifo()
+        .PerFrame("sleeps while there is no room, wakes who waits for samples")
         .Example("filesource speech.wav ! fifosink");
   }
 

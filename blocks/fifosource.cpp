@@ -27,6 +27,7 @@ class FifoSource : public vorn::PluginBlock {
                    .Help("wait for a whole frame; false: for the first sample of one, as where the FIFO is filled from "
                          "what comes out of this block"))
         .ReadsFifo()
+        .PerFrame("sleeps while there are no samples, wakes who waits for room")
         .Example("fifosource");
   }
 

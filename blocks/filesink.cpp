@@ -40,6 +40,7 @@ class FileSink : public vorn::PluginBlock {
                    .Help("write into the file itself from the start, for those who follow it"))
         .Takes(Parameter::Flag(CLOBBER, "clobber").Default("true").Help("replace what is there; false: refuse to"))
         .Takes(Parameter::Reading(WRITTEN, "written", "samples"))
+        .PerFrame("writes once in 64 KiB or more, and of a pipe waits for its reader")
         .Example("filesink out.flac");
   }
 

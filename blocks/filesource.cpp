@@ -46,6 +46,7 @@ class FileSource : public vorn::PluginBlock {
                    .Default(0)
                    .Help("samples in a frame, where the graph does not say; 0: no opinion"))
         .Takes(Parameter::Reading(PLAYED, "played", "s"))
+        .PerFrame("reads once in 64 KiB or more, of a pipe what is there")
         .Example("filesource speech.wav");
   }
 

@@ -40,7 +40,7 @@ struct Table {
     for (auto* count : {&info.minInputs, &info.maxInputs, &info.minOutputs, &info.maxOutputs}) {
       *count = input.Take<std::uint8_t>();
     }
-    for (const char** text : {&info.name, &info.summary, &info.example}) *text = Text(input);
+    for (const char** text : {&info.name, &info.summary, &info.example, &info.perFrame}) *text = Text(input);
     info.inputs = info.outputs = endpoints.data();
     info.inputCount = info.outputCount = static_cast<std::uint32_t>(endpoints.size());
     info.parameters = parameters.data();

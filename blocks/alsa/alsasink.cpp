@@ -12,7 +12,10 @@ class AlsaSink final : public vorn::PluginBlock {
   static vorn::Description Describe() {
     vorn::Description sink("alsasink", "plays through an ALSA device");
     alsa::DescribeDevice(sink, "name of the device; 'aplay -L' lists them");
-    return sink.Input(vorn::Port("in", "what is played")).SetsPace().Example("alsasink hw:0");
+    return sink.Input(vorn::Port("in", "what is played"))
+        .SetsPace()
+        .PerFrame("sleeps until the device has room; locks and system calls of ALSA")
+        .Example("alsasink hw:0");
   }
 
   // Refuses before anything is built what the device cannot play.

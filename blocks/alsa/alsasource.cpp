@@ -14,7 +14,10 @@ class AlsaSource final : public vorn::PluginBlock {
   static vorn::Description Describe() {
     vorn::Description source("alsasource", "records from an ALSA device");
     alsa::DescribeDevice(source, "name of the device; 'arecord -L' lists them");
-    return source.Output(vorn::Port("out", "what the device records")).SetsPace().Example("alsasource hw:0");
+    return source.Output(vorn::Port("out", "what the device records"))
+        .SetsPace()
+        .PerFrame("sleeps until the device has samples; locks and system calls of ALSA")
+        .Example("alsasource hw:0");
   }
 
   static vorn::Refusal PlanStreams(const vorn::Parameters& parameters, const std::vector<vorn::Stream>&,

@@ -14,7 +14,10 @@ class JackSink final : public vorn::PluginBlock {
   static vorn::Description Describe() {
     vorn::Description sink("jacksink", "plays through ports of a JACK server");
     jack::DescribeClient(sink, "ports to play to, as a pattern such as system:playback_; none if left out");
-    return sink.Input(vorn::Port("in", "at the server's rate")).SetsPace().Example("jacksink connect=system:playback_");
+    return sink.Input(vorn::Port("in", "at the server's rate"))
+        .SetsPace()
+        .PerFrame("sleeps until the server comes, in a system call")
+        .Example("jacksink connect=system:playback_");
   }
 
   static vorn::Refusal PlanStreams(const vorn::Parameters& parameters, const std::vector<vorn::Stream>& in,

@@ -15,6 +15,7 @@ class JackSource final : public vorn::PluginBlock {
     jack::DescribeClient(source, "ports to record from, as a pattern such as system:capture_; none if left out");
     return source.Output(vorn::Port("out", "at the server's rate"))
         .SetsPace()
+        .PerFrame("sleeps until the server comes, in a system call")
         .Example("jacksource connect=system:capture_");
   }
 

@@ -102,6 +102,7 @@ class Lv2 : public vorn::PluginBlock {
         .Same(vorn::SAME_RATE)
         .Takes(Parameter::Text(URI, "uri").Positional().Required().Help("of the plug-in, as 'lv2ls' lists it"))
         .OwnParameters()
+        .PerFrame("as the plug-in: one that says hardRTCapable does nothing else")
         .Example("filesource loud.wav ! lv2 http://plugin.org.uk/swh-plugins/amp gain=-6 ! filesink quiet.wav");
   }
 

@@ -99,6 +99,7 @@ class Voice : public vorn::PluginBlock {
         .Takes(Parameter::Reading(INPUT_LEVEL, "input-level", "dBFS").Help("RMS of the microphone"))
         .Takes(Parameter::Reading(OUTPUT_LEVEL, "output-level", "dBFS").Help("RMS of the clean voice"))
         .Takes(Parameter::Reading(ECHO_REDUCTION, "echo-reduction", "dB").Help("how much of the echo goes away"))
+        .PerFrame("takes a lock of its library, which nobody else holds")
         .Example("filesource call.wav ! resample 16000 ! voice noise-strength=high ! filesink clear.wav");
   }
 

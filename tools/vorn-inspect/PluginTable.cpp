@@ -74,6 +74,7 @@ Json TableOf(const vorn::BlockInfo& info) {
   return {{"name", info.name},
           {"summary", info.summary},
           {"example", info.example},
+          {"perFrame", info.perFrame},
           {"readsFifo", (info.flags & vorn::BLOCK_READS_FIFO) != 0},
           {"writesFifo", (info.flags & vorn::BLOCK_WRITES_FIFO) != 0},
           {"setsPace", (info.flags & vorn::BLOCK_SETS_PACE) != 0},

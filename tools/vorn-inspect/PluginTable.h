@@ -12,7 +12,8 @@
 namespace vorn_inspect {
 
 /**
- * name, summary, example, readsFifo, writesFifo, setsPace, ownParameters; inputs and outputs {least, most, each:
+ * name, summary, example, perFrame, readsFifo, writesFifo, setsPace, ownParameters; inputs and outputs {least, most,
+ * each:
  * [{name, help, formats, minChannels, maxChannels}]}; parameters [{id, name, type, unit, range, default, help, access,
  * position, required}].
  */

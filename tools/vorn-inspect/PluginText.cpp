@@ -11,9 +11,12 @@ using Json = nlohmann::json;
 
 const char MARKDOWN_HEAD[] =
     "# The standard blocks\n\n"
-    "Made with `vorn-inspect --markdown`; `vorn-inspect NAME` tells all about one of them.\n\n"
-    "| block | what it does | inputs | outputs | arguments | readings |\n"
-    "|---|---|---|---|---|---|\n";
+    "Made with `vorn-inspect --markdown`; `vorn-inspect NAME` tells all about one of them.\n"
+    "Real time is what a frame costs besides arithmetic, once the first are through: system calls, locks, memory that "
+    "is\n"
+    "asked for. Safe: nothing.\n\n"
+    "| block | what it does | inputs | outputs | arguments | readings | real time |\n"
+    "|---|---|---|---|---|---|---|\n";
 
 namespace {
 
@@ -40,6 +43,11 @@ std::string ChannelsOf(const Json& port) {
 std::string FormatsOf(const Json& port) {
   const auto formats = port["formats"].get<std::string>();
   return std::count(formats.begin(), formats.end(), ' ') == 8 ? "any format" : formats;
+}
+
+std::string RealTimeOf(const Json& table) {
+  const auto perFrame = table["perFrame"].get<std::string>();
+  return perFrame.empty() ? "safe" : perFrame;
 }
 
 std::string PortLines(const char* title, const Json& ports) {
@@ -144,6 +152,7 @@ std::string PageOf(const std::string& name, const Json& table) {
   text += PortLines("Inputs:   ", table["inputs"]) + PortLines("Outputs:  ", table["outputs"]);
   if (table["readsFifo"].get<bool>()) text += "Takes its samples from a FIFO.\n";
   if (table["writesFifo"].get<bool>()) text += "Puts its samples into a FIFO.\n";
+  text += "Real time: " + RealTimeOf(table) + "\n";
   if (table["setsPace"].get<bool>()) text += "Sets the pace of its route.\n";
   text += "\n" + ParameterLines(parameters);
   if (table["ownParameters"].get<bool>() && !IsOfBlock(parameters)) {
@@ -158,7 +167,8 @@ std::string MarkdownRowOf(const Json& table) {
   const std::string readings = NamesOf(parameters, "read");
   return "| `" + table["name"].get<std::string>() + "` | " + table["summary"].get<std::string>() + " | " +
          CountOf(table["inputs"]) + " | " + CountOf(table["outputs"]) + " | " +
-         (arguments.empty() ? "" : "`" + arguments.substr(1) + "`") + " | " + readings + " |\n";
+         (arguments.empty() ? "" : "`" + arguments.substr(1) + "`") + " | " + readings + " | " + RealTimeOf(table) +
+         " |\n";
 }
 
 }  // namespace vorn_inspect

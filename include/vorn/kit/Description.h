@@ -107,9 +107,10 @@ struct BlockInfo {
   std::uint32_t kitVersion;  ///< Compare with KIT_VERSION before reading on.
   std::uint32_t flags;       ///< BlockFlags.
   const char* name;
-  const char* summary;  ///< What it does, in one line.
-  const char* example;  ///< How one would write it in a one-line pipeline.
-  std::uint32_t same;   ///< SameFields.
+  const char* summary;   ///< What it does, in one line.
+  const char* example;   ///< How one would write it in a one-line pipeline.
+  const char* perFrame;  ///< What else than arithmetic a frame costs once the route runs; empty: nothing.
+  std::uint32_t same;    ///< SameFields.
   std::uint32_t minInputs, maxInputs;
   std::uint32_t minOutputs, maxOutputs;
   std::uint32_t inputCount,
@@ -140,6 +141,7 @@ using DescribeBlockFunction = const BlockInfo* (*)();
 inline std::string FaultOf(const BlockInfo& info) {
   const std::string fault = "describes itself wrongly: ";
   if (!info.name || !info.summary || !info.example) return fault + "no name, summary or example";
+  if (!info.perFrame) return fault + "no text of what a frame costs";
   if ((info.inputCount > 0 && !info.inputs) || (info.outputCount > 0 && !info.outputs)) return fault + "no endpoints";
   for (const auto& [list, count] : {std::pair{info.inputs, info.inputCount}, {info.outputs, info.outputCount}}) {
     for (std::uint32_t i = 0; i < count; ++i) {
@@ -285,11 +287,14 @@ class Description {
   Description& SetsPace() { return flags |= BLOCK_SETS_PACE, *this; }
   /** Arguments by names that are not in this table are kept for the block's constructor: see PluginBlock::Extend. */
   Description& OwnParameters() { return flags |= BLOCK_OWN_PARAMETERS, *this; }
+  /** What Process() does besides arithmetic: system calls, locks, allocations. Left out: none of them after the first frames. */
+  Description& PerFrame(const char* line) { return perFrame = line, *this; }
   Description& Example(const char* line) { return example = line, *this; }
 
   const char* name;
   const char* summary;
   const char* example = "";
+  const char* perFrame = "";
   std::uint32_t flags = 0;
   std::uint32_t same = SAME_NOTHING;
   Ports inputs;
@@ -313,6 +318,7 @@ class DescribedBlock {
             d.name,
             d.summary,
             d.example,
+            d.perFrame,
             d.same,
             d.inputs.least,
             d.inputs.most,
