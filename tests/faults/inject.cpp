@@ -6,7 +6,6 @@
 // Kinds: malloc open read write close output fsync rename link thread. A close that fails has closed nevertheless, as
 // the system does; output is the close of a file that was open for writing. Where link fails, the file system is one
 // that only renames over what is there. Allocations of libsndfile always succeed: it looks at few of them.
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
@@ -23,12 +22,7 @@
 #include <cstdlib>
 #include <cstring>
 
-extern "C" {
-void* __libc_malloc(size_t bytes);
-void* __libc_calloc(size_t count, size_t bytes);
-void* __libc_realloc(void* memory, size_t bytes);
-void* __libc_memalign(size_t alignment, size_t bytes);
-}
+#include "testkit/Interpose.h"
 
 namespace {
 
@@ -82,14 +76,8 @@ bool IsOutput(int file) {
   for (int kind = 0; kind < KINDS; ++kind) dprintf(file, "%s %ld\n", NAMES[kind], calls[kind].load());
 }
 
-template <class Function>
-Function* Next(Function*, const char* name) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
 }  // namespace
 
-#define REAL(function) static const auto real = Next(&function, #function)
 // A function that does not happen where it fails.
 #define REFUSE(result, function, kind, failure, parameters, arguments) \
   result function parameters {                                         \
