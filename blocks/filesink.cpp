@@ -2,19 +2,25 @@
 // sample format how its samples are stored: as they are where that kind of file can, otherwise in the nearest way it
 // knows.
 //
-// The file is written beside its place, in batches of 64 KiB or more, and comes to its place when its stream ends or
-// its route stops in order. Where writing fails the route stops with an error; then, and when the route fails
-// otherwise, what there is stays beside, and what was in the place stays there.
+// The file is written beside its place, in batches of 64 KiB or more, by another thread where a device or a FIFO sets
+// the pace of the route: a disk may take two seconds then. It comes to its place when its stream ends or its route
+// stops in order. Where writing fails the route stops with an error; then, and when the route fails otherwise, what
+// there is stays beside, and what was in the place stays there.
 #include <algorithm>
+#include <atomic>
+#include <system_error>
+#include <thread>
 
 #include <vorn/Plugin.h>
 
+#include "soundfile/BatchRing.h"
 #include "soundfile/Kinds.h"
 #include "soundfile/OutputPlace.h"
 #include "soundfile/SoundFile.h"
 
 namespace {
 
+using soundfile::Batch;
 using vorn::Parameter;
 using vorn::Refusal;
 
@@ -40,7 +46,9 @@ class FileSink : public vorn::PluginBlock {
                    .Help("write into the file itself from the start, for those who follow it"))
         .Takes(Parameter::Flag(CLOBBER, "clobber").Default("true").Help("replace what is there; false: refuse to"))
         .Takes(Parameter::Reading(WRITTEN, "written", "samples"))
-        .PerFrame("writes once in 64 KiB or more, and of a pipe waits for its reader")
+        .PerFrame(
+            "writes once in 64 KiB or more, on a thread of its own where a device or a FIFO sets the pace, and of a "
+            "pipe waits for its reader")
         .Example("filesink out.flac");
   }
 
@@ -58,12 +66,12 @@ class FileSink : public vorn::PluginBlock {
     Leave();  // of a start that failed
     const Refusal refusal = ChooseFile(Table(), vorn::StreamOf(In()), file.info);
     if (!refusal.empty()) return Refuse(refusal);
-    written = held = 0;
-    isBegun = isCutOff = false;
+    written = taken = 0;
+    isBegun = isCutOff = hasFailed = false;
     std::string error = place.Open(Text(PATH), {Flag(INPLACE), Flag(CLOBBER)}, Interruption());
     file.Obey(&Interruption());
     if (error.empty()) error = file.Open(place.Descriptor(), SFM_WRITE);
-    if (error.empty()) return Configure(), 0;
+    if (error.empty()) return Configure(), BeginWriter(), 0;
     Leave();
     return Refuse(Target() + ": " + error);
   }
@@ -72,15 +80,18 @@ class FileSink : public vorn::PluginBlock {
     if (isCutOff) return vorn::FRAME_END_OF_FILE;
     if (!file.IsOpen()) return vorn::FRAME_FAILED;  // the end did not come off, and the route was stopped for it
     const std::uint8_t* from = In().data;
-    for (long left = In().samples; left > 0;) {
-      const long count = std::min(left, batchSamples - held);
-      std::copy_n(from, count * sampleBytes, &batch[static_cast<std::size_t>(held * sampleBytes)]);
-      held += count;
+    for (long left = In().samples; left > 0 && !hasFailed;) {
+      const long count = std::min(left, batchSamples - batch->samples);
+      std::copy_n(from, count * sampleBytes, &batch->bytes[static_cast<std::size_t>(batch->samples * sampleBytes)]);
+      batch->samples += count;
+      taken += count;
       left -= count;
       from += count * sampleBytes;
-      if (held == batchSamples && !WriteBatch()) return isCutOff ? vorn::FRAME_END_OF_FILE : vorn::FRAME_FAILED;
+      if (batch->samples == batchSamples) Turn();
     }
-    return vorn::FRAME_DONE;
+    if (!hasFailed) return vorn::FRAME_DONE;
+    Abandon();
+    return isCutOff ? vorn::FRAME_END_OF_FILE : vorn::FRAME_FAILED;
   }
 
   // The end of the stream finishes the file, so that a failure can still stop the route with an error.
@@ -90,7 +101,7 @@ class FileSink : public vorn::PluginBlock {
   int Release() override { return Finish() || isCutOff ? 0 : -20; }
 
   void OnGet(unsigned id) override {
-    if (id == WRITTEN) Store(WRITTEN, static_cast<double>(written + held));
+    if (id == WRITTEN) Store(WRITTEN, static_cast<double>(taken));
   }
 
  private:
@@ -120,26 +131,65 @@ class FileSink : public vorn::PluginBlock {
     }
     sampleBytes = In().channels * static_cast<long>(vorn::BytesPerSample(In().format));
     batchSamples = std::max((soundfile::BATCH_BYTES + sampleBytes - 1) / sampleBytes, In().samplesPerFrame);
-    batch.resize(static_cast<std::size_t>(batchSamples * sampleBytes));
+    own = {std::vector<std::uint8_t>(static_cast<std::size_t>(batchSamples * sampleBytes)), 0, {}, {}};
+    batch = &own;
     file.Carry(In().format, batchSamples);
     samplesToRenewal = untilRenewal = std::max(SECONDS_TO_RENEWAL * In().rate, BYTES_TO_RENEWAL / sampleBytes);
   }
 
-  bool WriteBatch() {
-    const long count = std::exchange(held, 0);
+  // Where there is no thread to be had, the route writes for itself. A pipe is as quick as its reader.
+  void BeginWriter() try {
+    if (!IsPaced() || file.IsPipe()) return;
+    ring.Open(batchSamples * sampleBytes, static_cast<long>(In().rate) * sampleBytes);
+    writer = std::thread([this] { WriteBehind(); });
+    batch = ring.AwaitEmpty();
+  } catch (const std::system_error&) {
+  }
+
+  void WriteBehind() {
+    for (Batch* full = ring.AwaitFilled(); full != nullptr; full = ring.AwaitFilled()) {
+      const bool isWritten = Write(*full);
+      ring.PassEmptied();
+      if (!isWritten) return ring.Close();
+    }
+  }
+
+  // Gets rid of the batch, or has it got rid of.
+  void Turn() {
+    if (!writer.joinable()) return static_cast<void>(Write(*batch));
+    ring.PassFilled();
+    Batch* const empty = ring.AwaitEmpty();
+    if (empty != nullptr) batch = empty;
+  }
+
+  bool Write(Batch& full) {
+    const long count = std::exchange(full.samples, 0);
     if (count == 0) return true;
     isBegun = true;
-    if (file.Write(batch.data(), count) != count || file.HasFailed()) return Abandon(file.Error());
+    if (file.Write(full.bytes.data(), count) != count || file.HasFailed()) return !(hasFailed = true);
     written += count;
     untilRenewal -= count;
     if (untilRenewal > 0) return true;
     untilRenewal = samplesToRenewal;
-    return file.RenewHeader() || Abandon(file.Error());
+    return file.RenewHeader() || !(hasFailed = true);
+  }
+
+  // @return whether all went well.
+  bool WriteRest() {
+    if (!hasFailed) Turn();
+    EndWriter();
+    return !hasFailed || Abandon();
+  }
+
+  void EndWriter() {
+    if (!writer.joinable()) return;
+    ring.Close();
+    writer.join();
   }
 
   bool Finish() {
     if (!file.IsOpen()) return true;
-    if (!WriteBatch()) return false;
+    if (!WriteRest()) return false;
     const bool isWhole = !HasRouteFailed();
     std::string error = file.Close(isWhole && Flag(SYNC));
     if (error.empty() && isWhole) error = place.Commit(Flag(SYNC));
@@ -149,6 +199,11 @@ class FileSink : public vorn::PluginBlock {
       VORN_LOG_W("%s: not finished%s%s", Target().c_str(), rest.empty() ? "" : "; what there is, is in ", rest.c_str());
     }
     return true;
+  }
+
+  bool Abandon() {
+    EndWriter();
+    return Abandon(file.Error());
   }
 
   bool Abandon(const std::string& error) {
@@ -166,6 +221,7 @@ class FileSink : public vorn::PluginBlock {
 
   // @return where what was written is; empty for in its place, or nowhere since it is nothing.
   std::string Leave() {
+    EndWriter();
     file.Close(false);
     if (isBegun) return place.Leave();
     place.Remove();
@@ -176,16 +232,23 @@ class FileSink : public vorn::PluginBlock {
   static constexpr long BYTES_TO_RENEWAL = 1 << 20;
 
   soundfile::OutputPlace place;
-  soundfile::SoundFile file;
-  std::vector<std::uint8_t> batch;
   long sampleBytes = 0;
   long batchSamples = 0;
-  long held = 0;          // samples in the batch
-  bool isBegun = false;   // something was written, or tried to be
+  Batch own;  // what the route writes for itself
+  Batch* batch = &own;
+  long taken = 0;         // samples since the start
   bool isCutOff = false;  // nobody took what was written to a pipe, and the host interrupted it
+
+  // While the writer runs, its own.
+  soundfile::SoundFile file;
+  bool isBegun = false;  // something was written, or tried to be
   long written = 0;
   long samplesToRenewal = 0;
   long untilRenewal = 0;
+
+  std::atomic<bool> hasFailed{false};
+  soundfile::BatchRing ring;  // of the batches for the writer
+  std::thread writer;         // last: it uses the rest
 };
 
 }  // namespace

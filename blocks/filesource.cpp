@@ -2,19 +2,25 @@
 // by bit where the link has the file's own format. A link of another format gets them rounded to the nearest value and
 // saturated.
 //
-// The file is read in batches of 64 KiB or more, a pipe frame by frame. Frames carry their time from the start of
-// playing. A file that is shorter than it says is played as far as it goes, with a warning.
+// The file is read in batches of 64 KiB or more, a pipe frame by frame. Where a device or a FIFO sets the pace of the
+// route, another thread reads the file two seconds ahead; of a pipe the system itself holds what comes. Frames carry
+// their time from the start of playing. A file that is shorter than it says is played as far as it goes, with a
+// warning.
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <system_error>
+#include <thread>
 
 #include <vorn/Plugin.h>
 
+#include "soundfile/BatchRing.h"
 #include "soundfile/KeptPipes.h"
 #include "soundfile/OutputPlace.h"
 
 namespace {
 
+using soundfile::Batch;
 using soundfile::SoundFile;
 using vorn::Parameter;
 using vorn::Refusal;
@@ -46,7 +52,9 @@ class FileSource : public vorn::PluginBlock {
                    .Default(0)
                    .Help("samples in a frame, where the graph does not say; 0: no opinion"))
         .Takes(Parameter::Reading(PLAYED, "played", "s"))
-        .PerFrame("reads once in 64 KiB or more, of a pipe what is there")
+        .PerFrame(
+            "reads once in 64 KiB or more, on a thread of its own where a device or a FIFO sets the pace, of a pipe "
+            "what is there")
         .Example("filesource speech.wav");
   }
 
@@ -60,6 +68,8 @@ class FileSource : public vorn::PluginBlock {
     }
     return refusal;
   }
+
+  ~FileSource() override { EndReader(); }
 
  protected:
   int OutputStreams(std::vector<vorn::Stream>& streams) override {
@@ -78,24 +88,26 @@ class FileSource : public vorn::PluginBlock {
     const long frameBytes = Out().samplesPerFrame * sampleBytes;
     const long frames = clip.file->IsPipe() ? 1 : (soundfile::BATCH_BYTES + frameBytes - 1) / frameBytes;
     batchSamples = frames * Out().samplesPerFrame;
-    batch.resize(static_cast<std::size_t>(batchSamples * sampleBytes));
     clip.file->Carry(Out().format, batchSamples);
-    next = filled = played = 0;
+    next = played = 0;
     isShorter = false;
+    own = {std::vector<std::uint8_t>(static_cast<std::size_t>(batchSamples * sampleBytes)), 0, {}, {}};
+    batch = &own;
+    if (IsPaced() && !clip.file->IsPipe()) BeginReader();
     return 0;
   }
 
   long Process() override {
-    if (next == filled) {
-      filled = ReadBatch();
-      next = 0;
-      if (filled < 0) return vorn::FRAME_FAILED;
-      if (filled == 0) return vorn::FRAME_END_OF_FILE;
+    if (next == batch->samples) {
+      Turn();
+      if (!batch->loss.empty()) Lose(std::exchange(batch->loss, {}));
+      if (!batch->error.empty()) return Fail(batch->error);
+      if (batch->samples == 0) return vorn::FRAME_END_OF_FILE;
     }
     vorn::FrameBuffer& out = Out();
-    out.samples = std::min(out.samplesPerFrame, filled - next);
+    out.samples = std::min(out.samplesPerFrame, batch->samples - next);
     out.timestamp = played / out.rate * 1000000 + played % out.rate * 1000000 / out.rate;
-    std::copy_n(&batch[static_cast<std::size_t>(next * sampleBytes)], out.samples * sampleBytes, out.data);
+    std::copy_n(&batch->bytes[static_cast<std::size_t>(next * sampleBytes)], out.samples * sampleBytes, out.data);
     next += out.samples;
     played += out.samples;
     return vorn::FRAME_DONE;
@@ -109,7 +121,11 @@ class FileSource : public vorn::PluginBlock {
     if (id == PLAYED && played > 0) Store(PLAYED, static_cast<double>(played) / Out().rate);
   }
 
-  int Release() override { return clip.file.reset(), 0; }
+  int Release() override {
+    EndReader();
+    clip.file.reset();
+    return 0;
+  }
 
  private:
   static std::string NameOf(const vorn::Parameters& parameters) {
@@ -207,11 +223,50 @@ class FileSource : public vorn::PluginBlock {
     bool loop = false;
   };
 
-  long Held() const { return clip.file->IsPipe() ? filled - next + clip.file->BufferedSamples() : 0; }
+  long Held() const { return clip.file->IsPipe() ? batch->samples - next + clip.file->BufferedSamples() : 0; }
 
-  // Fills the batch, over the end and the start of a loop if need be. @return samples, 0 at the end, -1 after an E
-  // line.
-  long ReadBatch() {
+  // To the next batch; without samples at the end.
+  void Turn() {
+    next = 0;
+    if (!reader.joinable()) return Fill(own);
+    if (batch != &own) ring.PassEmptied();
+    batch = ring.AwaitFilled();
+    if (batch == nullptr) batch = &own;
+  }
+
+  // The first frame need not wait. Where there is no thread to be had, the route reads for itself.
+  void BeginReader() try {
+    ring.Open(batchSamples * sampleBytes, static_cast<long>(Out().rate) * sampleBytes);
+    reader = std::thread([this] { ReadAhead(); });
+    ring.AwaitFilled();
+  } catch (const std::system_error&) {
+  }
+
+  void ReadAhead() {
+    for (bool isLast = false; !isLast;) {
+      Batch* const empty = ring.AwaitEmpty();
+      if (empty == nullptr) return;
+      Fill(*empty);
+      isLast = empty->samples == 0;
+      ring.PassFilled();
+    }
+    ring.Close();
+  }
+
+  void EndReader() {
+    if (!reader.joinable()) return;
+    ring.Close();
+    reader.join();
+  }
+
+  // Over the end and the start of a loop if need be. Without samples at the end.
+  void Fill(Batch& to) {
+    to.loss.clear();
+    to.error.clear();
+    to.samples = Read(to);
+  }
+
+  long Read(Batch& to) {
     long got = 0;
     while (got < batchSamples) {
       long asked = std::min(batchSamples - got, clip.end - clip.at);
@@ -219,15 +274,15 @@ class FileSource : public vorn::PluginBlock {
         asked = std::min(asked, clip.file->BufferedSamples());
         if (asked == 0) break;
       }
-      const long read = asked > 0 ? clip.file->Read(&batch[static_cast<std::size_t>(got * sampleBytes)], asked) : 0;
+      const long read = asked > 0 ? clip.file->Read(&to.bytes[static_cast<std::size_t>(got * sampleBytes)], asked) : 0;
       got += read;
       clip.at += read;
       if (read == asked && asked > 0) continue;
-      if (read < asked && clip.file->HasFailed()) return got > 0 ? got : GiveUp();
+      if (read < asked && clip.file->HasFailed()) return got > 0 ? got : GiveUp(to);
       if (read < asked && IsInterrupted()) break;
-      if (!EndsAsItSays(read < asked)) TellLength();
+      if (!EndsAsItSays(read < asked)) TellLength(to);
       if (!clip.loop || clip.end <= clip.start) break;
-      if (!clip.Rewind()) return GiveUp();
+      if (!clip.Rewind()) return GiveUp(to);
     }
     return got;
   }
@@ -239,27 +294,30 @@ class FileSource : public vorn::PluginBlock {
   }
 
   // Once.
-  void TellLength() {
+  void TellLength(Batch& to) {
     if (isShorter) return;
     isShorter = true;
     clip.end = clip.fileEnd = clip.at;
-    Lose(NameOf(Table()) + ": ends after " + std::to_string(clip.at) + " of the " +
-         std::to_string(clip.file->AnnouncedSamples()) + " samples that it says it has");
+    to.loss = NameOf(Table()) + ": ends after " + std::to_string(clip.at) + " of the " +
+              std::to_string(clip.file->AnnouncedSamples()) + " samples that it says it has";
   }
 
-  long GiveUp() {
-    Refuse(NameOf(Table()) + ": " + clip.file->Error() + " after " + std::to_string(clip.at) + " samples");
-    return -1;
+  long GiveUp(Batch& to) {
+    to.error = NameOf(Table()) + ": " + clip.file->Error() + " after " + std::to_string(clip.at) + " samples";
+    return 0;
   }
 
-  Clip clip;
-  std::vector<std::uint8_t> batch;
+  Clip clip;  // while the reader runs, its own
   long sampleBytes = 0;
   long batchSamples = 0;
-  long filled = 0;  // samples in the batch
-  long next = 0;    // the next of them to play
-  long played = 0;  // since the start
-  bool isShorter = false;
+  Batch own;  // what the route reads for itself
+  Batch* batch = &own;
+  long next = 0;           // the next of its samples to play
+  long played = 0;         // since the start
+  bool isShorter = false;  // as clip
+
+  soundfile::BatchRing ring;  // of the reader's batches
+  std::thread reader;         // last: it uses the rest
 };
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "../../blocks/soundfile/SoundFile.h"
+#include "testkit/Interpose.h"
 #include "testkit/LogFile.h"
 #include "testkit/Samples.h"
 #include "testkit/TestGraph.h"
@@ -24,6 +25,20 @@ using Levels = std::vector<double>;  // full scale is -1 to 1
 using Reason = std::optional<vorn::Route::StopReason>;
 constexpr auto ERROR = vorn::Route::StopReason::STOP_ERROR;
 constexpr int WAV = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+
+// A disk that stands still from some place of a file on.
+struct Disk {
+  std::atomic<bool> stands{false}, isWaitedFor{false};
+  std::atomic<off_t> from{0};
+  std::atomic<int> error{0};  // what comes of the wait
+  bool Moves(off_t place) {
+    if (!stands || place < from) return true;
+    isWaitedFor = true;
+    isWaitedFor.notify_all();
+    stands.wait(true);
+    return (errno = error) == 0;
+  }
+} disk;
 
 struct Sound {
   SF_INFO info{};
@@ -297,6 +312,62 @@ TEST_F(SoundFiles, AnOutputIsWholeOrNotAtAll) {
   EXPECT_EQ(std::filesystem::status(out).permissions(), std::filesystem::perms{0640});
 }
 
+// Red if a frame waits for the disk where a FIFO sets the pace, or if what came or was written late is not all, or is
+// taken for good where it was not.
+TEST_F(SoundFiles, ADiskThatStandsStillCostsNoFrameWhereThereIsAPace) {
+  constexpr std::size_t BATCH = 32768;  // samples
+  testkit::Samples samples = testkit::Count(4 * BATCH), heard(samples.size());
+  vorn::FIFO* fifo = nullptr;
+  const auto put = [&](std::size_t from, std::size_t to) {
+    for (; from < to; from += 256) ASSERT_EQ(fifo->Put(&samples[from], 256, true, -1), 256);
+  };
+  const auto take = [&](std::size_t from, std::size_t to) {
+    for (; from < to; from += 256) ASSERT_EQ(fifo->Take(&heard[from], 256, true, nullptr), 256);
+  };
+  for (const int error : {0, ENOSPC}) {
+    fifo = vorn::Vorn::Instance()->NewFIFO(48000, 2, 960, 0);
+    vorn::Block *source = graph.Add("fifosource"), *sink = graph.Add("filesink", {out});
+    ASSERT_TRUE(graph.Chain({source, sink}, {}));
+    ASSERT_EQ(vorn::AttachProducer(source, fifo), 0);
+    disk.from = 0, disk.stands = true, disk.isWaitedFor = false, disk.error = error;
+    fifo->BeginWriting();
+    ASSERT_EQ(graph->Start(), 0);
+    put(0, 3 * BATCH);
+    disk.isWaitedFor.wait(false);
+    disk.stands = false;
+    disk.stands.notify_all();
+    if (error == 0) put(3 * BATCH, 4 * BATCH);
+    if (error == 0) fifo->EndWriting();
+    Reason reason;
+    while (!(reason = graph.Wait(std::chrono::milliseconds(1)))) {
+      if (error != 0) fifo->Put(samples.data(), 256, false, -1);  // it fails in the next frame
+    }
+    EXPECT_EQ(reason, error == 0 ? END_OF_FILE : ERROR);
+    EXPECT_EQ(log.Has("No space left on device after 0 samples"), error != 0) << log.Text();
+    if (error == 0) std::filesystem::rename(out, in);
+    graph->DeleteAll();
+    vorn::Vorn::Instance()->DeleteFIFO(fifo);
+  }
+  fifo = vorn::Vorn::Instance()->NewFIFO(48000, 2, 960, 0);
+
+  EXPECT_EQ(ReadSound(in).levels.size(), samples.size());
+  vorn::Block *source = graph.Add("filesource", {in}), *sink = graph.Add("fifosink");
+  ASSERT_TRUE(graph.Chain({source, sink}, {}));
+  ASSERT_EQ(vorn::AttachConsumer(sink, fifo), 0);
+  disk.from = 2 * 3 * BATCH, disk.stands = true, disk.isWaitedFor = false, disk.error = 0;
+  fifo->BeginReading();
+  ASSERT_EQ(graph->Start(), 0);
+  disk.isWaitedFor.wait(false);  // before anything was taken
+  take(0, 3 * BATCH);
+  disk.stands = false;
+  disk.stands.notify_all();
+  take(3 * BATCH, 4 * BATCH);
+  EXPECT_EQ(graph.Wait(), END_OF_FILE);
+  EXPECT_TRUE(heard == samples);
+  graph->DeleteAll();
+  vorn::Vorn::Instance()->DeleteFIFO(fifo);
+}
+
 // Red if the header of a file that grows is not renewed, so that a crash would cost all of it.
 TEST_F(SoundFiles, AFileThatGrowsCanBeRead) {
   WriteSound(in, WAV, Levels(48000, 0.5));
@@ -436,3 +507,13 @@ TEST_F(SoundFiles, WaitsForPipesCanBeInterrupted) {
 }
 
 }  // namespace
+
+// What the plug-ins call, in place of the C library's.
+extern "C" VORN_API ssize_t pread(int file, void* to, size_t count, off_t at) {
+  REAL(pread);
+  return disk.Moves(at) ? real(file, to, count, at) : -1;
+}
+extern "C" VORN_API ssize_t pwrite(int file, const void* from, size_t count, off_t at) {
+  REAL(pwrite);
+  return disk.Moves(at) ? real(file, from, count, at) : -1;
+}

@@ -51,10 +51,14 @@ const struct {
     {"filesink", "tone white ! beat ! filesink @out.flac", "s"},
     {"filesource", "filesource @in.wav ! beat", "s"},
     {"filesource", "filesource @out.flac ! beat", "s"},
-    {"fifosink", "digraph { subgraph cluster_RouteA { tone -> beat -> fifosink }"
-                 " subgraph cluster_RouteB { fifosource -> null } f [shape=ellipse] fifosink -> f -> fifosource }", "s"},
-    {"fifosource", "digraph { subgraph cluster_RouteA { tone -> fifosink }"
-                   " subgraph cluster_RouteB { fifosource -> beat } f [shape=ellipse] fifosink -> f -> fifosource }", "s"},
+    {"fifosink",
+     "digraph { subgraph cluster_RouteA { tone -> beat -> fifosink }"
+     " subgraph cluster_RouteB { fifosource -> null } f [shape=ellipse] fifosink -> f -> fifosource }",
+     "s"},
+    {"fifosource",
+     "digraph { subgraph cluster_RouteA { tone -> fifosink }"
+     " subgraph cluster_RouteB { fifosource -> beat } f [shape=ellipse] fifosink -> f -> fifosource }",
+     "s"},
     {"alsasink", "tone ! beat ! alsasink null", "ls"},
     {"alsasource", "alsasource null ! beat", "ls"},
 };
@@ -86,7 +90,8 @@ TEST(RealTime, ABlockDoesNothingButArithmeticUnlessItSaysSo) {
     witness::seen = {};
     const vorn::Graph::Result result = graph.Run();
     EXPECT_FALSE(result.error) << text << ": " << (result.error ? result.error->ToString() : "");
-    EXPECT_EQ(witness::seen.Text().find_first_not_of(row.deeds), std::string::npos) << text << ": " << Told(witness::seen);
+    EXPECT_EQ(witness::seen.Text().find_first_not_of(row.deeds), std::string::npos)
+        << text << ": " << Told(witness::seen);
     EXPECT_TRUE(*row.deeds == 0 || *describe()->perFrame != 0) << row.block << " does not say so";
   }
 }

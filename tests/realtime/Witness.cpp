@@ -85,10 +85,10 @@ void free(void* memory) {
   if (memory != nullptr) SEEN(memory, __libc_free(memory));
 }
 
-#define LOCKS(function, Lock)                  \
-  int function(Lock* lock) {                   \
-    REAL(function);                            \
-    return SEEN(locks, real(lock));            \
+#define LOCKS(function, Lock)       \
+  int function(Lock* lock) {        \
+    REAL(function);                 \
+    return SEEN(locks, real(lock)); \
   }
 LOCKS(pthread_mutex_lock, pthread_mutex_t)
 LOCKS(pthread_rwlock_rdlock, pthread_rwlock_t)
