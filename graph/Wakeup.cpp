@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 
 namespace vorn::graph {
@@ -52,6 +53,17 @@ void RouteEvents::WaitUntil(std::chrono::steady_clock::time_point until) const {
   poll(&wakeup, 1, static_cast<int>(std::clamp<long>(left.count(), 0, 60'000)));
 }
 
+namespace {
+
+/** What blocks need of it is there afterwards, and no frame waits for a page. */
+[[gnu::noinline]] void TouchStack() {
+  constexpr std::size_t DEPTH = 256 * 1024, PAGE = 4096;
+  std::array<char, DEPTH> stack;
+  for (std::size_t at = 0; at < DEPTH; at += PAGE) *const_cast<volatile char*>(&stack[at]) = 0;
+}
+
+}  // namespace
+
 void RouteWatch::SealAtStop(Interrupt& interrupt) {
   const std::lock_guard lock(mutex);
   interrupts.push_back(&interrupt);
@@ -65,6 +77,7 @@ void RouteWatch::WaitForExit() {
 void RouteWatch::OnStarted() {
   int error = 0;
   if (priority > 0) {
+    TouchStack();
     const sched_param parameters{priority};
     error = pthread_setschedparam(pthread_self(), SCHED_FIFO, &parameters);
   }

@@ -125,7 +125,10 @@ class VORN_API Graph {
      * the end. A start that takes two seconds more than that is given up.
      */
     std::optional<std::chrono::nanoseconds> duration;
-    /** 1 to 99: what the thread of every route asks for (SCHED_FIFO). 0: nothing. It runs either way. */
+    /**
+     * 1 to 99: what the thread of every route asks for (SCHED_FIFO); its stack is there before the first frame. 0:
+     * nothing. It runs either way. To lock memory (mlockall) is for the program.
+     */
     int realtimePriority = 0;
     /** Several times a second, with the seconds on the clock since the run began. */
     std::function<void(const Figures& figures, double elapsedSeconds)> onProgress;

@@ -80,7 +80,8 @@ std::variant<Options, int> ReadOptions(int argc, char** argv) {
          },
          "Stop after this time on the clock: 90, 1.5s, 500ms, 2m, 1h")
       ->option_text("TIME");
-  app.add_option("--realtime", options.realtimePriority, "Ask for this real-time priority (SCHED_FIFO) for every route")
+  app.add_option("--realtime", options.realtimePriority,
+                 "Ask for this real-time priority (SCHED_FIFO) for every route, and lock memory")
       ->option_text("1..99")
       ->check(CLI::Range(1, 99));
   app.add_flag("-q,--quiet", options.isQuiet, "Say nothing but errors");

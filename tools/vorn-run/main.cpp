@@ -1,4 +1,7 @@
 // vorn-run: runs a graph with what the command line says, and tells how it went.
+#include <sys/mman.h>
+
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -21,6 +24,14 @@ Graph Read(const Options& options) {
   if (options.pipeline) return Graph::FromPipeline(*options.pipeline, "-e");
   if (options.graphFile != "-") return Graph::FromFile(options.graphFile, options.variables);
   return Graph::FromText({std::istreambuf_iterator<char>(std::cin), {}}, "-", options.variables);
+}
+
+/** All that is there and all that comes, so that no frame waits for a page. @return whether that was granted. */
+std::string LockMemory() {
+  if (mlockall(MCL_CURRENT | MCL_FUTURE) == 0) return "memory locked";
+  const bool isLimit = errno == ENOMEM || errno == EPERM;
+  return std::string("memory not locked: ") + std::strerror(errno) +
+         (isLimit ? "; raise the limit 'memlock' (ulimit -l), or give CAP_IPC_LOCK" : "");
 }
 
 class Program {
@@ -61,6 +72,7 @@ class Program {
     if (display.ShowsProgress()) {
       run.onProgress = [this](const auto& figures, double elapsed) { display.Progress(figures, elapsed); };
     }
+    if (options.realtimePriority > 0) display.Say(LockMemory());
     NameWhoExits();  // before the library, which is there by now, has a go at its end
     const StopSignals signals(graph);
     return graph.Run(run);

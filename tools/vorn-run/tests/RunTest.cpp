@@ -357,6 +357,7 @@ TEST_F(VornRun, SaysWhetherRealTimeWasGrantedAndShowsTheLogWhenAsked) {
   const Ended ended = Expect(0, "vorn-run: RouteA: real-time priority 1 ",
                              {"--realtime", "1", "--log-level", "4", "-e", "moody 5 ! moody"});
   EXPECT_NE(ended.err.find(" I RouteA: Started\n"), std::string::npos) << ended.err;
+  EXPECT_NE(ended.err.find("vorn-run: memory "), std::string::npos) << ended.err;
   const std::string log = Expect(0, "", {"--log-level", "4", "two.dot", "n=5"}).err;
   EXPECT_LT(log.find("RouteB: Started"), log.find("RouteA: Started")) << "its reader is not there yet";
 }
