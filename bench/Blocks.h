@@ -166,9 +166,12 @@ class BenchRoute : private vorn::Route::Callbacks {
     vorn::Link* link = route->NewLink(48000, stream.format, stream.channels, stream.frame, source, out, sink, in);
     return link != nullptr ? link : (Die("no link"), nullptr);
   }
-  void Start() {
+  bool TryStart() {
     ended = {};
-    if (route->Start() != 0) Die("the route does not start");
+    return route->Start() == 0;
+  }
+  void Start() {
+    if (!TryStart()) Die("the route does not start");
   }
   void Wait() {
     ended.get_future().wait();

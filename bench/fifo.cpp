@@ -6,14 +6,11 @@
 // and the row has the time from the write to the return of the reader; with "loaded", every core has a busy loop
 // besides.
 #include <sched.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <csignal>
 #include <cstring>
 #include <mutex>
 #include <string>
@@ -24,6 +21,7 @@
 
 #include <vorn/Vorn.h>
 
+#include "Load.h"
 #include "Measure.h"
 
 #if __has_include(<boost/lockfree/spsc_queue.hpp>)
@@ -215,28 +213,8 @@ void AllPaced() {
   Paced<Stamped>("vorn, stamps");
 }
 
-/** Processes with a busy loop, one a core, as long as this object lives. */
-class Load {
- public:
-  Load() {
-    for (unsigned i = 0; i < std::thread::hardware_concurrency(); ++i) {
-      const pid_t child = fork();
-      if (child == 0) prctl(PR_SET_PDEATHSIG, SIGKILL);
-      while (child == 0) Pause();
-      if (child > 0) children.push_back(child);
-    }
-  }
-  ~Load() {
-    for (const pid_t child : children) kill(child, SIGKILL);
-    for (const pid_t child : children) waitpid(child, nullptr, 0);
-  }
-
- private:
-  std::vector<pid_t> children;
-};
-
 void AllLoaded() {
-  const Load load;  // before the framework makes its threads
+  const Load load(std::thread::hardware_concurrency());
   TwoThreads<LockedQueue>("mutex and condition", 20'000, "loaded");
   TwoThreads<Plain>("vorn", 20'000, "loaded");
   TwoThreads<Stamped>("vorn, stamps", 20'000, "loaded");
