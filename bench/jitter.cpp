@@ -68,7 +68,8 @@ class JackServer {
     const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
     dup2(nowhere, STDOUT_FILENO), dup2(nowhere, STDERR_FILENO);
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    execlp("jackd", "jackd", isReal ? "-R" : "-r", "-n", name.c_str(), "-d", "dummy", "-r", "48000", "-p", "480", nullptr);
+    execlp("jackd", "jackd", isReal ? "-R" : "-r", "-n", name.c_str(), "-d", "dummy", "-r", "48000", "-p", "480",
+           nullptr);
     _exit(1);
   }
   ~JackServer() { kill(server, SIGTERM), waitpid(server, nullptr, 0); }

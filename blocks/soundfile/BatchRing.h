@@ -38,17 +38,23 @@ class BatchRing {
     Await([this] { return filled - emptied < batches.size() || isClosed; });
     return isClosed ? nullptr : &At(filled);
   }
-  void PassFilled() { Tell([this] { ++filled; }); }
+  void PassFilled() {
+    Tell([this] { ++filled; });
+  }
 
   // The next batch to empty, once there is one; null where the ring was closed and all is empty.
   Batch* AwaitFilled() {
     Await([this] { return filled != emptied || isClosed; });
     return filled != emptied ? &At(emptied) : nullptr;
   }
-  void PassEmptied() { Tell([this] { ++emptied; }); }
+  void PassEmptied() {
+    Tell([this] { ++emptied; });
+  }
 
   // Nothing more is filled.
-  void Close() { Tell([this] { isClosed = true; }); }
+  void Close() {
+    Tell([this] { isClosed = true; });
+  }
 
  private:
   Batch& At(std::size_t count) { return batches[count % batches.size()]; }
