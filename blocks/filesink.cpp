@@ -124,8 +124,8 @@ class FileSink : public vorn::PluginBlock {
   void Configure() {
     SNDFILE* handle = file.Handle();
     // A chunk with the peak and the time would make files of the same samples differ.
-    sf_command(handle, SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
-    if (IsGiven(QUALITY)) {
+    if (handle != nullptr) sf_command(handle, SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
+    if (handle != nullptr && IsGiven(QUALITY)) {
       double quality = Number(QUALITY);
       sf_command(handle, SFC_SET_VBR_ENCODING_QUALITY, &quality, sizeof quality);
     }

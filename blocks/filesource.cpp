@@ -201,7 +201,7 @@ class FileSource : public vorn::PluginBlock {
       return Rewind() ? Refusal() : NameOf(parameters) + ": " + file->Error();
     }
 
-    bool Rewind() { return sf_seek(file->Handle(), at = start, SEEK_SET) == start; }
+    bool Rewind() { return file->Seek(at = start); }
 
     vorn::Stream Streamed(const vorn::Parameters& parameters) const {
       vorn::Stream stream;

@@ -3,6 +3,8 @@
 #include <fcntl.h>
 
 #include <algorithm>
+#include <array>
+#include <climits>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
@@ -134,6 +136,65 @@ Announced ReadAnnounced(FileBytes& file, const SF_INFO& info, sf_count_t dataOff
     }
     default: return {};
   }
+}
+
+bool IsPlainWav(int format) {
+  return format == (SF_FORMAT_WAV | SF_FORMAT_PCM_16) || format == (SF_FORMAT_WAV | SF_FORMAT_PCM_24) ||
+         format == (SF_FORMAT_WAV | SF_FORMAT_PCM_32);
+}
+
+bool ReadPlainWav(FileBytes& file, SF_INFO& info, sf_count_t& dataOffset) {
+  constexpr std::size_t FORMAT_BYTES = 16;
+  constexpr std::uint64_t PCM = 1;
+  std::array<char, 4096> start;
+  const View header(start.data(),
+                    static_cast<std::size_t>(std::max<sf_count_t>(file.ReadAt(start.data(), start.size(), 0), 0)));
+  const std::size_t data = DataOfWav(header);
+  const std::size_t about = RIFF_HEAD + CHUNK_HEAD;
+  if (data == 0 || !Has(header, RIFF_HEAD, "fmt ") || Number(header, about - 4, 4, false) != FORMAT_BYTES) return false;
+  const std::uint64_t bits = Number(header, about + 14, 2, false);
+  const std::uint64_t width = Number(header, about + 12, 2, false);
+  const std::uint64_t channels = Number(header, about + 2, 2, false);
+  const std::uint64_t rate = Number(header, about + 4, 4, false);
+  const std::uint64_t bytes = Number(header, data - 4, 4, false);
+  const bool isPlain = Number(header, about, 2, false) == PCM && (bits == 16 || bits == 24 || bits == 32) &&
+                       channels > 0 && channels <= static_cast<std::uint64_t>(MOST_PLAIN_CHANNELS) &&
+                       width == channels * bits / 8;
+  const bool isWhole = rate > 0 && rate <= INT_MAX && bytes > 0 && bytes < 0x7FFFEF00 && bytes % width == 0 &&
+                       file.Length() >= static_cast<sf_count_t>(data + bytes);
+  if (!isPlain || !isWhole) return false;
+  info = {};
+  info.samplerate = static_cast<int>(rate);
+  info.channels = static_cast<int>(channels);
+  info.frames = static_cast<sf_count_t>(bytes / width);
+  info.format = SF_FORMAT_WAV | (bits == 16 ? SF_FORMAT_PCM_16 : bits == 24 ? SF_FORMAT_PCM_24 : SF_FORMAT_PCM_32);
+  info.sections = info.seekable = 1;
+  dataOffset = static_cast<sf_count_t>(data);
+  return true;
+}
+
+std::array<char, PLAIN_WAV_HEADER> PlainWavHeader(const SF_INFO& info, sf_count_t bytes) {
+  std::array<char, PLAIN_WAV_HEADER> header;
+  char* to = header.data();
+  const auto text = [&](const char* name) { to = std::copy_n(name, 4, to); };
+  const auto number = [&](sf_count_t value, int count) {
+    for (int i = 0; i < count; ++i) *to++ = static_cast<char>(value >> 8 * i);
+  };
+  const int width = info.channels * WidthOf(info.format);
+  text("RIFF");
+  number(bytes + PLAIN_WAV_HEADER - static_cast<sf_count_t>(CHUNK_HEAD), 4);
+  text("WAVE");
+  text("fmt ");
+  number(16, 4);
+  number(1, 2);
+  number(info.channels, 2);
+  number(info.samplerate, 4);
+  number(static_cast<sf_count_t>(info.samplerate) * width, 4);
+  number(width, 2);
+  number(8 * WidthOf(info.format), 2);
+  text("data");
+  number(bytes, 4);
+  return header;
 }
 
 bool MakeRf64(FileBytes& file, sf_count_t samples) {

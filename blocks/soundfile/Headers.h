@@ -4,6 +4,7 @@
 
 #include <sndfile.h>
 
+#include <array>
 #include <span>
 
 namespace soundfile {
@@ -25,6 +26,20 @@ struct Announced {
 
 // @param info of the open file. @param dataOffset where its samples begin.
 Announced ReadAnnounced(FileBytes& file, const SF_INFO& info, sf_count_t dataOffset);
+
+constexpr int MOST_PLAIN_CHANNELS = 64;
+constexpr int PLAIN_WAV_HEADER = 44;  // bytes
+
+// Whether this is a WAV whose samples are plain whole numbers: it is read and written here, without libsndfile, which
+// need not be loaded then.
+bool IsPlainWav(int format);
+
+// Reads the header of a file that is such a WAV, and whole. @param dataOffset where its samples begin. @return false
+// for any other file, or where something about it is not as usual: libsndfile knows what to make of that.
+bool ReadPlainWav(FileBytes& file, SF_INFO& info, sf_count_t& dataOffset);
+
+// The header of such a WAV, as libsndfile writes it. @param bytes of its samples.
+std::array<char, PLAIN_WAV_HEADER> PlainWavHeader(const SF_INFO& info, sf_count_t bytes);
 
 // Makes an RF64 of a finished WAV that is longer than its header can say. The samples move back by a block of the disk;
 // where the file system cannot do that by itself, they are copied.

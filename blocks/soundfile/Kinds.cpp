@@ -8,6 +8,7 @@
 #include <vorn/kit/StreamCheck.h>
 
 #include "Formats.h"
+#include "Headers.h"
 
 namespace soundfile {
 namespace {
@@ -19,10 +20,10 @@ using vorn::SampleFormat;
 constexpr struct {
   const char* ending;
   int container;
-} OTHER_ENDINGS[] = {{"aif", SF_FORMAT_AIFF},    {"aifc", SF_FORMAT_AIFF}, {"snd", SF_FORMAT_AU},
-                     {"ogg", SF_FORMAT_OGG},     {"opus", SF_FORMAT_OGG},  {"mp3", SF_FORMAT_MPEG},
-                     {"wavex", SF_FORMAT_WAVEX}, {"nist", SF_FORMAT_NIST}, {"sph", SF_FORMAT_NIST},
-                     {"pcm", SF_FORMAT_RAW}};
+} OTHER_ENDINGS[] = {{"wav", SF_FORMAT_WAV},  {"aif", SF_FORMAT_AIFF},    {"aifc", SF_FORMAT_AIFF},
+                     {"snd", SF_FORMAT_AU},   {"ogg", SF_FORMAT_OGG},     {"opus", SF_FORMAT_OGG},
+                     {"mp3", SF_FORMAT_MPEG}, {"wavex", SF_FORMAT_WAVEX}, {"nist", SF_FORMAT_NIST},
+                     {"sph", SF_FORMAT_NIST}, {"pcm", SF_FORMAT_RAW}};
 
 // How samples of a format are stored best, then second best.
 const std::vector<int>& Encodings(SampleFormat format) {
@@ -131,6 +132,8 @@ Refusal ChooseKind(const std::string& path, const std::string& ending, vorn::Str
   info.channels = static_cast<int>(in.channels);
   if (in.rate == 0 || in.channels == 0 || in.format < 0) return {};
   const auto format = static_cast<SampleFormat>(in.format);
+  info.format = container | Encodings(format).front();
+  if (IsPlainWav(info.format) && info.channels <= MOST_PLAIN_CHANNELS && info.samplerate > 0) return {};
   if (ChooseEncoding(info, container, ending, format)) {
     const int error = ErrorOfBeginning(info);
     if (error == 0) return {};

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <utility>
 
 namespace soundfile {
 namespace {
@@ -90,10 +91,41 @@ std::string SoundFile::Open(int descriptor, int mode) {
   if (mode == SFM_WRITE && IsPipe() && !FlowsThroughPipes(info.format)) {
     return "a pipe takes wav, au, flac, ogg, mp3 or raw: others begin with their length";
   }
+  if (OpenPlain(mode)) return {};
   std::string error = OpenHandle(mode);
   if (error.empty() && mode == SFM_READ && (info.format & SF_FORMAT_TYPEMASK) != SF_FORMAT_RAW) error = ReadLength();
   bytes.EndHeader();
   return error;
+}
+
+bool SoundFile::OpenPlain(int mode) {
+  isWritten = mode == SFM_WRITE;
+  const bool isEven = info.channels * WidthOf(info.format) % 2 == 0;  // others end with a byte more, at times
+  isPlain = !IsPipe() && (isWritten ? IsPlainWav(info.format) && info.channels <= MOST_PLAIN_CHANNELS && isEven
+                                    : info.format == 0 && ReadPlainWav(bytes, info, plainOffset));
+  if (!isPlain) return false;
+  if (isWritten) {
+    plainOffset = PLAIN_WAV_HEADER;
+    WritePlainHeader();
+  } else {
+    announced = info.frames;
+  }
+  bytes.Seek(plainOffset, SEEK_SET);
+  return true;
+}
+
+// And comes back to where the file is written.
+void SoundFile::WritePlainHeader() {
+  const sf_count_t at = bytes.Tell();
+  const auto header = PlainWavHeader(info, std::max<sf_count_t>(bytes.Length() - plainOffset, 0));
+  bytes.Seek(0, SEEK_SET);
+  bytes.Write(header.data(), static_cast<sf_count_t>(header.size()));
+  bytes.Seek(at, SEEK_SET);
+}
+
+bool SoundFile::Seek(long sample) {
+  if (!isPlain) return sf_seek(file.get(), sample, SEEK_SET) == sample;
+  return bytes.Seek(plainOffset + sample * SampleBytes(FormatOfFile(info.format)), SEEK_SET) >= 0;
 }
 
 std::string SoundFile::OpenHandle(int mode) {
@@ -126,10 +158,13 @@ std::string SoundFile::OpenWithoutHeader(sf_count_t dataOffset) {
 }
 
 std::string SoundFile::Close(bool syncs) {
-  if (!file) return bytes.Close(), std::string();
+  if (!IsOpen()) return bytes.Close(), std::string();
   problem.clear();
-  const int ret = sf_close(file.release());
-  if (ret != 0) problem = sf_error_number(ret);
+  if (std::exchange(isPlain, false)) {
+    if (isWritten) WritePlainHeader();
+  } else if (const int ret = sf_close(file.release()); ret != 0) {
+    problem = sf_error_number(ret);
+  }
   bytes.FlushLast();
   if (samplesWritten > 0 && IsPastWav() && !MakeRf64(bytes, samplesWritten)) problem = "its header cannot be written";
   if (syncs) bytes.Sync();
@@ -151,16 +186,20 @@ void SoundFile::Carry(vorn::SampleFormat format, long samples) {
   wanted = format;
   passes = BytesOfFile() == format;
   const vorn::SampleFormat own = FormatOfFile(info.format);
-  carrier = own == vorn::SampleFormat::FLOAT_LE ? vorn::NATIVE_FLOAT
-            : own == vorn::SampleFormat::S16_LE ? NATIVE_S16
-                                                : NATIVE_S32;
+  carrier = isPlain                               ? own
+            : own == vorn::SampleFormat::FLOAT_LE ? vorn::NATIVE_FLOAT
+            : own == vorn::SampleFormat::S16_LE   ? NATIVE_S16
+                                                  : NATIVE_S32;
   const std::size_t values = static_cast<std::size_t>(samples) * static_cast<std::size_t>(info.channels);
   carried.resize(passes || carrier == wanted ? 0 : values * vorn::BytesPerSample(carrier));
   work.resize(carried.empty() ? 0 : values);
 }
 
 long SoundFile::Read(std::uint8_t* to, long samples) {
-  if (passes) return BytesToSamples(sf_read_raw(file.get(), to, SamplesToBytes(samples)));
+  if (passes && !isPlain) {
+    const long size = SampleBytes(wanted);
+    return static_cast<long>(std::max<sf_count_t>(sf_read_raw(file.get(), to, samples * size), 0)) / size;
+  }
   if (carrier == wanted) return ReadCarrier(to, samples);
   const long got = ReadCarrier(carried.data(), samples);
   Convert(carrier, carried.data(), wanted, to, got);
@@ -170,11 +209,14 @@ long SoundFile::Read(std::uint8_t* to, long samples) {
 long SoundFile::Write(const std::uint8_t* from, long samples) {
   if (!Fits(samples)) return 0;
   samplesWritten += samples;
-  if (passes) return BytesToSamples(sf_write_raw(file.get(), from, SamplesToBytes(samples)));
+  if (passes && !isPlain) {
+    const long size = SampleBytes(wanted);
+    return static_cast<long>(std::max<sf_count_t>(sf_write_raw(file.get(), from, samples * size), 0)) / size;
+  }
   if (carrier == wanted) return WriteCarrier(from, samples);
   // libsndfile cuts what a narrower file cannot hold; rounding to its width first leaves nothing to cut.
   const vorn::SampleFormat own = FormatOfFile(info.format);
-  if (carrier == NATIVE_S32 && own != vorn::SampleFormat::S32_LE) {
+  if (!isPlain && carrier == NATIVE_S32 && own != vorn::SampleFormat::S32_LE) {
     Convert(wanted, from, own, carried.data(), samples);
     Convert(own, carried.data(), carrier, carried.data(), samples);
   } else {
@@ -192,7 +234,10 @@ bool SoundFile::Fits(long samples) {
 }
 
 bool SoundFile::RenewHeader() {
-  if (!bytes.IsPipe() && HasLengthInHeader(info.format)) sf_command(file.get(), SFC_UPDATE_HEADER_NOW, nullptr, 0);
+  if (isPlain)
+    WritePlainHeader();
+  else if (!bytes.IsPipe() && HasLengthInHeader(info.format))
+    sf_command(file.get(), SFC_UPDATE_HEADER_NOW, nullptr, 0);
   if (!bytes.Flush()) return false;
   if (IsPastWav()) MendPastWav();
   return !HasFailed();
@@ -210,6 +255,7 @@ void SoundFile::MendPastWav() {
 
 // The format of the bytes as they lie in the file, for containers that hold plain samples.
 std::optional<vorn::SampleFormat> SoundFile::BytesOfFile() {
+  if (isPlain) return FormatOfFile(info.format);
   switch (info.format & SF_FORMAT_TYPEMASK) {
     case SF_FORMAT_WAV:
     case SF_FORMAT_WAVEX:
@@ -235,20 +281,26 @@ std::optional<vorn::SampleFormat> SoundFile::BytesOfFile() {
   }
 }
 
-sf_count_t SoundFile::SamplesToBytes(long samples) const {
-  return samples * info.channels * static_cast<long>(vorn::BytesPerSample(wanted));
-}
-long SoundFile::BytesToSamples(sf_count_t size) const {
-  return size <= 0 ? 0 : size / (info.channels * static_cast<long>(vorn::BytesPerSample(wanted)));
+long SoundFile::SampleBytes(vorn::SampleFormat format) const {
+  return info.channels * static_cast<long>(vorn::BytesPerSample(format));
 }
 
 long SoundFile::ReadCarrier(void* to, long samples) {
+  if (isPlain) {
+    const long size = SampleBytes(carrier);
+    const sf_count_t left = plainOffset + info.frames * size - bytes.Tell();
+    return static_cast<long>(bytes.Read(to, std::clamp<sf_count_t>(left, 0, samples * size))) / size;
+  }
   if (carrier == NATIVE_S16) return sf_readf_short(file.get(), static_cast<short*>(to), samples);
   if (carrier == NATIVE_S32) return sf_readf_int(file.get(), static_cast<int*>(to), samples);
   return sf_readf_float(file.get(), static_cast<float*>(to), samples);
 }
 
 long SoundFile::WriteCarrier(const void* from, long samples) {
+  if (isPlain) {
+    const long size = SampleBytes(carrier);
+    return static_cast<long>(bytes.Write(from, samples * size)) / size;
+  }
   if (carrier == NATIVE_S16) return sf_writef_short(file.get(), static_cast<const short*>(from), samples);
   if (carrier == NATIVE_S32) return sf_writef_int(file.get(), static_cast<const int*>(from), samples);
   return sf_writef_float(file.get(), static_cast<const float*>(from), samples);

@@ -18,7 +18,8 @@ namespace soundfile {
 
 // An open sound file that gives and takes samples of one chosen format.
 //
-// Where the bytes of the file are what is wanted, they pass as they are. Otherwise libsndfile carries them in a type of
+// Where the bytes of the file are what is wanted, they pass as they are; those of a plain WAV are read and written
+// without libsndfile. Otherwise libsndfile carries them in a type of
 // its own that loses nothing of the file, and they are converted with the rounding and saturation of the kit.
 class SoundFile {
  public:
@@ -41,9 +42,12 @@ class SoundFile {
   // Finishes the file, header and all. @param syncs to the disk itself. @return as Open.
   std::string Close(bool syncs);
 
-  bool IsOpen() const { return file != nullptr; }
+  bool IsOpen() const { return file != nullptr || isPlain; }
   bool IsPipe() const { return bytes.IsPipe(); }
+  // Null of a plain WAV, which needs no libsndfile.
   SNDFILE* Handle() { return file.get(); }
+  // Goes on from this sample. @return false on an error.
+  bool Seek(long sample);
   bool HasFailed() { return !problem.empty() || bytes.SystemError() != 0 || (file && sf_error(file.get()) != 0); }
   std::string Error();
   // Samples a reader can expect by what the file says of itself; -1 where it does not say.
@@ -61,6 +65,8 @@ class SoundFile {
   bool RenewHeader();
 
  private:
+  bool OpenPlain(int mode);
+  void WritePlainHeader();
   std::string OpenHandle(int mode);
   std::string ReadLength();
   std::string OpenWithoutHeader(sf_count_t dataOffset);
@@ -68,8 +74,7 @@ class SoundFile {
   bool IsPastWav();
   void MendPastWav();
   std::optional<vorn::SampleFormat> BytesOfFile();
-  sf_count_t SamplesToBytes(long samples) const;
-  long BytesToSamples(sf_count_t size) const;
+  long SampleBytes(vorn::SampleFormat format) const;
   long ReadCarrier(void* to, long samples);
   long WriteCarrier(const void* from, long samples);
   void Convert(vorn::SampleFormat a, const void* from, vorn::SampleFormat b, void* to, long samples);
@@ -80,6 +85,9 @@ class SoundFile {
 
   FileBytes bytes;
   std::unique_ptr<SNDFILE, Closer> file;
+  bool isPlain = false;        // a WAV without libsndfile
+  bool isWritten = false;      // such a one
+  sf_count_t plainOffset = 0;  // of its samples
   std::string problem;
   sf_count_t announced = -1;
   sf_count_t samplesWritten = 0;
