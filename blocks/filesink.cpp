@@ -8,6 +8,7 @@
 // there is stays beside, and what was in the place stays there.
 #include <algorithm>
 #include <atomic>
+#include <new>
 #include <system_error>
 #include <thread>
 
@@ -67,7 +68,7 @@ class FileSink : public vorn::PluginBlock {
     const Refusal refusal = ChooseFile(Table(), vorn::StreamOf(In()), file.info);
     if (!refusal.empty()) return Refuse(refusal);
     written = taken = 0;
-    isBegun = isCutOff = hasFailed = false;
+    isBegun = isCutOff = isShort = hasFailed = false;
     std::string error = place.Open(Text(PATH), {Flag(INPLACE), Flag(CLOBBER)}, Interruption());
     file.Obey(&Interruption());
     if (error.empty()) error = file.Open(place.Descriptor(), SFM_WRITE);
@@ -146,12 +147,15 @@ class FileSink : public vorn::PluginBlock {
   } catch (const std::system_error&) {
   }
 
-  void WriteBehind() {
+  void WriteBehind() try {
     for (Batch* full = ring.AwaitFilled(); full != nullptr; full = ring.AwaitFilled()) {
       const bool isWritten = Write(*full);
       ring.PassEmptied();
       if (!isWritten) return ring.Close();
     }
+  } catch (const std::bad_alloc&) {
+    isShort = hasFailed = true;
+    ring.Close();
   }
 
   // Gets rid of the batch, or has it got rid of.
@@ -203,7 +207,7 @@ class FileSink : public vorn::PluginBlock {
 
   bool Abandon() {
     EndWriter();
-    return Abandon(file.Error());
+    return Abandon(isShort ? "no memory" : file.Error());
   }
 
   bool Abandon(const std::string& error) {
@@ -245,6 +249,7 @@ class FileSink : public vorn::PluginBlock {
   long written = 0;
   long samplesToRenewal = 0;
   long untilRenewal = 0;
+  bool isShort = false;  // of memory
 
   std::atomic<bool> hasFailed{false};
   soundfile::BatchRing ring;  // of the batches for the writer

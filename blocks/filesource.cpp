@@ -260,10 +260,13 @@ class FileSource : public vorn::PluginBlock {
   }
 
   // Over the end and the start of a loop if need be. Without samples at the end.
-  void Fill(Batch& to) {
+  void Fill(Batch& to) try {
+    to.samples = 0;
     to.loss.clear();
     to.error.clear();
     to.samples = Read(to);
+  } catch (const std::exception& e) {
+    to.error = e.what();  // short enough to need no memory where that is what is short
   }
 
   long Read(Batch& to) {

@@ -234,10 +234,11 @@ bool SoundFile::Fits(long samples) {
 }
 
 bool SoundFile::RenewHeader() {
-  if (isPlain)
+  if (isPlain) {
     WritePlainHeader();
-  else if (!bytes.IsPipe() && HasLengthInHeader(info.format))
+  } else if (!bytes.IsPipe() && HasLengthInHeader(info.format)) {
     sf_command(file.get(), SFC_UPDATE_HEADER_NOW, nullptr, 0);
+  }
   if (!bytes.Flush()) return false;
   if (IsPastWav()) MendPastWav();
   return !HasFailed();
