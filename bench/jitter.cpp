@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sched.h>
+#include <sys/mman.h>
 
 #include <cmath>
 #include <optional>
@@ -23,7 +24,7 @@ constexpr long FIRST_FRAMES = 50;
 constexpr std::size_t BLOCKS = 8;
 constexpr int PRIORITY = 50;
 
-long Frames() { return Length(6000); }
+long Frames() { return Length(1500); }
 
 /** Waits for the next of the times that are a period apart. */
 struct TimerSource : vorn::PluginBlock {
@@ -127,6 +128,7 @@ void MeasureHere(const std::string& name, Pace pace, bool isLoaded, bool isReal)
   const Load load(isLoaded ? 4 : 0);
   std::optional<JackServer> server;
   if (pace == Pace::JACK) server.emplace(isReal);
+  if (isReal) mlockall(MCL_CURRENT | MCL_FUTURE);  // as vorn-run --realtime; it measures without, too
   const std::vector<double> times = Run(pace, isReal);
   if (!times.empty()) return Print(name, times);
   std::fprintf(stderr, "jitter: no %s\n", name.c_str());
