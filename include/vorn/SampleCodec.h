@@ -16,9 +16,11 @@
 #ifndef VORN_SAMPLE_CODEC_H
 #define VORN_SAMPLE_CODEC_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <type_traits>
 #include <vector>
 
@@ -105,6 +107,95 @@ inline void StoreSample(SampleValue<F> sample, std::uint8_t* to) {
   }
 }
 
+namespace codec {
+
+/** Four packed samples are three words, and that vectorises, which single bytes do not. The last ones go one by one. */
+template <SampleFormat F>
+inline void Unpack(const std::uint8_t* __restrict from, std::int32_t* __restrict to, std::size_t count) {
+  constexpr bool IS_SWAPPED = FormatLayout<F>::IS_SWAPPED;
+  const auto signedTop = [](std::uint32_t word) { return static_cast<std::int32_t>(word) >> 8; };
+  const std::size_t fours = count / 4;
+  for (std::size_t i = 0; i < fours; ++i) {
+    const auto a = LoadWord<std::uint32_t, IS_SWAPPED>(from + 12 * i);
+    const auto b = LoadWord<std::uint32_t, IS_SWAPPED>(from + 12 * i + 4);
+    const auto c = LoadWord<std::uint32_t, IS_SWAPPED>(from + 12 * i + 8);
+    to[4 * i] = signedTop(FormatLayout<F>::IS_BIG_ENDIAN ? a : a << 8);
+    to[4 * i + 1] = signedTop(FormatLayout<F>::IS_BIG_ENDIAN ? a << 24 | b >> 8 : b << 16 | a >> 16);
+    to[4 * i + 2] = signedTop(FormatLayout<F>::IS_BIG_ENDIAN ? b << 16 | c >> 16 : c << 24 | b >> 8);
+    to[4 * i + 3] = signedTop(FormatLayout<F>::IS_BIG_ENDIAN ? c << 8 : c);
+  }
+  for (std::size_t i = 4 * fours; i < count; ++i) to[i] = LoadSample<F>(from + 3 * i);
+}
+
+template <SampleFormat F>
+inline void Pack(const std::int32_t* __restrict from, std::uint8_t* __restrict to, std::size_t count) {
+  constexpr bool IS_SWAPPED = FormatLayout<F>::IS_SWAPPED;
+  const std::size_t fours = count / 4;
+  for (std::size_t i = 0; i < fours; ++i) {
+    const std::uint32_t a = BitCast<std::uint32_t>(from[4 * i]) & 0xFFFFFFU;
+    const std::uint32_t b = BitCast<std::uint32_t>(from[4 * i + 1]) & 0xFFFFFFU;
+    const std::uint32_t c = BitCast<std::uint32_t>(from[4 * i + 2]) & 0xFFFFFFU;
+    const std::uint32_t d = BitCast<std::uint32_t>(from[4 * i + 3]) & 0xFFFFFFU;
+    StoreWord<IS_SWAPPED>(FormatLayout<F>::IS_BIG_ENDIAN ? a << 8 | b >> 16 : a | b << 24, to + 12 * i);
+    StoreWord<IS_SWAPPED>(FormatLayout<F>::IS_BIG_ENDIAN ? b << 16 | c >> 8 : b >> 8 | c << 16, to + 12 * i + 4);
+    StoreWord<IS_SWAPPED>(FormatLayout<F>::IS_BIG_ENDIAN ? c << 24 | d : c >> 16 | d << 8, to + 12 * i + 8);
+  }
+  for (std::size_t i = 4 * fours; i < count; ++i) StoreSample<F>(from[i], to + 3 * i);
+}
+
+/** Calls work(run, first, length) with room for the packed samples `first` to `first + length - 1`, until it had all. */
+template <class Work>
+inline void ForRuns(std::size_t count, Work work) {
+  alignas(64) std::int32_t run[256];
+  for (std::size_t first = 0; first < count; first += std::size(run)) {
+    work(run, first, std::min(std::size(run), count - first));
+  }
+}
+
+}  // namespace codec
+
+/** Calls use(i, sample) for samples 0 to count - 1, in a loop that vectorises for every format if `use` does. */
+template <SampleFormat F, class Use>
+inline void ReadSamples(const std::uint8_t* __restrict from, std::size_t count, Use use) {
+  if constexpr (BytesPerSample(F) == 3) {
+    codec::ForRuns(count, [=](std::int32_t* run, std::size_t first, std::size_t length) {
+      codec::Unpack<F>(from + 3 * first, run, length);
+      for (std::size_t i = 0; i < length; ++i) use(first + i, run[i]);
+    });
+  } else {
+    for (std::size_t i = 0; i < count; ++i) use(i, LoadSample<F>(from + BytesPerSample(F) * i));
+  }
+}
+
+/** Stores make(i), which is in the format's range, as samples 0 to count - 1. */
+template <SampleFormat F, class Make>
+inline void WriteSamples(std::uint8_t* __restrict to, std::size_t count, Make make) {
+  if constexpr (BytesPerSample(F) == 3) {
+    codec::ForRuns(count, [=](std::int32_t* run, std::size_t first, std::size_t length) {
+      for (std::size_t i = 0; i < length; ++i) run[i] = make(first + i);
+      codec::Pack<F>(run, to + 3 * first, length);
+    });
+  } else {
+    for (std::size_t i = 0; i < count; ++i) StoreSample<F>(make(i), to + BytesPerSample(F) * i);
+  }
+}
+
+/** Stores change(i, sample) for samples 0 to count - 1. */
+template <SampleFormat F, class Change>
+inline void ChangeSamples(const std::uint8_t* __restrict from, std::uint8_t* __restrict to, std::size_t count,
+                          Change change) {
+  if constexpr (BytesPerSample(F) == 3) {
+    codec::ForRuns(count, [=](std::int32_t* run, std::size_t first, std::size_t length) {
+      codec::Unpack<F>(from + 3 * first, run, length);
+      for (std::size_t i = 0; i < length; ++i) run[i] = change(first + i, run[i]);
+      codec::Pack<F>(run, to + 3 * first, length);
+    });
+  } else {
+    constexpr std::size_t BYTES = BytesPerSample(F);
+    for (std::size_t i = 0; i < count; ++i) StoreSample<F>(change(i, LoadSample<F>(from + BYTES * i)), to + BYTES * i);
+  }
+}
+
 /**
  * Makes samples of values on the scale of the format (32767 is the highest of a 16-bit one): saturates them to its
  * range and rounds them to the nearest whole number, ties to even. For a float format, just a float.
@@ -124,7 +215,7 @@ class SampleRounder {
 
  public:
   /** NaN gives 0. */
-  std::int32_t operator()(Real value) const { return OfNumber(value == value ? value : zero); }
+  std::int32_t operator()(Real value) const { return OfNumber(value == value ? value : 0); }
 
   /** For a value that is no NaN. */
   std::int32_t OfNumber(Real value) const {
@@ -145,7 +236,6 @@ class SampleRounder {
 
   Real highest = Hidden(static_cast<Real>(FormatLayout<F>::FULL_SCALE - 1));
   Real lowest = Hidden(static_cast<Real>(-FormatLayout<F>::FULL_SCALE));
-  Real zero = Hidden(0);
 };
 
 template <SampleFormat F, class Real>
@@ -159,9 +249,7 @@ class SampleRounder<F, Real, true> {
 template <SampleFormat F, class Real>
 inline void DecodeAs(const std::uint8_t* __restrict from, Real* __restrict to, std::size_t count) {
   constexpr Real SCALE = static_cast<Real>(1 / FormatLayout<F>::FULL_SCALE);
-  for (std::size_t i = 0; i < count; ++i) {
-    to[i] = static_cast<Real>(LoadSample<F>(from + BytesPerSample(F) * i)) * SCALE;
-  }
+  ReadSamples<F>(from, count, [=](std::size_t i, SampleValue<F> sample) { to[i] = static_cast<Real>(sample) * SCALE; });
 }
 
 /** `count` samples of floating point to format F. The two must not overlap. */
@@ -171,9 +259,35 @@ inline void EncodeAs(const Real* __restrict from, std::uint8_t* __restrict to, s
   using Work = std::conditional_t<Layout::IS_FLOAT || Layout::BYTES <= 2, Real, double>;
   constexpr Work SCALE = static_cast<Work>(Layout::FULL_SCALE);
   const SampleRounder<F, Work> round;
-  for (std::size_t i = 0; i < count; ++i) {
-    StoreSample<F>(round(static_cast<Work>(from[i]) * SCALE), to + Layout::BYTES * i);
-  }
+  WriteSamples<F>(to, count, [=](std::size_t i) { return round(static_cast<Work>(from[i]) * SCALE); });
+}
+
+namespace codec {
+
+#if defined(__GNUC__) && defined(__x86_64__)
+template <class Loop>
+[[gnu::target("avx2"), gnu::flatten, gnu::noinline]] void RunOnAvx2(Loop loop) {
+  loop();
+}
+#endif
+
+}  // namespace codec
+
+/**
+ * Calls loop(), which is compiled twice: for vectors of 256 bits, where the processor has them, and for any processor.
+ *
+ *     OnVectors([=] { for (std::size_t i = 0; i < count; ++i) to[i] = factor * from[i]; });
+ *
+ * A loop that keeps its variables as copies vectorises best: a store cannot change them then. Both versions give the
+ * same bits, as AVX2 does not bring the fused multiplication, which rounds differently. The compiler's own clones of a
+ * function (target_clones) stand on ifunc, which sanitizers do not have, and are none for templates.
+ */
+template <class Loop>
+inline void OnVectors(Loop loop) {
+#if defined(__GNUC__) && defined(__x86_64__)
+  if (__builtin_cpu_supports("avx2")) return codec::RunOnAvx2(loop);
+#endif
+  loop();
 }
 
 /** Calls `work` with the format as a compile-time constant: work(std::integral_constant<SampleFormat, F>{}). */
@@ -195,13 +309,17 @@ inline void WithFormat(SampleFormat format, Work&& work) {
 /** `count` samples (of all channels together) to float or double. `from` and `to` must not overlap. */
 template <class Real>
 inline void Decode(SampleFormat format, const void* from, Real* to, std::size_t count) {
-  WithFormat(format, [&](auto f) { DecodeAs<decltype(f)::value>(static_cast<const std::uint8_t*>(from), to, count); });
+  WithFormat(format, [=](auto f) {
+    OnVectors([=] { DecodeAs<decltype(f)::value>(static_cast<const std::uint8_t*>(from), to, count); });
+  });
 }
 
 /** `count` samples (of all channels together) from float or double. `from` and `to` must not overlap. */
 template <class Real>
 inline void Encode(SampleFormat format, const Real* from, void* to, std::size_t count) {
-  WithFormat(format, [&](auto f) { EncodeAs<decltype(f)::value>(from, static_cast<std::uint8_t*>(to), count); });
+  WithFormat(format, [=](auto f) {
+    OnVectors([=] { EncodeAs<decltype(f)::value>(from, static_cast<std::uint8_t*>(to), count); });
+  });
 }
 
 /** A frame in floating point, interleaved as in the frame buffer. Allocates in Prepare, and where a link's frames outgrew that. */

@@ -10,7 +10,8 @@ namespace {
 
 using vorn::Parameter;
 
-// Red if a value is cut instead of rounded, wraps instead of saturating, or a byte order or a NaN gets through.
+// Red if a value is cut instead of rounded, wraps instead of saturating, a byte order or a NaN gets through, or a loop
+// for the processor at hand gives another sample than that for any.
 template <class Real>
 void ExpectExactCodec() {
   for (const auto format : testkit::FORMATS) {
@@ -21,18 +22,22 @@ void ExpectExactCodec() {
     for (const double number : testkit::RandomNumbers(vorn::SampleFormat::S32_LE, 4001)) {
       values.push_back(static_cast<Real>(number / 2147483648.0 * 1.1));
     }
-    std::vector<std::uint8_t> bytes(values.size() * vorn::BytesPerSample(format));
+    if (!testkit::IsFloat(format)) values[40] = values.back() = std::numeric_limits<Real>::quiet_NaN();
+    std::vector<std::uint8_t> bytes(values.size() * vorn::BytesPerSample(format)), plain = bytes;
     vorn::Encode(format, values.data(), bytes.data(), values.size());
     const auto numbers = testkit::Numbers(format, bytes);
-    std::vector<Real> back(values.size());
+    std::vector<Real> back(values.size()), plainBack = back;
     vorn::Decode(format, bytes.data(), back.data(), back.size());
+    vorn::WithFormat(format, [&](auto f) {
+      vorn::EncodeAs<decltype(f)::value>(values.data(), plain.data(), values.size());
+      vorn::DecodeAs<decltype(f)::value>(bytes.data(), plainBack.data(), back.size());
+    });
+    EXPECT_TRUE(plain == bytes && plainBack == back) << vorn::FormatName(format);
     for (std::size_t i = 0; i < values.size(); ++i) {
+      if (values[i] != values[i]) values[i] = 0;
       ASSERT_EQ(numbers[i], testkit::Nearest(format, values[i] * full)) << vorn::FormatName(format) << " " << values[i];
       ASSERT_EQ(back[i], static_cast<Real>(numbers[i] / full));
     }
-    const Real nan = std::numeric_limits<Real>::quiet_NaN();
-    vorn::Encode(format, &nan, bytes.data(), 1);
-    EXPECT_TRUE(testkit::IsFloat(format) || testkit::Numbers(format, bytes)[0] == 0);
   }
 }
 TEST(SampleCodec, IsTheNearestSampleInFloatAndInDouble) {
