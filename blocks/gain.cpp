@@ -3,30 +3,35 @@
 // An integer sample x becomes x * 10^(gain/20), computed in double, rounded to the nearest whole number (ties to even)
 // and saturated to its format's range; a float sample becomes the float nearest to that product. At 0 dB samples pass
 // bit by bit. A new gain is reached in a straight line over one frame.
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
 
 #include <vorn/Plugin.h>
 
+#include "Factors.h"
+
 namespace {
 
 using vorn::SampleFormat;
 
-template <SampleFormat F>
-void ScaleFrame(const std::uint8_t* __restrict from, std::uint8_t* __restrict to, std::size_t count, double factor) {
-  constexpr std::size_t BYTES = vorn::BytesPerSample(F);
+template <SampleFormat F, class Factor>
+void Scale(const std::uint8_t* __restrict from, std::uint8_t* __restrict to, std::size_t count, Factor factor) {
   const vorn::SampleRounder<F, double> round;
-  for (std::size_t i = 0; i < count; ++i) {
-    vorn::StoreSample<F>(round.OfNumber(vorn::LoadSample<F>(from + BYTES * i) * factor), to + BYTES * i);
-  }
+  vorn::ChangeSamples<F>(
+      from, to, count, [=](std::size_t i, vorn::SampleValue<F> sample) { return round.OfNumber(sample * factor(i)); });
 }
 
 template <SampleFormat F>
-void RampFrame(const vorn::FrameBuffer& in, std::uint8_t* to, vorn::Ramp::Line factor) {
-  const std::size_t instant = in.channels * vorn::BytesPerSample(F);
-  for (long i = 0; i < in.samples; ++i, to += instant) {
-    ScaleFrame<F>(in.data + static_cast<std::size_t>(i) * instant, to, in.channels, factor.At(i));
+void RampFrame(const std::uint8_t* from, std::uint8_t* to, std::size_t count, std::size_t channels,
+               vorn::Ramp::Line gain) {
+  alignas(64) double factors[PIECE];
+  for (std::size_t first = 0; first < count; first += PIECE) {
+    const std::size_t piece = std::min(PIECE, count - first);
+    const std::size_t begin = vorn::BytesPerSample(F) * first;
+    FillFactors(gain, channels, first, factors, piece);
+    Scale<F>(from + begin, to + begin, piece, [factor = factors](std::size_t i) { return factor[i]; });
   }
 }
 
@@ -61,12 +66,12 @@ class Gain : public vorn::PluginBlock {
     out.samples = in.samples;
     if (line.step == 0 && line.start == 1) return std::memcpy(out.data, in.data, bytes), vorn::FRAME_DONE;
     if (line.step == 0 && line.start == 0) return std::memset(out.data, 0, bytes), vorn::FRAME_DONE;
-    vorn::WithFormat(in.format, [&](auto format) {
+    vorn::WithFormat(in.format, [=, from = in.data, to = out.data, channels = in.channels](auto format) {
       constexpr SampleFormat F = decltype(format)::value;
       if (line.step == 0) {
-        ScaleFrame<F>(in.data, out.data, count, line.start);
+        vorn::OnVectors([=] { Scale<F>(from, to, count, [=](std::size_t) { return line.start; }); });
       } else {
-        RampFrame<F>(in, out.data, line);
+        vorn::OnVectors([=] { RampFrame<F>(from, to, count, channels, line); });
       }
     });
     return vorn::FRAME_DONE;

@@ -12,7 +12,7 @@ using vorn::SampleFormat;
 class Gain : public testing::TestWithParam<SampleFormat> {
  protected:
   const SampleFormat format = GetParam();
-  const StreamSpec spec{48000, format, 2, 480};
+  const StreamSpec spec{48000, format, 3, 480};
   Graph graph;
 
   // What comes out for these bytes. `now` is set between the start and the first frame.
@@ -31,7 +31,7 @@ INSTANTIATE_TEST_SUITE_P(, Gain, testing::ValuesIn(testkit::FORMATS),
 
 // Red if an add wraps, a byte order is mistaken, or a product is rounded anything but to the nearest.
 TEST_P(Gain, IsTheNearestSampleToTheProduct) {
-  const std::vector<double> numbers = testkit::RandomNumbers(format, 2 * 5001);
+  const std::vector<double> numbers = testkit::RandomNumbers(format, 3 * 5001);
   const auto bytes = testkit::Bytes(format, numbers);
   for (const double dB : {-6.0, -0.1, 3.5, 20.0, 60.0, -200.0}) {
     const auto scaled = testkit::Numbers(format, Play(bytes, vorn::NumberText(dB)));
@@ -46,7 +46,7 @@ TEST_P(Gain, IsTheNearestSampleToTheProduct) {
 
 // Red if 0 dB is an arithmetic that changes a bit; these are all the bytes there are, and NaNs among the floats.
 TEST_P(Gain, ZeroIsBitExact) {
-  std::vector<std::uint8_t> bytes(24 * 1001);
+  std::vector<std::uint8_t> bytes(36 * 1001);
   for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<std::uint8_t>(i * 37 + i / 256);
   EXPECT_EQ(Play(bytes, "0"), bytes);
 }
@@ -55,9 +55,9 @@ TEST_P(Gain, ZeroIsBitExact) {
 TEST_P(Gain, AChangeIsOneStraightFrame) {
   const double level = testkit::Nearest(format, 0.75 * testkit::FullScale(format));
   const auto out =
-      testkit::Numbers(format, Play(testkit::Bytes(format, std::vector<double>(2 * 960, level)), "0", "-20"));
+      testkit::Numbers(format, Play(testkit::Bytes(format, std::vector<double>(3 * 960, level)), "0", "-20"));
   for (std::size_t i = 0; i < out.size(); ++i) {
-    const double progress = std::min(1.0, static_cast<double>(i / 2 + 1) / 480);
+    const double progress = std::min(1.0, static_cast<double>(i / 3 + 1) / 480);
     ASSERT_NEAR(out[i], level * (1 - 0.9 * progress), testkit::IsFloat(format) ? 1e-6 : 0.501) << i;
   }
 }
