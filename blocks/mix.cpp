@@ -2,32 +2,58 @@
 //
 // Sums are computed in double: a whole number of any format adds up exactly, and is rounded and saturated once, at the
 // end. Floats go on beyond full scale. A new gain is reached in a straight line over one frame.
+#include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstring>
 #include <limits>
 
 #include <vorn/Plugin.h>
 
+#include "Factors.h"
+
 namespace {
 
-template <vorn::SampleFormat F>
-void AddScaled(const std::uint8_t* __restrict from, double* __restrict sum, std::size_t count, double factor) {
-  for (std::size_t i = 0; i < count; ++i) sum[i] += factor * vorn::LoadSample<F>(from + vorn::BytesPerSample(F) * i);
+/** A frame that is heard. */
+struct Voice {
+  const std::uint8_t* data;
+  vorn::Ramp::Line gain;
+};
+
+/** The first voice makes the sum, the others add to it. */
+template <vorn::SampleFormat F, bool IS_FIRST, class Factor>
+void AddScaled(const std::uint8_t* __restrict from, double* __restrict sum, std::size_t count, Factor factor) {
+  vorn::ReadSamples<F>(from, count, [=](std::size_t i, vorn::SampleValue<F> sample) {
+    sum[i] = (IS_FIRST ? 0 : sum[i]) + factor(i) * sample;
+  });
 }
 
-template <vorn::SampleFormat F>
-void AddFrame(const vorn::FrameBuffer& in, double* sum, vorn::Ramp::Line gain) {
-  if (gain.step == 0) return AddScaled<F>(in.data, sum, static_cast<std::size_t>(in.samples) * in.channels, gain.start);
-  const std::uint8_t* from = in.data;
-  for (long k = 0; k < in.samples; ++k, from += in.channels * vorn::BytesPerSample(F), sum += in.channels) {
-    AddScaled<F>(from, sum, in.channels, gain.At(k));
+template <vorn::SampleFormat F, bool IS_FIRST>
+void AddPiece(const Voice& voice, double* sum, std::size_t first, std::size_t count, std::size_t channels) {
+  const std::uint8_t* from = voice.data + vorn::BytesPerSample(F) * first;
+  if (voice.gain.step == 0) {
+    return AddScaled<F, IS_FIRST>(from, sum, count, [factor = voice.gain.start](std::size_t) { return factor; });
   }
+  alignas(64) double factors[PIECE];
+  FillFactors(voice.gain, channels, first, factors, count);
+  AddScaled<F, IS_FIRST>(from, sum, count, [factor = factors](std::size_t i) { return factor[i]; });
 }
 
 template <vorn::SampleFormat F>
-void StoreSum(const double* __restrict sum, std::uint8_t* __restrict to, std::size_t count) {
+void StorePiece(const double* __restrict sum, std::uint8_t* __restrict to, std::size_t count) {
   const vorn::SampleRounder<F, double> round;
-  for (std::size_t i = 0; i < count; ++i) vorn::StoreSample<F>(round(sum[i]), to + vorn::BytesPerSample(F) * i);
+  vorn::WriteSamples<F>(to, count, [=](std::size_t i) { return round.OfNumber(sum[i]); });
+}
+
+template <vorn::SampleFormat F>
+void MixFrame(const Voice* voice, const Voice* end, std::uint8_t* to, std::size_t count, std::size_t channels) {
+  alignas(64) double sum[PIECE];
+  for (std::size_t first = 0; first < count; first += PIECE) {
+    const std::size_t piece = std::min(PIECE, count - first);
+    AddPiece<F, true>(*voice, sum, first, piece, channels);
+    for (const Voice* more = voice + 1; more < end; ++more) AddPiece<F, false>(*more, sum, first, piece, channels);
+    StorePiece<F>(sum, to + vorn::BytesPerSample(F) * first, piece);
+  }
 }
 
 class Mix : public vorn::PluginBlock {
@@ -56,34 +82,33 @@ class Mix : public vorn::PluginBlock {
  protected:
   int Prepare() override {
     for (unsigned i = 0; i < INPUTS; ++i) gains[i].Jump(Factor(i));
-    sum.reserve(static_cast<std::size_t>(Out().samplesPerFrame) * Out().channels);
     return 0;
   }
 
   void OnSet(unsigned id) override { gains[id].Set(Factor(id)); }
 
   long Process() override {
-    Out().samples = In(ActiveInEps().begin()->first).samples;
-    vorn::WithFormat(Out().format, [this](auto format) { AddAll<decltype(format)::value>(); });
+    vorn::FrameBuffer& out = Out();
+    out.samples = In(ActiveInEps().begin()->first).samples;
+    Voice* end = voices.data();
+    for (const auto& [index, ep] : ActiveInEps()) {
+      const auto gain = gains[index].Next(out.samples);
+      const bool isMute = gain.start == 0 && gain.step == 0;
+      if (!isMute) *end++ = {In(index).data, gain};
+    }
+    if (end == voices.data()) return std::memset(out.data, 0, vorn::FrameBytes(out)), vorn::FRAME_DONE;
+    const std::size_t count = static_cast<std::size_t>(out.samples) * out.channels;
+    vorn::WithFormat(out.format, [=, voice = voices.data(), to = out.data, channels = out.channels](auto format) {
+      vorn::OnVectors([=] { MixFrame<decltype(format)::value>(voice, end, to, count, channels); });
+    });
     return vorn::FRAME_DONE;
   }
 
  private:
-  template <vorn::SampleFormat F>
-  void AddAll() {
-    sum.assign(static_cast<std::size_t>(Out().samples) * Out().channels, 0);
-    for (const auto& [index, ep] : ActiveInEps()) {
-      const auto gain = gains[index].Next(Out().samples);
-      const bool isMute = gain.start == 0 && gain.step == 0;
-      if (!isMute) AddFrame<F>(In(index), sum.data(), gain);
-    }
-    StoreSum<F>(sum.data(), Out().data, sum.size());
-  }
-
   double Factor(unsigned input) const { return std::pow(10, Number(input) / 20); }
 
   std::array<vorn::Ramp, INPUTS> gains;
-  std::vector<double> sum;
+  std::array<Voice, INPUTS> voices;  // of the frame at hand
 };
 
 }  // namespace
