@@ -1,12 +1,46 @@
 // convert: another sample format. Whole numbers saturate and are rounded to the nearest. With dither the error of that
 // is a faint, steady noise whatever the signal is, and what is softer than the lowest bit is still heard.
+#include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <iterator>
 #include <random>
 
 #include <vorn/Plugin.h>
 
 namespace {
+
+using vorn::SampleFormat;
+
+bool IsFloat(SampleFormat format) { return format == SampleFormat::FLOAT_LE || format == SampleFormat::FLOAT_BE; }
+
+bool IsFloatOfProcessor(SampleFormat format) {
+  return IsFloat(format) && (format == SampleFormat::FLOAT_LE) == (__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__);
+}
+
+/** A piece at a time, which stays in the nearest cache. */
+template <class Real>
+void ConvertThrough(const vorn::FrameBuffer& in, const vorn::FrameBuffer& out, std::size_t count) {
+  alignas(64) Real piece[512];
+  for (std::size_t first = 0; first < count; first += std::size(piece)) {
+    const std::size_t length = std::min(std::size(piece), count - first);
+    vorn::Decode(in.format, in.data + vorn::BytesPerSample(in.format) * first, piece, length);
+    vorn::Encode(out.format, piece, out.data + vorn::BytesPerSample(out.format) * first, length);
+  }
+}
+
+/** To the nearest sample: a float carries all formats but whole numbers of 32 bits, and these from and to a float. */
+void ConvertFrame(const vorn::FrameBuffer& in, const vorn::FrameBuffer& out, std::size_t count) {
+  if (IsFloatOfProcessor(out.format)) {
+    vorn::Decode(in.format, in.data, reinterpret_cast<float*>(out.data), count);
+  } else if (IsFloatOfProcessor(in.format)) {
+    vorn::Encode(out.format, reinterpret_cast<const float*>(in.data), out.data, count);
+  } else if (!IsFloat(in.format) && vorn::BytesPerSample(in.format) == 4) {
+    ConvertThrough<double>(in, out, count);
+  } else {
+    ConvertThrough<float>(in, out, count);
+  }
+}
 
 class Convert : public vorn::PluginBlock {
  public:
@@ -58,20 +92,20 @@ class Convert : public vorn::PluginBlock {
       Out().samples = in.samples;
       return vorn::FRAME_DONE;
     }
-    double* samples = numbers.Read(in);
-    if (Choice(DITHER) == TPDF && LosesBits()) AddNoise(samples, in.samples * in.channels);
+    if (Choice(DITHER) == NONE || !LosesBits()) {
+      Out().samples = in.samples;
+      ConvertFrame(in, Out(), static_cast<std::size_t>(in.samples) * in.channels);
+      return vorn::FRAME_DONE;
+    }
+    AddNoise(numbers.Read(in), in.samples * in.channels);
     numbers.Write(Out(), in.samples);
     return vorn::FRAME_DONE;
   }
 
  private:
-  static bool IsFloat(vorn::SampleFormat format) {
-    return format == vorn::SampleFormat::FLOAT_LE || format == vorn::SampleFormat::FLOAT_BE;
-  }
-
   bool LosesBits() const {
-    const vorn::SampleFormat from = In().format;
-    const vorn::SampleFormat to = Out().format;
+    const SampleFormat from = In().format;
+    const SampleFormat to = Out().format;
     return !IsFloat(to) && (IsFloat(from) || vorn::BytesPerSample(from) > vorn::BytesPerSample(to));
   }
 

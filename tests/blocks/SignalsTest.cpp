@@ -134,12 +134,16 @@ TEST(Changes, AreReachedInOneFrameWithoutAStep) {
   }
 }
 
-// Red if saturation and rounding are others. That all formats become each other: tests/random.
-TEST(Convert, RoundsAndSaturates) {
-  const double bit = 1 / testkit::FullScale(SampleFormat::S16_BE);
-  EXPECT_EQ(Converted({"S16_BE"}, SampleFormat::FLOAT_BE, SampleFormat::S16_BE,
-                      {1.5, -1.5, 1 - bit / 2, 0.5 * bit, 1.5 * bit, -2.5 * bit, 0.51 * bit}),
-            (Levels{1 - bit, -1, 1 - bit, 0, 2 * bit, -2 * bit, bit}));
+// Red if saturation and rounding are others, or samples go through numbers that do not carry them.
+TEST(Convert, GivesTheNearestSample) {
+  for (const SampleFormat from : testkit::FORMATS) {
+    Levels levels = testkit::RandomNumbers(from, 1031);
+    for (double& level : levels) level /= testkit::FullScale(from);
+    for (const SampleFormat to : testkit::FORMATS) {
+      EXPECT_EQ(Converted({vorn::FormatName(to)}, from, to, levels), Decoded(to, Encoded(to, levels)))
+          << vorn::FormatName(from);
+    }
+  }
 }
 
 // Red if the noise is not triangular (its error then depends on the signal), biased, that of another seed, or added
