@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 #include <vorn/Plugin.h>
 
@@ -49,8 +50,7 @@ class DelayLine : public vorn::PluginBlock {
 
   long Process() override {
     Out().samples = In().samples;
-    std::memcpy(Out().data, In().data, vorn::FrameBytes(In()));
-    PassThroughLine(Out());
+    PassThroughLine(In().data);
     held = delay;
     stampOfEnd = vorn::StampBehind(In());
     return vorn::FRAME_DONE;
@@ -61,8 +61,7 @@ class DelayLine : public vorn::PluginBlock {
   long Drain(bool) override {
     Out().samples = std::min(held, Out().samplesPerFrame);
     Out().timestamp = stampOfEnd < 0 ? -1 : stampOfEnd + (delay - held) * 1000000 / Out().rate;
-    std::memset(Out().data, 0, vorn::FrameBytes(Out()));
-    PassThroughLine(Out());
+    PassThroughLine(nullptr);
     held -= Out().samples;
     return vorn::FRAME_DONE;
   }
@@ -87,15 +86,21 @@ class DelayLine : public vorn::PluginBlock {
     return countsSamples ? parameters.Integer(SAMPLES) : std::lround(parameters.Number(TIME) * rate / 1000);
   }
 
-  /** Exchanges the samples of a frame for the oldest ones of the line. */
-  void PassThroughLine(const vorn::FrameBuffer& frame) {
-    std::uint8_t* data = frame.data;
-    for (std::size_t left = line.empty() ? 0 : vorn::FrameBytes(frame); left > 0;) {
-      const std::size_t run = std::min(left, line.size() - oldest);
-      std::swap_ranges(data, data + run, line.data() + oldest);
-      oldest = (oldest + run) % line.size();
-      data += run;
-      left -= run;
+  /** Fills the output with the oldest samples of the line, and their places in it with `more`, or with silence. */
+  void PassThroughLine(const std::uint8_t* more) {
+    std::uint8_t* to = Out().data;
+    std::size_t left = vorn::FrameBytes(Out());
+    if (line.empty() && more != nullptr) std::memcpy(to, more, left);
+    for (std::size_t run; !line.empty() && left > 0; left -= run, to += run) {
+      run = std::min(left, line.size() - oldest);
+      std::uint8_t* place = line.data() + oldest;
+      std::memcpy(to, place, run);
+      if (more != nullptr) {
+        std::memcpy(place, std::exchange(more, more + run), run);
+      } else {
+        std::memset(place, 0, run);
+      }
+      oldest = oldest + run < line.size() ? oldest + run : 0;
     }
   }
 
