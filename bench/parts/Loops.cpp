@@ -79,8 +79,19 @@ void CopyTwice(const void* a, void* out, std::size_t bytes) {
   std::memcpy(out, between, bytes);
 }
 
+/** The ring has room for ten frames: 100 ms. */
+void PassThroughRing(const void* a, void* out, std::size_t bytes) {
+  alignas(64) static std::uint8_t ring[10 << 14];
+  static std::size_t at = 0;
+  at = at + bytes < 10 * bytes ? at + bytes : 0;
+  std::memcpy(out, ring + at, bytes);
+  std::memcpy(ring + at, a, bytes);
+}
+
 }  // namespace
 
+void DelayS16(const void* a, const void*, void* out, std::size_t count) { PassThroughRing(a, out, 2 * count); }
+void DelayFloat(const void* a, const void*, void* out, std::size_t count) { PassThroughRing(a, out, 4 * count); }
 void CopyTwiceS16(const void* a, const void*, void* out, std::size_t count) { CopyTwice(a, out, 2 * count); }
 void CopyTwiceFloat(const void* a, const void*, void* out, std::size_t count) { CopyTwice(a, out, 4 * count); }
 

@@ -16,7 +16,10 @@ void S16ToFloat(const void* a, const void* b, void* out, std::size_t count);
 void FloatToS16(const void* a, const void* b, void* out, std::size_t count);
 void SwapS16Pairs(const void* a, const void* b, void* out, std::size_t count);
 void TurnFloatEights(const void* a, const void* b, void* out, std::size_t count);
-/** From `a` to some other memory, and from there to `out`: what a delay, a reframe and a tee do at the least. */
+/** Into the memory of a delay of ten frames, in exchange for the oldest one. */
+void DelayS16(const void* a, const void* b, void* out, std::size_t count);
+void DelayFloat(const void* a, const void* b, void* out, std::size_t count);
+/** From `a` to some other memory, and from there to `out`: what a reframe and a tee do at the least. */
 void CopyTwiceS16(const void* a, const void* b, void* out, std::size_t count);
 void CopyTwiceFloat(const void* a, const void* b, void* out, std::size_t count);
 
