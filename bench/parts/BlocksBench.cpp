@@ -82,8 +82,8 @@ const std::vector<Work> works{
     {"remap/FLOATx8", {"7..0"}, 1, 1, FLOAT, FLOAT, TurnFloatEights},
     {"delay/S16x2", {"100"}, 1, 1, S16, S16, DelayS16},
     {"delay/FLOATx8", {"100"}, 1, 1, FLOAT, FLOAT, DelayFloat},
-    {"reframe/S16x2", {"960"}, 1, 1, S16, {SampleFormat::S16_LE, 2, 960}, CopyTwiceS16},
-    {"reframe/FLOATx8", {"960"}, 1, 1, FLOAT, {SampleFormat::FLOAT_LE, 8, 960}, CopyTwiceFloat},
+    {"reframe/S16x2", {"960"}, 1, 1, S16, {SampleFormat::S16_LE, 2, 960}, JoinPairS16},
+    {"reframe/FLOATx8", {"960"}, 1, 1, FLOAT, {SampleFormat::FLOAT_LE, 8, 960}, JoinPairFloat},
     {"tee/S16x2", {}, 1, 2, S16, S16, CopyTwiceS16},
     {"tee/FLOATx8", {}, 1, 2, FLOAT, FLOAT, CopyTwiceFloat},
 };

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 #include <benchmark/benchmark.h>
 
@@ -79,6 +80,17 @@ void CopyTwice(const void* a, void* out, std::size_t bytes) {
   std::memcpy(out, between, bytes);
 }
 
+void JoinPair(const void* a, void* out, std::size_t bytes) {
+  alignas(64) static std::uint8_t first[1 << 16];
+  static bool isSecond = false;
+  if (std::exchange(isSecond, !isSecond)) {
+    std::memcpy(out, first, bytes);
+    std::memcpy(static_cast<std::uint8_t*>(out) + bytes, a, bytes);
+  } else {
+    std::memcpy(first, a, bytes);
+  }
+}
+
 /** The ring has room for ten frames: 100 ms. */
 void PassThroughRing(const void* a, void* out, std::size_t bytes) {
   alignas(64) static std::uint8_t ring[10 << 14];
@@ -92,6 +104,8 @@ void PassThroughRing(const void* a, void* out, std::size_t bytes) {
 
 void DelayS16(const void* a, const void*, void* out, std::size_t count) { PassThroughRing(a, out, 2 * count); }
 void DelayFloat(const void* a, const void*, void* out, std::size_t count) { PassThroughRing(a, out, 4 * count); }
+void JoinPairS16(const void* a, const void*, void* out, std::size_t count) { JoinPair(a, out, 2 * count); }
+void JoinPairFloat(const void* a, const void*, void* out, std::size_t count) { JoinPair(a, out, 4 * count); }
 void CopyTwiceS16(const void* a, const void*, void* out, std::size_t count) { CopyTwice(a, out, 2 * count); }
 void CopyTwiceFloat(const void* a, const void*, void* out, std::size_t count) { CopyTwice(a, out, 4 * count); }
 

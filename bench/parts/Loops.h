@@ -19,7 +19,10 @@ void TurnFloatEights(const void* a, const void* b, void* out, std::size_t count)
 /** Into the memory of a delay of ten frames, in exchange for the oldest one. */
 void DelayS16(const void* a, const void* b, void* out, std::size_t count);
 void DelayFloat(const void* a, const void* b, void* out, std::size_t count);
-/** From `a` to some other memory, and from there to `out`: what a reframe and a tee do at the least. */
+/** Keeps every other frame to make one of it and the next. */
+void JoinPairS16(const void* a, const void* b, void* out, std::size_t count);
+void JoinPairFloat(const void* a, const void* b, void* out, std::size_t count);
+/** From `a` to some other memory, and from there to `out`: as much as a tee with two outputs. */
 void CopyTwiceS16(const void* a, const void* b, void* out, std::size_t count);
 void CopyTwiceFloat(const void* a, const void* b, void* out, std::size_t count);
 
