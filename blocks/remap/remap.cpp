@@ -7,6 +7,7 @@
 #include <vorn/Plugin.h>
 
 #include "ChannelMap.h"
+#include "Shuffle.h"
 
 namespace {
 
@@ -113,6 +114,13 @@ class Remap : public vorn::PluginBlock {
       most = std::max(most, static_cast<std::size_t>(Out(index).samplesPerFrame) * Out(index).channels);
     }
     sum.reserve(most);
+    inputsNeeded = inputs.size();
+    while (inputsNeeded > 0 && ChannelsNeeded(map, inputsNeeded - 1) == 0) --inputsNeeded;
+    mixes = !std::all_of(map.begin(), map.end(), OnlyMoves);
+    FindSources();
+    for (const auto& [index, ep] : ActiveOutEps()) {
+      shuffles[index] = OnlyMoves(map[index]) ? Shuffle(BytesOf(map[index], Out(index).format), sources) : Shuffle();
+    }
     for (std::size_t i = 0; i < inputs.size(); ++i) {
       if (!InEp(i).IsActive() && ChannelsNeeded(map, i) > 0) return Refuse(NotLinked(i));
       if (InEp(i).IsActive()) inputs[i].Prepare(In(i));
@@ -121,11 +129,12 @@ class Remap : public vorn::PluginBlock {
   }
 
   long Process() override {
-    decoded.fill(nullptr);
+    if (mixes) decoded.fill(nullptr);
+    FindSources();
     for (const auto& [index, ep] : ActiveOutEps()) {
       Out(index).samples = In(ActiveInEps().begin()->first).samples;
       if (OnlyMoves(map[index])) {
-        Move(map[index], Out(index));
+        Move(map[index], shuffles[index], Out(index));
       } else {
         Mix(map[index], Out(index));
       }
@@ -134,18 +143,44 @@ class Remap : public vorn::PluginBlock {
   }
 
  private:
-  void Move(const ChannelList& channels, vorn::FrameBuffer& out) {
-    const std::size_t bytes = vorn::BytesPerSample(out.format);
-    for (std::size_t c = 0; c < channels.size(); ++c) {
-      MoveSamples(bytes, Source(channels[c], bytes), {out.data + c * bytes, channels.size() * bytes}, out.samples);
+  void FindSources() {
+    for (std::size_t i = 0; i < inputsNeeded; ++i) {
+      sources[i] = {};
+      if (InEp(i).IsActive()) sources[i] = {In(i).data, In(i).channels * vorn::BytesPerSample(In(i).format)};
     }
   }
 
-  Lane<const std::uint8_t> Source(const Channel& channel, std::size_t bytes) const {
+  static std::vector<Shuffle::Place> BytesOf(const ChannelList& channels, vorn::SampleFormat format) {
+    const std::size_t bytes = vorn::BytesPerSample(format);
+    std::vector<Shuffle::Place> places;
+    for (const Channel& channel : channels) {
+      for (std::size_t b = 0; b < bytes; ++b) {
+        places.push_back({channel.empty() ? Shuffle::SILENCE : channel[0].input,
+                          channel.empty() ? 0 : channel[0].channel * bytes + b});
+      }
+    }
+    return places;
+  }
+
+  // The shuffle leaves what fills no period of it, or all.
+  void Move(const ChannelList& channels, const Shuffle& shuffle, vorn::FrameBuffer& out) {
+    const std::size_t bytes = vorn::BytesPerSample(out.format);
+    const std::size_t step = channels.size() * bytes;
+    const long done = shuffle.Move(sources, out.data, out.samples);
+    if (done == out.samples) return;
+    for (std::size_t c = 0; c < channels.size(); ++c) {
+      Lane<const std::uint8_t> from = FirstOf(channels[c], bytes);
+      from.first += static_cast<std::size_t>(done) * from.step;
+      MoveSamples(bytes, from, {out.data + static_cast<std::size_t>(done) * step + c * bytes, step},
+                  out.samples - done);
+    }
+  }
+
+  Lane<const std::uint8_t> FirstOf(const Channel& channel, std::size_t bytes) const {
     static constexpr std::uint8_t SILENCE[4] = {};
-    if (channel.empty() || !InEp(channel[0].input).IsActive()) return {SILENCE, 0};
-    const vorn::FrameBuffer& in = In(channel[0].input);
-    return {in.data + channel[0].channel * bytes, in.channels * bytes};
+    if (channel.empty() || sources[channel[0].input].step == 0) return {SILENCE, 0};
+    const Shuffle::Source& source = sources[channel[0].input];
+    return {source.data + channel[0].channel * bytes, source.step};
   }
 
   void Mix(const ChannelList& channels, vorn::FrameBuffer& out) {
@@ -167,6 +202,10 @@ class Remap : public vorn::PluginBlock {
   }
 
   ChannelMap map;
+  bool mixes = false;
+  std::size_t inputsNeeded = 0;
+  Shuffle::Sources sources;  // of the frame at hand
+  std::array<Shuffle, vorn::Endpoint::COUNT> shuffles;
   std::array<vorn::DoubleFrame, vorn::Endpoint::COUNT> inputs;
   std::array<const double*, vorn::Endpoint::COUNT> decoded;  // of the frame at hand
   std::vector<double> sum;

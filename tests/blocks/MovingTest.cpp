@@ -63,9 +63,11 @@ TEST_F(Moving, RemapFollowsItsMap) {
       {"0*0.5+1:1/-1:0,_", {{1250}, {-1100, 0}}},
       {"0*20dB-1*-2-2*+3,1", {{500, 200}}},
   };
-  const auto repeat = [](const Samples& instant) {
+  const auto repeat = [](const Samples& instant) {  // louder and softer
     Samples samples;
-    while (samples.size() < 501 * instant.size()) samples.insert(samples.end(), instant.begin(), instant.end());
+    for (int k = 0; k < 501; ++k) {
+      for (const int sample : instant) samples.push_back(static_cast<Samples::value_type>(sample * (1 + k % 7)));
+    }
     return samples;
   };
   for (const auto& [map, outputs] : cases) {
