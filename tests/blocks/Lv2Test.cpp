@@ -1,6 +1,5 @@
-// Plug-ins of the swh collection in the block, against a formula and against the same plug-in run by hand.
+// Plug-ins of the swh collection in the block, against what they are known to do.
 #include <gtest/gtest.h>
-#include <lilv/lilv.h>
 
 #include "testkit/LogFile.h"
 #include "testkit/Samples.h"
@@ -11,18 +10,17 @@ namespace {
 using testkit::Graph;
 using Samples = std::vector<float>;
 using Channels = std::vector<Samples>;
-using Controls = std::map<std::string, float>;
 
 const std::string SWH = "http://plugin.org.uk/swh-plugins/";
 constexpr long LENGTH = 4801;
 
 testkit::StreamSpec Floats(unsigned channels, long frame) { return testkit::Floats(48000, channels, frame); }
 
-// Loud, each channel another.
+// Half of full scale, each channel another.
 Channels Noise(std::size_t channels) {
   const auto numbers = testkit::RandomNumbers(vorn::SampleFormat::FLOAT_LE, channels * LENGTH);
   Channels noise(channels);
-  for (std::size_t i = 0; i < numbers.size(); ++i) noise[i % channels].push_back(static_cast<float>(numbers[i]));
+  for (std::size_t i = 0; i < numbers.size(); ++i) noise[i % channels].push_back(static_cast<float>(numbers[i] / 4));
   return noise;
 }
 
@@ -34,39 +32,9 @@ Samples Interleaved(const Channels& channels) {
   return x;
 }
 
-// What comes out later, when `heard` comes in after silence. Controls that are not given have their defaults.
-Samples ByHand(const std::string& name, Controls controls, const Channels& heard, std::size_t later = 0) {
-  LilvWorld* world = lilv_world_new();
-  lilv_world_load_all(world);
-  LilvNode* uri = lilv_new_uri(world, (SWH + name).c_str());
-  LilvNode* audio = lilv_new_uri(world, LILV_URI_AUDIO_PORT);
-  LilvNode* input = lilv_new_uri(world, LILV_URI_INPUT_PORT);
-  const LilvPlugin* plugin = lilv_plugins_get_by_uri(lilv_world_get_all_plugins(world), uri);
-  LilvInstance* instance = lilv_plugin_instantiate(plugin, 48000, nullptr);
-  const std::uint32_t count = lilv_plugin_get_num_ports(plugin);
-  Samples defaults(count);
-  lilv_plugin_get_port_ranges_float(plugin, nullptr, nullptr, defaults.data());
-  Channels in, out;
-  in.reserve(count), out.reserve(count);
-  for (std::uint32_t i = 0; i < count; ++i) {
-    const LilvPort* port = lilv_plugin_get_port_by_index(plugin, i);
-    const std::string symbol = lilv_node_as_string(lilv_port_get_symbol(plugin, port));
-    Channels& channels = lilv_port_is_a(plugin, port, input) ? in : out;
-    float* memory = lilv_port_is_a(plugin, port, audio) ? channels.emplace_back(LENGTH + later).data()
-                                                        : &controls.try_emplace(symbol, defaults[i]).first->second;
-    lilv_instance_connect_port(instance, i, memory);
-  }
-  lilv_instance_activate(instance);
-  lilv_instance_run(instance, 512);
-  lilv_instance_deactivate(instance);
-  lilv_instance_activate(instance);
-  for (std::size_t i = 0; i < heard.size(); ++i) std::copy(heard[i].begin(), heard[i].end(), in[i].begin());
-  lilv_instance_run(instance, static_cast<std::uint32_t>(LENGTH + later));
-  lilv_instance_free(instance);
-  for (LilvNode* node : {uri, audio, input}) lilv_node_free(node);
-  lilv_world_free(world);
-  for (Samples& channel : out) channel.erase(channel.begin(), channel.begin() + static_cast<long>(later));
-  return Interleaved(out);
+void ExpectNear(const Samples& got, const Samples& played, double factor) {
+  ASSERT_EQ(got.size(), played.size());
+  for (std::size_t i = 0; i < got.size(); ++i) ASSERT_NEAR(got[i], played[i] * factor, 1e-4) << i;
 }
 
 class Lv2Test : public testing::Test {
@@ -98,15 +66,13 @@ class Lv2Test : public testing::Test {
 TEST_F(Lv2Test, DoesWhatThePlugInDoes) {
   const Channels three = Noise(3);
   const Channels two = Noise(2);
-  const Samples plain = Interleaved(three);
   const std::vector<std::string> ducks{SWH + "sc3", "chain_bal=1", "threshold=-30", "ratio=10"};
-  const Controls by{{"chain_bal", 1.0F}, {"threshold", -30.0F}, {"ratio", 10.0F}};
   for (const long frame : {1L, 7L, 480L, 1201L}) {
-    const Samples amplified = Run({SWH + "amp", "gain=6"}, three, 3, frame);
-    ASSERT_EQ(amplified.size(), plain.size());
-    for (std::size_t i = 0; i < plain.size(); ++i) ASSERT_NEAR(amplified[i], plain[i] * std::pow(10, 0.3), 1e-5) << i;
-    EXPECT_EQ(Run(ducks, two, 2, frame, {three[2]}), ByHand("sc3", by, {three[2], two[0], two[1]}));
-    EXPECT_EQ(Run(ducks, two, 2, frame), ByHand("sc3", by, {two[0], two[0], two[1]}));
+    ExpectNear(Run({SWH + "amp", "gain=6"}, three, 3, frame), Interleaved(three), std::pow(10, 0.3));
+    ExpectNear(Run(ducks, two, 2, frame, {Samples(LENGTH)}), Interleaved(two), 1);
+    const Samples ducked = Run(ducks, two, 2, frame, {two[0]});
+    EXPECT_LT(std::fabs(ducked[9000] / Interleaved(two)[9000]), 0.5);
+    EXPECT_EQ(Run(ducks, two, 2, frame), ducked);
 
     const Samples circle = Run({SWH + "sinCos"}, {}, 2, frame);
     ASSERT_EQ(circle.size(), 20U * static_cast<std::size_t>(frame + 1));
@@ -118,10 +84,9 @@ TEST_F(Lv2Test, DoesWhatThePlugInDoes) {
 // Red if the delay is left in, or the end with it.
 TEST_F(Lv2Test, TakesTheDelayOut) {
   for (const long frame : {1L, 7L, 480L, 1201L}) {
-    const Samples limited = Run({SWH + "lookaheadLimiter", "limit=-6", "delay_s=0.02"}, Noise(2), 2, frame);
-    EXPECT_EQ(limited, ByHand("lookaheadLimiter", {{"limit", -6.0F}, {"delay_s", 0.02F}}, Noise(2), 960)) << frame;
+    ExpectNear(Run({SWH + "lookaheadLimiter", "limit=0", "delay_s=0.02"}, Noise(2), 2, frame), Interleaved(Noise(2)),
+               1);
     EXPECT_EQ(graph.Numbers(block)["latency"], 960);
-    EXPECT_NE(limited, Interleaved(Noise(2)));
   }
 }
 
