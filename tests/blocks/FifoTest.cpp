@@ -66,23 +66,8 @@ TEST_F(FifoTest, EndsToTheSampleAndCarriesTimes) {
 // Red if a block does not wait for the other side, or is not woken by it; and if a shutdown is an error.
 TEST_F(FifoTest, BlocksWaitForTheOtherSideUntilShutdown) {
   Open(700);
-  Write(Count(20000));
-  Samples taken(20000);
-  std::thread reader([&] {
-    for (std::size_t at = 0; at < taken.size(); at += 250) fifo->Produce(&taken[at], 250, true, nullptr);
-  });
-  EXPECT_EQ(graph.Run(), END_OF_FILE);
-  reader.join();
-  EXPECT_EQ(taken, Count(20000));
-  graph->DeleteAll();
-
-  fifo->BeginWriting();  // the client goes on where the route has ended
   Read(480);
-  std::thread writer([this] {
-    Samples samples = Count(20000);
-    for (std::size_t at = 0; at < samples.size(); at += 250) fifo->Consume(&samples[at], 250, true, 0);
-    fifo->Shutdown();
-  });
+  std::thread writer([this] { fifo->Put(Count(20000).data(), 20000, true, 0), fifo->Shutdown(); });
   EXPECT_EQ(graph.Run(), END_OF_FILE);
   writer.join();
   const Samples arrived = Graph::Recorded16(sink);
@@ -142,26 +127,6 @@ TEST_F(FifoTest, AnInterruptBringsEitherSideBack) {
   EXPECT_NE(refusal[vorn::REFUSAL_TEXT].find("260 samples are lost"), std::string::npos) << refusal[vorn::REFUSAL_TEXT];
   EXPECT_EQ(fifo->Take(samples.data(), 600, true, nullptr), 600);
   EXPECT_EQ(samples, Count(600));
-}
-
-// Red if a block that made itself ready for one stream is given another: it would read past its frames.
-TEST_F(FifoTest, ARunningBlockKeepsTheStreamItWasPreparedFor) {
-  Open(4800);
-  Read(480, {"blocking=no"});
-  ASSERT_EQ(graph->Start(), 0);
-  // In one go, so that the route finds the graph whole before and after.
-  const auto replaceLink = [&](unsigned channels) {
-    using Action = vorn::Route::Action;
-    vorn::Block* reader = fifo->reader;
-    Action actions[2]{{Action::Type::DELETE, {}}, {Action::Type::NEW_LINK, {}}};
-    actions[0].del = {reader->OutEp(0).AttachedLink(), -20};
-    actions[1].newLink = {48000, vorn::SampleFormat::S16_LE, channels, 960, &reader, 0, &sink, 0, nullptr};
-    graph->ExecuteActions(actions, 2);
-    return actions[1].newLink.link != nullptr;
-  };
-  EXPECT_TRUE(replaceLink(1));
-  EXPECT_FALSE(replaceLink(2));
-  EXPECT_EQ(graph->Stop(), 0);
 }
 
 // Red if a block that must not wait does, or does not say that samples are missing, or that it takes no more.

@@ -236,7 +236,6 @@ TEST_F(SoundFiles, RefusalsSayWhy) {
       {{in},
        {out},
        "output 0: got 48000 Hz 1 channel, takes 44100 Hz 2 channels as " + in + "; put 'resample', 'remap' after it"},
-      {{in}, {scratch / "out.txt"}, "'txt' is no kind of sound file", cd},
       {{in}, {scratch / "out.opus"}, "takes 8000 12000 16000 24000 48000 Hz; put a 'resample' before it", cd},
       {{in, "start=0.5"}, {out}, "start is at 0.5 s, the file has 0.5 s", cd},
       {{scratch / "raw"}, {out}, "say rate=, channels= and format="},
@@ -248,11 +247,7 @@ TEST_F(SoundFiles, RefusalsSayWhy) {
     EXPECT_EQ(Copy(source, sink, spec), std::nullopt) << line;
     EXPECT_TRUE(log.Has(line)) << line << "\n" << log.Text();
   }
-  graph->DeleteAll();
-  graph.Chain({graph.Add("testsource"), graph.Add("filesink", {scratch / "out.flac"})}, {.channels = 9});
-  EXPECT_NE(graph->Start(), 0);
-  EXPECT_TRUE(log.Has("takes up to 8 channels; put a 'remap' before it"));
-  for (const char* name : {"out.opus", "out.flac"}) EXPECT_FALSE(std::filesystem::exists(scratch / name));
+  EXPECT_FALSE(std::filesystem::exists(scratch / "out.opus"));
 }
 
 // Red if a full disk passes for a success, if what was written takes the name of a whole file, or if the error does not
