@@ -5,6 +5,7 @@
 #include <future>
 #include <latch>
 
+#include "Config/Profile.h"
 #include "Vorn/TurnedAway.h"
 #include "Vorn/VornImpl.h"
 #include "testkit/ConsoleClient.h"
@@ -31,6 +32,30 @@ TEST(Vorn, ConfiguresTheLog) {
     Log::Keep("T");
     const VornImpl vorn(path.c_str());
     EXPECT_EQ(Log::Take(), Lines("enable 16386|level 4" + calls)) << text;
+  }
+}
+
+// Red if a key, a section, a comment or the rest of a long line is taken for another, or a value is cut otherwise.
+TEST(Vorn, ReadsWhatItsFileSays) {
+  const std::string longText(300, 'x');
+  const Folder folder;
+  for (const auto& [text, values] : std::initializer_list<std::pair<std::string, std::string>>{
+           {"# x\n[other]\ny=1\n [config] z\r\n  x = a b \ny=c\t\nz\t=3\n#x=4\n[config]\nz=4\n", "a b|c|3"},
+           {"  [config]\n\t x = a value \t \ny= \t\nz=\n", "a value| \t|before"},
+           {"[config]\r\nx=5\r\ny=\r\nz=/x", "5|\r|/x"},
+           {"[config]\nx=" + longText + "\n" + longText.substr(0, 255) + "z=4\n", longText.substr(0, 253) + "|none|4"},
+           {"x=5\n[ config]\nx=0\n[configs]\nx=1\n[config]\ny=2\n[other]\nz=3\n", "none|2|none"},
+           {"[config]\n[other]\n[config]\nx=1\n", "none|none|none"},
+           {"[config]\nX=1\nxx=1\nx\nx 7\n=3\ny word=3\nz^w=4\nx=", "before|3|4"},
+           {"[config]\nx=1\nx=2\ny=a=b\n  #z=1\nz|w==2", "1|a=b|=2"}}) {
+    Write(folder / "file", text);
+    std::string read;
+    for (const char* key : {"x", "y", "z"}) {
+      char value[256] = "before";
+      const bool isThere = GetProfileString((folder / "file").c_str(), "config", key, value) == 0;
+      read += (read.empty() ? "" : "|") + std::string(isThere ? value : "none");
+    }
+    EXPECT_EQ(read, values) << text;
   }
 }
 
