@@ -5,6 +5,39 @@
 
 namespace randomgraphs {
 
+inline const Law SILENCE = [](const Node& node, const Signals& in) {
+  return Signals{MakeOf(in, 0, node.channels, node.format, [](const auto&, long, std::size_t) { return 0; })};
+};
+inline const Law LATER = [](const Node& node, const Signals& in) {
+  return Signals{MakeOf(in, node.amount, node.channels, node.format,
+                        [&](const auto&, long k, std::size_t c) { return At(in[0], k - node.amount, c); })};
+};
+
+/** A channel of an input, or its inverse. */
+struct Term {
+  std::size_t input;
+  std::size_t channel;
+  bool inverted;
+};
+/** By output and channel: the terms that are added. */
+using ChannelMap = std::vector<std::vector<std::vector<Term>>>;
+
+inline std::string MapText(const ChannelMap& map) {
+  std::string text;
+  for (const auto& output : map) {
+    text += text.empty() ? "" : "/";
+    for (const auto& terms : output) {
+      text += &terms == &output[0] ? "" : ",";
+      for (const Term& term : terms) {
+        text += term.inverted ? "-" : &term == &terms[0] ? "" : "+";
+        text += std::to_string(term.input) + ':' + std::to_string(term.channel);
+      }
+      if (terms.empty()) text += '_';
+    }
+  }
+  return text;
+}
+
 class BlockMaker : protected SourceMaker {
  protected:
   using SourceMaker::SourceMaker;
@@ -12,9 +45,9 @@ class BlockMaker : protected SourceMaker {
   End Change(const End& end) {
     static const std::vector<long> DELAYS = {0, 1, 479, 480, 1000, 5000, 24000};
     const std::size_t turn = dice.Below(100);
-    if (turn < 10) return Append(Work::SAME, "gain", "0", end);
-    if (turn < 13) return Append(Work::SILENCE, "gain", "-inf", end);
-    if (turn < 18) return Append(Work::SAME, "level", "", end);
+    if (turn < 10) return Append("gain", "0", end);
+    if (turn < 13) return Append("gain", "-inf", end, SILENCE);
+    if (turn < 18) return Append("level", "", end);
     if (turn < 38) return Delay(end, dice.Pick(DELAYS));
     if (turn < 58) return Reframe(end, NewFrame());
     if (turn < 66) return Reframe(end, BigFrame());
@@ -26,15 +59,15 @@ class BlockMaker : protected SourceMaker {
   /** The stream stays as it is, and every frame leaves in the cycle in which it came. */
   End ChangeInStep(const End& end) {
     switch (dice.Below(4)) {
-      case 0: return Append(Work::SAME, "gain", "0", end);
-      case 1: return Append(Work::SAME, "level", "", end);
+      case 0: return Append("gain", "0", end);
+      case 1: return Append("level", "", end);
       case 2: return Delay(end, dice.Between(0, 2000));
       default: return end;
     }
   }
 
   End Delay(const End& end, long samples) {
-    const End late = Append(Work::DELAY, "delay", "samples=" + std::to_string(samples), end);
+    const End late = Append("delay", "samples=" + std::to_string(samples), end, LATER);
     graph.nodes.back().amount = samples;
     return late;
   }
@@ -42,7 +75,7 @@ class BlockMaker : protected SourceMaker {
   End Reframe(const End& end, Frame frame) {
     const std::string size = std::to_string(frame.samples);
     const bool bySize = dice.Chance(70);
-    End framed = Append(Work::SAME, bySize ? "reframe" : "rechunk", bySize ? size : "", end);
+    End framed = Append(bySize ? "reframe" : "rechunk", bySize ? size : "", end);
     graph.nodes.back().links = bySize ? "" : "frame=" + size;
     framed.frame = frame;
     return framed;
@@ -50,14 +83,16 @@ class BlockMaker : protected SourceMaker {
 
   End Convert(End end, vorn::SampleFormat format) {
     end.format = format;
-    return Append(Work::CONVERT, "convert", vorn::FormatName(format), end);
+    return Append("convert", vorn::FormatName(format), end, LATER);
   }
 
   End Resample(End end, unsigned rate) {
     const unsigned from = end.rate;
     end.rate = rate;
-    End resampled = Append(Work::RESAMPLE, "resample", std::to_string(rate), end);
-    graph.nodes.back().rates = {from, rate};
+    End resampled = Append("resample", std::to_string(rate), end, [=](const Node&, const Signals& in) {
+      const long samples = (in[0].samples * rate + from / 2) / from;
+      return Signals{from == rate ? in[0] : Signal{samples, in[0].channels}};  // only the count is known
+    });
     if (dice.Chance(40)) {
       resampled.frame = NewFrame();
       graph.nodes.back().links = "frame=" + std::to_string(resampled.frame.samples);
@@ -69,11 +104,12 @@ class BlockMaker : protected SourceMaker {
 
   /** @param outputs the channels of each. */
   Ends Remap(const Ends& ins, const std::vector<unsigned>& outputs) {
-    Node node{Work::REMAP, "remap"};
+    Node node{"remap"};
     for (const End& in : ins) node.in.push_back({in.node, in.port});
+    ChannelMap map;
     for (const unsigned channels : outputs) {
-      node.map.emplace_back(channels);
-      for (auto& terms : node.map.back()) {
+      map.emplace_back(channels);
+      for (auto& terms : map.back()) {
         const std::size_t count = dice.Chance(80) ? 1 : 2 * dice.Below(2);
         for (std::size_t i = 0; i < count; ++i) {
           const std::size_t input = dice.Below(ins.size());
@@ -81,7 +117,19 @@ class BlockMaker : protected SourceMaker {
         }
       }
     }
-    node.args = MapText(node.map);
+    node.args = MapText(map);
+    node.law = [map](const Node& remap, const Signals& in) {
+      Signals outs;
+      for (const auto& output : map) {
+        const auto sum = [&](const auto&, long k, std::size_t c) {
+          double all = 0;
+          for (const Term& term : output[c]) all += (term.inverted ? -1 : 1) * At(in[term.input], k, term.channel);
+          return all;
+        };
+        outs.push_back(MakeOf(in, 0, static_cast<unsigned>(output.size()), remap.format, sum));
+      }
+      return outs;
+    };
     Ends all(outputs.size(), Add(std::move(node), ins[0]));
     for (std::size_t i = 0; i < all.size(); ++i) {
       all[i].port = i;
@@ -99,14 +147,22 @@ class BlockMaker : protected SourceMaker {
     return end;
   }
 
-  End Mix(const Ends& ins) {
-    Node node{Work::SUM, "mix"};
+  End Mix(const Ends& ins, bool mayMute = true) {
+    Node node{"mix"};
+    std::vector<bool> muted;
     for (const End& in : ins) {
       node.in.push_back({in.node, in.port});
-      node.muted.push_back(dice.Chance(4));
-      node.args += (node.args.empty() ? "" : " ") + std::string(node.muted.back() ? "-inf" : "0");
+      muted.push_back(dice.Chance(4) && mayMute);
+      node.args += (node.args.empty() ? "" : " ") + std::string(muted.back() ? "-inf" : "0");
     }
-    if (dice.Chance(70) && node.args.find("inf") == std::string::npos) node.args.clear();
+    if ((dice.Chance(70) || !mayMute) && node.args.find("inf") == std::string::npos) node.args.clear();
+    node.law = [muted](const Node& mix, const Signals& in) {
+      return Signals{MakeOf(in, 0, mix.channels, mix.format, [&](const Levels& before, long k, std::size_t c) {
+        double sum = mix.loop > 0 && k >= mix.loop ? before[CountOf(k - mix.loop, mix.channels) + c] : 0;
+        for (std::size_t i = 0; i < in.size(); ++i) sum += muted[i] ? 0 : At(in[i], k, c);
+        return sum;
+      })};
+    };
     return Add(std::move(node), ins[0]);
   }
 

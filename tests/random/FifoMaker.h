@@ -30,8 +30,8 @@ class FifoMaker : protected BlockMaker {
 
   /** @return the FIFO that `end` fills. */
   End Send(const End& end, const Crossing& crossing) {
-    const End sink = Append(Work::SAME, "fifosink", "", end);
-    End fifo = Append(Work::FIFO, "", "", sink);
+    const End sink = Append("fifosink", "", end);
+    End fifo = Append("", "", sink, LATER);
     graph.nodes.back().amount = crossing.prefill;
     graph.nodes.back().capacity = crossing.capacity;
     fifo.route = crossing.route;
@@ -39,7 +39,7 @@ class FifoMaker : protected BlockMaker {
   }
 
   End Cross(const End& end, const Crossing& crossing) {
-    End read = Append(Work::SAME, "fifosource", "", Send(end, crossing));
+    End read = Append("fifosource", "", Send(end, crossing));
     if (crossing.frame.number != end.frame.number) {
       graph.nodes.back().links = "frame=" + std::to_string(crossing.frame.samples);
     }
@@ -139,12 +139,11 @@ class FifoMaker : protected BlockMaker {
   void FeedBack() {
     const bool isTight = dice.Chance(50);
     const End end = LoopSource(isTight);
-    Node reader{Work::LOOP, "fifosource"};
+    Node reader{"fifosource"};
     reader.links = StreamWords(end);
+    reader.law = [](const Node&, const Signals&) { return Signals{Signal()}; };  // the sum counts it
     const End looped = Add(std::move(reader), end);
-    const End sum = Mix({end, looped});
-    graph.nodes[sum.node].muted = {false, false};
-    graph.nodes[sum.node].args.clear();
+    const End sum = Mix({end, looped}, false);
 
     const Ends both = Tee(sum, 2);
     const long delay = dice.Chance(50) ? 0 : dice.Between(1, 2000);

@@ -5,7 +5,7 @@
 namespace randomgraphs {
 namespace {
 
-bool IsFifo(const Node& node) { return node.work == Work::FIFO; }
+bool IsFifo(const Node& node) { return node.block.empty(); }
 
 void WriteNode(std::ostream& to, const Graph& graph, std::size_t index) {
   const Node& node = graph.nodes[index];
@@ -46,15 +46,6 @@ void WriteLinks(std::ostream& to, const Graph& graph, std::size_t index) {
   }
 }
 
-std::string ChannelText(const std::vector<Term>& terms) {
-  std::string text;
-  for (const Term& term : terms) {
-    text += term.inverted ? "-" : text.empty() ? "" : "+";
-    text += std::to_string(term.input) + ':' + std::to_string(term.channel);
-  }
-  return text.empty() ? "_" : text;
-}
-
 }  // namespace
 
 std::string NameOf(std::size_t node) { return "n" + std::to_string(node); }
@@ -72,21 +63,28 @@ std::string DotText(const Graph& graph) {
   return text.str();
 }
 
-std::string MapText(const ChannelMap& map) {
-  std::string text;
-  for (const auto& output : map) {
-    text += text.empty() ? "" : "/";
-    for (std::size_t i = 0; i < output.size(); ++i) text += (i > 0 ? "," : "") + ChannelText(output[i]);
-  }
-  return text;
-}
-
-std::vector<std::size_t> NodesOf(const Graph& graph, Work work) {
+std::vector<std::size_t> NodesOf(const Graph& graph, const std::string& block) {
   std::vector<std::size_t> found;
   for (std::size_t i = 0; i < graph.nodes.size(); ++i) {
-    if (graph.nodes[i].work == work) found.push_back(i);
+    if (graph.nodes[i].block == block) found.push_back(i);
   }
   return found;
+}
+
+std::map<std::size_t, Signal> ExpectedAtSinks(const Graph& graph) {
+  std::vector<Signals> outputs;
+  for (const Node& node : graph.nodes) {
+    Signals in;
+    for (const Feed& feed : node.in) {
+      if (feed.node < outputs.size()) in.push_back(outputs[feed.node][feed.port]);  // else it is a loop
+    }
+    outputs.push_back(node.law(node, in));
+  }
+  std::map<std::size_t, Signal> sinks;
+  for (const char* block : {"filesink", "null"}) {
+    for (const std::size_t sink : NodesOf(graph, block)) sinks[sink] = outputs[sink][0];
+  }
+  return sinks;
 }
 
 }  // namespace randomgraphs

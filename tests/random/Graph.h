@@ -1,60 +1,36 @@
-// A graph as the generator makes it: what stands in its file, and what each block does to the samples.
+// A graph as the generator makes it: what stands in its file, and what each block makes of its streams.
 #pragma once
 
-#include <vorn/Block.h>
+#include <algorithm>
+#include <functional>
+
+#include "Signal.h"
 
 namespace randomgraphs {
-
-/** What a block does to a stream, in the words of the model. */
-enum class Work {
-  FILE,      ///< plays a file whose sample k vouches for itself
-  TONE,      ///< `tone square`
-  SAME,      ///< passes samples on: gain 0, level, reframe, tee, an end of a FIFO
-  SILENCE,   ///< as many, all zero
-  DELAY,     ///< `amount` zeros, then the stream
-  SUM,       ///< mix
-  REMAP,     ///< as `map` says
-  CONVERT,   ///< to `format`
-  RESAMPLE,  ///< from one rate to another: only the count is known
-  FIFO,      ///< `amount` zeros, then the stream
-  LOOP,      ///< reads a FIFO that its own output fills; see Node::loop
-  FILE_SINK,
-  NULL_SINK,
-};
-
-/** A channel of an input, or its inverse. */
-struct Term {
-  std::size_t input;
-  std::size_t channel;
-  bool inverted;
-};
-/** By output and channel: the terms that are added. */
-using ChannelMap = std::vector<std::vector<std::vector<Term>>>;
 
 struct Feed {
   std::size_t node;
   std::size_t port;
 };
 
+struct Node;
+/** What leaves each output, of what comes into each input; what a sink gets. */
+using Law = std::function<Signals(const Node&, const Signals&)>;
+
 struct Node {
-  Work work;
   std::string block;  ///< Empty for a FIFO.
   std::string args = {};
+  Law law = {};
   std::size_t route = 0;
-  std::vector<Feed> in = {};                               ///< By input; always of nodes before this one, but for LOOP.
+  std::vector<Feed> in = {};                               ///< By input; of nodes before this one, or of a loop.
   vorn::SampleFormat format = vorn::SampleFormat::S16_LE;  ///< of what leaves; of what comes into a sink
   unsigned channels = 1;
-  long amount = 0;
-  std::array<unsigned, 2> rates = {};  ///< of RESAMPLE
-  long period = 0;                     ///< of TONE, in samples
-  bool endless = false;                ///< FILE: starts over and over
-  std::size_t tap = 0;                 ///< FILE: a sink that gets the same; 0 for none
-  std::vector<bool> muted = {};        ///< SUM: by input
-  ChannelMap map = {};
-  /** SUM: the last input is the sum itself, so many samples later; 0 for none. Such a loop adds nothing to its length. */
-  long loop = 0;
+  long amount = 0;         ///< by which the stream is later; of a source, how many samples it plays
+  long contents = 0;       ///< of a file that is played
+  std::size_t tap = 0;     ///< of a file that is played: a sink that gets the same; 0 for none
+  long loop = 0;           ///< of a sum: the last input is the sum itself, so many samples later; 0 for none
   std::string links = {};  ///< Attributes of the links that leave it.
-  long capacity = 0;       ///< FIFO; 0: left to the planner
+  long capacity = 0;       ///< of a FIFO; 0: left to the planner
 };
 
 /** How a run ends. */
@@ -69,14 +45,16 @@ struct Graph {
 };
 
 std::string NameOf(std::size_t node);
-/** Of the file that a FILE plays or a FILE_SINK writes. */
+/** Of the file that a `filesource` plays or a `filesink` writes. */
 std::string FileOf(std::size_t node);
 
 /** The graph file. */
 std::string DotText(const Graph& graph);
-std::string MapText(const ChannelMap& map);
 
-/** The sinks of these kinds. */
-std::vector<std::size_t> NodesOf(const Graph& graph, Work work);
+/** The nodes of that block. */
+std::vector<std::size_t> NodesOf(const Graph& graph, const std::string& block);
+
+/** What every sink must receive, by node. */
+std::map<std::size_t, Signal> ExpectedAtSinks(const Graph& graph);
 
 }  // namespace randomgraphs

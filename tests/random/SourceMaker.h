@@ -15,6 +15,8 @@ inline vorn::SampleFormat AnyFormat(Dice& dice) {
   return dice.Chance(50) ? vorn::SampleFormat::S16_LE : testkit::FORMATS[dice.Below(std::size(testkit::FORMATS))];
 }
 
+inline const Law SAME = [](const Node&, const Signals& in) { return Signals{in[0]}; };
+
 class SourceMaker {
  protected:
   static constexpr long MOST_FRAME = 2048;
@@ -66,13 +68,13 @@ class SourceMaker {
   }
 
   /** Behind `end`. */
-  End Append(Work work, const char* block, const std::string& args, const End& end) {
-    Node node{work, block, args};
+  End Append(const char* block, const std::string& args, const End& end, const Law& law = SAME) {
+    Node node{block, args, law};
     node.in = {{end.node, end.port}};
     return Add(std::move(node), end);
   }
 
-  void AddSink(const End& end) { Append(Work::FILE_SINK, "filesink", FileOf(graph.nodes.size()), end); }
+  void AddSink(const End& end) { Append("filesink", FileOf(graph.nodes.size()), end); }
 
   End TakeEnd() {
     if (ends.empty()) return Source(0, NewFrame());
@@ -119,10 +121,16 @@ class SourceMaker {
   /** Where a run is stopped, how far a source came is seen in a file beside. */
   End File(End end, long samples) {
     const bool isStopped = graph.ending != Ending::BY_ITSELF;
-    Node node{Work::FILE, "filesource"};
-    node.endless = isStopped && (graph.nodes.empty() || dice.Chance(80));
-    node.amount = node.endless ? 44101 : samples;
-    node.args = FileOf(graph.nodes.size()) + StreamWords(end) + (node.endless ? " loop=true" : "");
+    const std::size_t index = graph.nodes.size();
+    const bool isEndless = isStopped && (graph.nodes.empty() || dice.Chance(80));
+    Node node{"filesource", FileOf(index) + StreamWords(end) + (isEndless ? " loop=true" : "")};
+    node.amount = node.contents = isEndless ? 44101 : samples;
+    node.law = [=](const Node& file, const Signals&) {
+      const Signal round = FileContents(index, file.contents, file.channels, file.format);
+      const long played = isEndless ? file.amount : std::min(file.amount, file.contents);
+      return Signals{Make(played, file.channels, file.format,
+                          [&](const auto&, long k, std::size_t c) { return At(round, k % file.contents, c); })};
+    };
     end = Add(std::move(node), end);
     if (!isStopped) return end;
     const Ends both = Tee(end, 2);
@@ -132,16 +140,19 @@ class SourceMaker {
   }
 
   End Tone(const End& end, long samples) {
-    Node node{Work::TONE, "tone"};
-    node.amount = samples;
-    node.period = dice.Below(2) == 0 ? 4 : 20;  // divides all rates
+    const long period = dice.Below(2) == 0 ? 4 : 20;  // divides all rates
+    const auto square = [=](const auto&, long k, std::size_t) { return k % period < period / 2 ? 1 : -1; };
+    Node node{"tone"};
     node.args =
-        "square " + std::to_string(end.rate / node.period) + " 0 samples=" + std::to_string(samples) + StreamWords(end);
+        "square " + std::to_string(end.rate / period) + " 0 samples=" + std::to_string(samples) + StreamWords(end);
+    node.law = [=](const Node& tone, const Signals&) {
+      return Signals{Make(samples, tone.channels, tone.format, square)};
+    };
     return Add(std::move(node), end);
   }
 
   Ends Tee(const End& end, std::size_t outputs) {
-    Ends all(outputs, Append(Work::SAME, "tee", "", end));
+    Ends all(outputs, Append("tee", "", end, [=](const Node&, const Signals& in) { return Signals(outputs, in[0]); }));
     for (std::size_t i = 0; i < outputs; ++i) all[i].port = i;
     return all;
   }
