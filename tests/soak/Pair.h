@@ -20,13 +20,8 @@ using Words = std::vector<std::string>;
 /** Where this does not hold, says what is wrong and ends the program. */
 void Need(bool holds, const std::string& otherwise);
 
-/** Somebody who has to get on. */
-struct Worker {
-  const char* const name;
-  std::atomic<const char*> step{nullptr};  // null: done
-  std::atomic<long> count{0};
-  void Do(const char* what) { step = what, ++count; }
-};
+/** What a thread is at, for the case that it stands. */
+using Step = std::atomic<const char*>;
 
 constexpr long FRAME = 48;
 
@@ -62,10 +57,10 @@ struct Judge : Sink {
       const std::uint32_t came = reinterpret_cast<const std::uint32_t*>(in.data)[i];
       Need(came == next, "sample " + std::to_string(next) + " came as " + std::to_string(came));
     }
-    watched.count += in.samples;
+    taken += in.samples;
     return Sink::ProcessFrame();
   }
-  static inline Worker watched{"the pair that nobody edits"};
+  static inline std::atomic<long> taken{0};
   std::uint32_t next = 0;
 };
 
@@ -127,7 +122,7 @@ class Pair {
   }
 
   /** What is thrown for it does not depend on how far the routes are: the same seed makes the same edits. */
-  void Edit(Worker& worker) {
+  void Edit(Step& step) {
     const struct {
       const char* name;
       void (Pair::*make)(Chain&);
@@ -136,10 +131,10 @@ class Pair {
                  {"restart", &Pair::Restart},    {"new FIFO", &Pair::ChangeFifo}, {"renew", &Pair::Renew}};
     const auto& edit = edits[dice.Below(std::size(edits))];
     Chain& chain = dice.Chance(50) ? put : get;
-    worker.Do("start");
+    step = "start";
     if (dice.Chance(70) && !(put.runs && get.runs)) Restart(chain);
     if (chain.runs) ++editsOfRunning;
-    worker.Do(edit.name);
+    step = edit.name;
     (this->*edit.make)(chain);
   }
   static inline std::atomic<long> editsOfRunning{0};

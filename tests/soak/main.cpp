@@ -3,12 +3,14 @@
 //   soak [SECONDS [SEED]]
 //
 // A pair of routes that nobody edits has to carry every sample in order meanwhile. After a warm-up, and again at the
-// end, all is taken down: there must not be more descriptors, threads and memory in use then. Whoever does not get on
-// for a minute is named, and the program aborts. The same seed makes the same edits, at other moments.
+// end, all is taken down: there must not be more descriptors, threads and memory in use then. Where that takes a minute
+// longer than it was asked to, the program says what each thread is at, and aborts. The same seed makes the same edits,
+// at other moments.
 #include <gtest/gtest.h>
 #include <malloc.h>
 #include <tlogging.h>
 
+#include <csignal>
 #include <random>
 
 #include "Pair.h"
@@ -20,7 +22,6 @@ namespace soak {
 void Need(bool holds, const std::string& otherwise) {
   if (holds) return;
   std::printf("soak: %s\n", otherwise.c_str());
-  std::fflush(stdout);
   std::_Exit(1);
 }
 
@@ -31,28 +32,15 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 using testkit::ConsoleClient;
 
-constexpr auto PATIENCE = 60s;
+constexpr unsigned PATIENCE = 60;     // in seconds
 constexpr long HEAP_SLACK = 8 << 10;  // what the system's libraries keep for themselves
 
 std::atomic<bool> isOver{false};
-Worker workers[] = {{"the main thread"}, {"editor 0"}, {"editor 1"}, {"operator 0"}, {"operator 1"}};
-Worker& untouched = Judge::watched;
+Step steps[] = {"main thread", "editor 0", "editor 1", "operator 0", "operator 1"};
 
-void Watch(const std::stop_token& stop) {
-  std::vector<std::pair<long, Clock::time_point>> seen(std::size(workers) + 1);
-  while (!stop.stop_requested()) {
-    std::this_thread::sleep_for(100ms);
-    for (std::size_t i = 0; i < seen.size(); ++i) {
-      const Worker& worker = i < std::size(workers) ? workers[i] : untouched;
-      const char* const step = worker.step;
-      auto& [count, since] = seen[i];
-      if (step == nullptr || worker.count != count) count = worker.count, since = Clock::now();
-      if (Clock::now() - since < PATIENCE) continue;
-      std::printf("soak: %s stands in '%s' for a minute, after %ld steps\n", worker.name, step, count);
-      std::fflush(stdout);
-      std::abort();
-    }
-  }
+void TellSteps(int) {
+  for (const Step& step : steps) std::printf("soak: thread %td stands in '%s'\n", &step - steps, step.load());
+  std::abort();
 }
 
 Words Commands() {
@@ -70,52 +58,44 @@ Words Commands() {
 }
 
 /** Asks some things, and leaves in the middle of another: before half an address, or the name of another folder. */
-void BeOperator(Worker& worker, Dice dice) {
+void BeOperator(Step& step, Dice dice) {
   static const Words COMMANDS = Commands();
   while (!isOver) {
-    worker.Do("connect");
+    step = "connect";
     ConsoleClient client;
     for (long asks = dice.Between(0, 6); asks > 0; --asks) {
       const std::string& command = dice.Pick(COMMANDS);
-      worker.Do(command.c_str());
+      step = command.c_str();
       const std::string reply = client.Ask(command);
       Need(!reply.ends_with("(late)") && !reply.ends_with("(end)"), "no reply to " + command);
     }
     client.Send(dice.Pick(COMMANDS).substr(0, static_cast<std::size_t>(dice.Between(1, 12))));
   }
-  worker.step = nullptr;
 }
 
-void BeEditor(Worker& worker, const char* routes, Dice dice) {
-  worker.Do("build");
-  {
-    Pair pair(routes, dice);
-    while (!isOver) pair.Edit(worker);
-    worker.Do("take down");
-  }
-  worker.step = nullptr;
+void BeEditor(Step& step, const char* routes, Dice dice) {
+  Pair pair(routes, dice);
+  while (!isOver) pair.Edit(step);
+  step = "take down";
 }
 
 void Run(std::chrono::seconds time, Dice& dice) {
   const auto next = [&] { return Dice(dice.Below(1UL << 62)); };
   isOver = false;
-  workers[0].Do("build");
   {
     Pair pair("YZ", next(), Make<Judge>());
     pair.StartBoth();
-    untouched.step = "a frame";
     std::vector<std::thread> threads;
-    for (int i : {1, 2}) threads.emplace_back(BeEditor, std::ref(workers[i]), i == 1 ? "AB" : "CD", next());
-    for (int i : {3, 4}) threads.emplace_back(BeOperator, std::ref(workers[i]), next());
+    for (int i : {1, 2}) threads.emplace_back(BeEditor, std::ref(steps[i]), i == 1 ? "AB" : "CD", next());
+    for (int i : {3, 4}) threads.emplace_back(BeOperator, std::ref(steps[i]), next());
     for (const auto end = Clock::now() + time; Clock::now() < end;) {
-      workers[0].Do("clear the dumps");
       std::this_thread::sleep_for(50ms);
       for (const auto& dump : fs::directory_iterator("dumps")) fs::remove(dump);
     }
     isOver = true;
-    for (std::thread& thread : threads) workers[0].Do("join"), thread.join();
-    workers[0].Do("take down");
-    untouched.step = nullptr;
+    for (std::thread& thread : threads) thread.join();
+    Need(testkit::WaitUntil([before = Judge::taken.load()] { return Judge::taken > before; }),
+         "the untouched pair stands");
   }
   ConsoleClient client;
   for (const char* command : {"delete RouteM !", "setdump --", "loglevel 4"}) client.Ask(command);
@@ -129,21 +109,21 @@ struct Usage {
     descriptors = Entries("/proc/self/fd"), threads = Entries("/proc/self/task");
     heap = static_cast<long>(mallinfo2().uordblks + mallinfo2().hblkhd);
     std::printf("soak: %s: %ld descriptors, %ld threads, %ld bytes of heap in use\n", when, descriptors, threads, heap);
-    std::fflush(stdout);
   }
   static long Entries(const char* folder) { return std::distance(fs::directory_iterator(folder), {}); }
   long descriptors, threads, heap;
 };
 
 int Main(long seconds, unsigned long seed) {
+  std::setvbuf(stdout, nullptr, _IOLBF, 0);
   std::printf("soak: %ld s with seed %lu\n", seconds, seed);
-  std::fflush(stdout);
+  std::signal(SIGALRM, TellSteps);
+  alarm(static_cast<unsigned>(seconds) + PATIENCE);
   const testkit::Folder folder;
   fs::current_path(folder / "");
   fs::create_directory("dumps");
   vorn::Vorn::Instance()->HasConsole();
   _tlogging_disable_options(TLOGGING_STDOUT | TLOGGING_STDERR);
-  const std::jthread watchdog(Watch);
   Dice dice(seed);
   const std::chrono::seconds warmUp(std::max(2L, seconds / 6));
 
@@ -151,16 +131,12 @@ int Main(long seconds, unsigned long seed) {
   const Usage before("after the warm-up");
   Run(std::max(std::chrono::seconds(seconds) - warmUp, 1s), dice);
   const Usage after("at the end");
-  std::printf(
-      "soak: %ld samples in order, %ld and %ld steps of editors, %ld edits of what ran, %ld and %ld of operators\n",
-      untouched.count.load(), workers[1].count.load(), workers[2].count.load(), Pair::editsOfRunning.load(),
-      workers[3].count.load(), workers[4].count.load());
+  std::printf("soak: %ld samples in order, %ld edits of what ran\n", Judge::taken.load(), Pair::editsOfRunning.load());
   Need(after.descriptors <= before.descriptors, "descriptors were left open");
   Need(after.threads <= before.threads, "threads were left");
   Need(after.heap <= before.heap + HEAP_SLACK, "memory was lost");
-  Need(untouched.count > 0 && Pair::editsOfRunning > 0, "nothing was edited while it ran");
+  Need(Pair::editsOfRunning > 0, "nothing was edited while it ran");
   Need(!testing::UnitTest::GetInstance()->Failed(), "the console broke its protocol");
-  workers[0].step = nullptr;
   fs::current_path("/");
   return 0;
 }
