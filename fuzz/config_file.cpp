@@ -4,8 +4,8 @@
 
 #include "Config/Profile.h"
 #include "Input.h"
-#include "SilentLog.h"
 #include "Vorn/VornImpl.h"
+#include "testkit/Log.h"
 
 using fuzz::Require;
 
@@ -17,6 +17,11 @@ static std::string path;
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   file = memfd_create("config", 0);
   path = "/dev/fd/" + std::to_string(file);
+  testkit::Log::Keep("EWIDVT");
+  testkit::Log::watch = [](const std::string& line) {
+    Require(line != "file ", "A log file without a name");
+    testkit::Log::Take();
+  };
   return 0;
 }
 
@@ -29,7 +34,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   char value[LONGEST_LINE + 1] = {before};
   const bool isFound = GetProfileString(path.c_str(), "config", "loglevel", value) == 0;
   Require(isFound || (value[0] == before && value[1] == 0), "A value that nobody found");
-  fuzz::onLogFile = [](const char* asked) { Require(!asked || *asked != '\0', "A log file without a name"); };
   const vorn::VornImpl framework(path.c_str());
   return 0;
 }

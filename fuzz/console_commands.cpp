@@ -12,8 +12,8 @@
 #include <sstream>
 
 #include "Input.h"
-#include "SilentLog.h"
 #include "Vorn/VornImpl.h"
+#include "testkit/Log.h"
 
 namespace {
 
@@ -98,9 +98,11 @@ int LLVMFuzzerInitialize(int*, char***) {
   char folder[] = "/tmp/vorn-fuzz-XXXXXX";
   Require(mkdtemp(folder), "No scratch folder");
   scratch = folder + std::string("/dump/");
-  fuzz::onLogFile = [](const char* path) {
-    Require(!path || std::string(path).compare(0, scratch.size(), scratch) == 0,
-            "A path outside of the scratch folder");
+  testkit::Log::Keep("EWIDVT");  // so that every line is put together
+  testkit::Log::watch = [](const std::string& line) {
+    const bool isFile = line.starts_with("file ") && line != "file none";
+    Require(!isFile || line.starts_with("file " + scratch), "A path outside of the scratch folder");
+    testkit::Log::Take();
   };
   const rlimit limit{LARGEST_FILE, LARGEST_FILE};
   setrlimit(RLIMIT_FSIZE, &limit);

@@ -1,12 +1,12 @@
 #include "testkit/Log.h"
 
-#include <gtest/gtest.h>
 #include <tlogging.h>
 
 #include <cerrno>
 #include <cstdarg>
 #include <filesystem>
 #include <mutex>
+#include <utility>
 
 namespace testkit {
 namespace {
@@ -40,11 +40,9 @@ std::string Log::Take() {
   return std::exchange(lines, {});
 }
 
-void Log::WaitFor(const std::string& line) {
-  EXPECT_TRUE(WaitUntil([&] {
-    const std::lock_guard<std::mutex> lock(mutex);
-    return ("\n" + lines).find("\n" + Lines(line)) != lines.npos;
-  })) << line;
+bool Log::Has(const std::string& line) {
+  const std::lock_guard<std::mutex> lock(mutex);
+  return ("\n" + lines).find("\n" + Lines(line)) != lines.npos;
 }
 
 std::string Lines(const std::string& text) {

@@ -5,8 +5,6 @@
 #include <atomic>
 #include <string>
 
-#include "testkit/Wait.h"
-
 namespace testkit {
 
 struct Log {
@@ -18,7 +16,8 @@ struct Log {
   static void Add(const std::string& line);
   /** The lines since the last Keep() or Take(), without those that say that a route sleeps: they come any time. */
   static std::string Take();
-  static void WaitFor(const std::string& line);
+  static bool Has(const std::string& line);
+  static void WaitFor(const std::string& line);  ///< in Probe.h
   /** Sees each line that is added, on the thread that adds it, which it may hold up. */
   static inline std::atomic<void (*)(const std::string&)> watch{nullptr};
 };

@@ -7,10 +7,15 @@
 #include <numeric>
 
 #include "testkit/Log.h"
+#include "testkit/Wait.h"
 
 namespace testkit {
 
 using vorn::Block, vorn::Link, vorn::Route, vorn::SampleFormat;
+
+inline void Log::WaitFor(const std::string& line) {
+  EXPECT_TRUE(WaitUntil([&] { return Has(line); })) << line;
+}
 
 enum Ends { MIDDLE = 0, FIRST = 1, LAST = 2, ALONE = 3 };
 
