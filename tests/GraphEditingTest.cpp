@@ -64,12 +64,12 @@ TEST_F(RouteTest, SurvivesBrokenPlugins) {
     EXPECT_FALSE(IsLoaded(file.c_str())) << file;
   }
   EXPECT_TRUE(route->Blocks_l().empty());
-  const auto load = [&](const char* file) { return route->NewBlock(file, true, true, {}); };
-  Block *plain = Add(*route, ALONE, "a"), *in = load("librefusesinput.so"), *out = load("librefusesoutput.so");
+  Probe *plain = Add(*route, ALONE, "a"), *refuser = Add(*route, ALONE, "r");
+  refuser->linkResult = -5;
   Log::Take();
-  EXPECT_FALSE(Join(*route, plain, in) || Join(*route, out, plain));
-  EXPECT_EQ(Log::Take(), Lines("E ~lnk_0: Failed to link to refusesinput_0's I00|I ~lnk_0: Deleted|"
-                               "E ~lnk_0: Failed to link to refusesoutput_0's O00|I ~lnk_0: Deleted"));
+  EXPECT_FALSE(Join(*route, plain, refuser) || Join(*route, refuser, plain));
+  EXPECT_EQ(Log::Take(), Lines("E ~lnk_0: Failed to link to @r's I00|I ~lnk_0: Deleted|"
+                               "E ~lnk_0: Failed to link to @r's O00|I ~lnk_0: Deleted"));
   Log::Keep("E");
   EXPECT_FALSE(route->NewLink(1, SampleFormat::BYTE, 1, -1, plain, 0, plain, 0));  // a frame that no memory holds
   EXPECT_EQ(Log::Take(), Lines("E ~lnk_0: No memory for frames of -1 samples: frame size out of range"));

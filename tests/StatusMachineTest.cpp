@@ -55,20 +55,20 @@ TEST_F(RouteTest, NamesTheBlockThatLacksALink) {
 
 // Red if a failure changes the status, is retried, or keeps its number from the caller.
 TEST_F(RouteTest, PassesOnWhyABlockDoesNotStartOrStop) {
-  Probe* sound = Add(*route, ALONE, "a", Script{-21, 0});
-  Block* broken = route->NewBlock("libstartfails.so", true, true, {});
+  Probe *sound = Add(*route, ALONE, "a", Script{-21, 0}), *broken = Add(*route, ALONE, "b");
+  broken->startResult = -7;
   Log::Take();
   EXPECT_EQ(route->Start(), -7);
   EXPECT_TRUE(sound->starts == (sound < broken) && sound->stops == 0 && sound->calls == 0);
-  EXPECT_EQ(Log::Take(), Lines("E ~Failed to start startfails_0 (ret=-7)"));
+  EXPECT_EQ(Log::Take(), Lines("E ~Failed to start @b (ret=-7)"));
   route->Delete(broken);
-  route->NewBlock("libstopfails.so", true, true, {});
+  Add(*route, ALONE, "b")->stopResult = -8;
   Log::Take();
   EXPECT_EQ(route->Start(), 0);
   EXPECT_TRUE(WaitUntil([&] { return sound->calls > 5; }));  // the end of the file does not stop it either
   EXPECT_EQ(route->Stop(), -8);
   EXPECT_TRUE(WaitUntil([&, calls = sound->calls.load()] { return sound->calls > calls; }));
-  const std::string failure = "|I ~Stopping|E ~Failed to stop stopfails_0 (ret=-8)";
+  const std::string failure = "|I ~Stopping|E ~Failed to stop @b (ret=-8)";
   EXPECT_EQ(Log::Take(), Lines(STARTED + "I ~@a: End of file" + failure + failure));
 }
 
