@@ -64,11 +64,10 @@ struct Judge : Sink {
   std::uint32_t next = 0;
 };
 
-template <int START, long FRAME_RESULT>
+template <long RESULT>
 struct Failing : Block {
   using Block::Block;
-  int Start() override { return START; }
-  long ProcessFrame() override { return FRAME_RESULT; }
+  long ProcessFrame() override { return RESULT; }
 };
 
 /** What the plug-in "probe" is told, so that it makes a block of this program. */
@@ -89,17 +88,15 @@ inline Action Join(Block*& from, Block*& to) {
           .newLink = {48000, vorn::SampleFormat::S32_LE, 1, FRAME, &from, 0, &to, 0, nullptr}};
 }
 inline Action Delete(void* instance) { return {.type = Action::Type::DELETE, .del = {instance, -20}}; }
-inline Action Start() { return {.type = Action::Type::START, .start = {-20}}; }
 
-/** All of it in one batch. @return what the last action of it answered, a start. */
-inline int Do(Route& route, std::vector<Action> actions) {
+/** All of it in one batch. */
+inline void Do(Route& route, std::vector<Action> actions) {
   route.ExecuteActions(actions.data(), actions.size());
   for (const Action& action : actions) {
     if (action.type == Action::Type::NEW_BLOCK) Need(*action.newBlock.block, "a block was not made");
     if (action.type == Action::Type::NEW_LINK) Need(action.newLink.link, "a link was not made");
     if (action.type == Action::Type::DELETE) Need(action.del.ret == 0, "a block or link was not deleted");
   }
-  return actions.back().start.ret;
 }
 
 /** Source, some blocks, fifosink; fifosource, some blocks, sink. Thread: one for all operations. */
@@ -126,9 +123,9 @@ class Pair {
     const struct {
       const char* name;
       void (Pair::*make)(Chain&);
-    } edits[] = {{"insert", &Pair::Insert},      {"remove", &Pair::Remove},       {"break", &Pair::Break},
-                 {"bad start", &Pair::BadStart}, {"bad frame", &Pair::BadFrame},  {"dump", &Pair::Dump},
-                 {"restart", &Pair::Restart},    {"new FIFO", &Pair::ChangeFifo}, {"renew", &Pair::Renew}};
+    } edits[] = {{"insert", &Pair::Insert},       {"remove", &Pair::Remove}, {"break", &Pair::Break},
+                 {"bad frame", &Pair::BadFrame},  {"dump", &Pair::Dump},     {"restart", &Pair::Restart},
+                 {"new FIFO", &Pair::ChangeFifo}, {"renew", &Pair::Renew}};
     const auto& edit = edits[dice.Below(std::size(edits))];
     Chain& chain = dice.Chance(50) ? put : get;
     step = "start";
@@ -218,19 +215,9 @@ class Pair {
     Do(*chain.route, {Join(chain.blocks[at], chain.blocks[at + 1])});
   }
 
-  // Not on a running route, whose thread it would end.
-  void BadStart(Chain& chain) {
-    StopBoth();
-    Block* bad = nullptr;
-    const int ret = Do(*chain.route, {New("libprobe.so", true, true, Make<Failing<-7, 0>>(), bad), Start()});
-    Need(ret == -7, "started in spite of a block that does not");
-    Do(*chain.route, {Delete(bad)});
-  }
-
   void BadFrame(Chain& chain) {
-    const Words* const kinds[] = {&Make<Failing<0, vorn::FRAME_FAILED>>(), &Make<Failing<0, vorn::FRAME_TIMEOUT>>(),
-                                  &Make<Failing<0, vorn::FRAME_FADED_OUT>>(),
-                                  &Make<Failing<0, vorn::FRAME_END_OF_FILE>>()};
+    const Words* const kinds[] = {&Make<Failing<vorn::FRAME_FAILED>>(), &Make<Failing<vorn::FRAME_TIMEOUT>>(),
+                                  &Make<Failing<vorn::FRAME_FADED_OUT>>(), &Make<Failing<vorn::FRAME_END_OF_FILE>>()};
     Block* bad = nullptr;
     Do(*chain.route, {New("libprobe.so", true, true, *kinds[dice.Below(4)], bad)});
     Do(*chain.route, {Delete(bad)});
