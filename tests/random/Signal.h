@@ -31,7 +31,8 @@ Signal Make(long samples, unsigned channels, vorn::SampleFormat format, const Le
   Levels levels;
   levels.reserve(CountOf(samples, channels));
   for (long k = 0; k < samples; ++k) {
-    for (unsigned c = 0; c < channels; ++c) levels.push_back(testkit::Nearest(format, level(levels, k, c) * scale) / scale);
+    for (unsigned c = 0; c < channels; ++c)
+      levels.push_back(testkit::Nearest(format, level(levels, k, c) * scale) / scale);
   }
   return {samples, channels, std::make_shared<const Levels>(std::move(levels))};
 }
