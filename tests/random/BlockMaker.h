@@ -97,7 +97,7 @@ class BlockMaker : protected SourceMaker {
       resampled.frame = NewFrame();
       graph.nodes.back().links = "frame=" + std::to_string(resampled.frame.samples);
     } else {
-      resampled.frame = {(end.frame.samples * rate + from - 1) / from, ++frames, false};
+      resampled.frame = {(end.frame.samples * rate + from - 1) / from, true, false};
     }
     return resampled;
   }
@@ -143,7 +143,7 @@ class BlockMaker : protected SourceMaker {
     if (end.rate != model.rate) end = Resample(end, model.rate);
     if (end.format != model.format) end = Convert(end, model.format);
     if (withChannels && end.channels != model.channels) end = Remap({end}, {model.channels})[0];
-    if (end.frame.number != model.frame.number) end = Reframe(end, model.frame);
+    if (end.frame.samples != model.frame.samples) end = Reframe(end, model.frame);
     return end;
   }
 

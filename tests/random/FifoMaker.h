@@ -40,7 +40,7 @@ class FifoMaker : protected BlockMaker {
 
   End Cross(const End& end, const Crossing& crossing) {
     End read = Append("fifosource", "", Send(end, crossing));
-    if (crossing.frame.number != end.frame.number) {
+    if (crossing.frame.samples != end.frame.samples) {
       graph.nodes.back().links = "frame=" + std::to_string(crossing.frame.samples);
     }
     read.frame = crossing.frame;
@@ -60,7 +60,7 @@ class FifoMaker : protected BlockMaker {
     Crossing crossing = NewCrossing(end, dice.Pick(routes));
     if (dice.Chance(30)) {
       crossing.capacity =
-          crossing.prefill + 2 * std::max(end.frame.samples, crossing.frame.samples) + pace.Between(0, 1000);
+          crossing.prefill + 2 * std::max(end.frame.samples, crossing.frame.samples) + dice.Between(0, 1000);
     }
     Unite(end.route, crossing.route);
     Keep(Cross(end, crossing));
@@ -92,7 +92,7 @@ class FifoMaker : protected BlockMaker {
   }
 
   /** A source in a route where nothing holds its samples up, so that the least prefill is enough. */
-  End TightSource() { return Source(dice.Below(islands.size()), FixedFrame()); }
+  End TightSource() { return Source(dice.Below(islands.size()), true); }
 
   /** Between the ways that a FIFO joins, nothing gathers more than MOST_FRAME; what does before holds both up alike. */
   long Prefill(bool isTight, const Frame& frame) {

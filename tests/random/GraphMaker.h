@@ -12,11 +12,10 @@ namespace randomgraphs {
  */
 class GraphMaker : FifoMaker {
  public:
-  /** @param variant another one is the same graph with other frames, and must give the same samples. */
-  GraphMaker(std::uint64_t seed, unsigned variant) : FifoMaker(seed, variant) {}
+  explicit GraphMaker(std::uint64_t seed) : FifoMaker(seed) {}
 
   Graph Make() {
-    graph.frame = FrameSize(pace);
+    graph.frame = FrameSize();
     baseRate = dice.Pick(RATES);
     baseFormat = AnyFormat(dice);
     islands.resize(dice.Chance(55) ? 1 : 1 + dice.Below(MOST_ROUTES));
@@ -43,9 +42,9 @@ class GraphMaker : FifoMaker {
 
   void AddSources() {
     const std::size_t sources = 1 + dice.Below(3);
-    for (std::size_t i = 0; i < sources; ++i) Keep(Source(0, NewFrame()));
+    for (std::size_t i = 0; i < sources; ++i) Keep(Source(0));
     for (std::size_t route = 1; route < islands.size(); ++route) {
-      if (dice.Chance(40)) Keep(Source(route, NewFrame()));
+      if (dice.Chance(40)) Keep(Source(route));
     }
   }
 
@@ -58,7 +57,7 @@ class GraphMaker : FifoMaker {
     if (turn < 70) return Keep(Diamond(TakeEnd()));
     if (turn < 80) return CrossSomewhere();
     if (turn < 86) return JoinThroughFifos();
-    if (turn < 90) return Keep(Source(dice.Below(islands.size()), NewFrame()));
+    if (turn < 90) return Keep(Source(dice.Below(islands.size())));
     if (!mayLoop) return Keep(Change(TakeEnd()));
     if (turn < 95) return SendAndReturn();
     if (turn < 98) return FeedBack();
@@ -87,7 +86,7 @@ class GraphMaker : FifoMaker {
   /** Blocks run in the order in which they are made, where nothing else says it. */
   void Shuffle() {
     for (std::size_t i = 0; i < graph.nodes.size(); ++i) graph.order.push_back(i);
-    for (std::size_t i = graph.order.size(); i > 1; --i) std::swap(graph.order[i - 1], graph.order[pace.Below(i)]);
+    for (std::size_t i = graph.order.size(); i > 1; --i) std::swap(graph.order[i - 1], graph.order[dice.Below(i)]);
   }
 
   bool mayLoop = false;

@@ -21,12 +21,10 @@ class SourceMaker {
  protected:
   static constexpr long MOST_FRAME = 2048;
 
-  /** A size that is another one in every variant; two of one number are always alike. */
   struct Frame {
     long samples = 0;
-    unsigned number = 0;   ///< 0: the default of the file
-    bool isSmall = true;   ///< not above MOST_FRAME
-    bool isFixed = false;  ///< but for these, which are always alike
+    bool isSaid = false;  ///< else it is the default of the file
+    bool isSmall = true;  ///< not above MOST_FRAME
   };
   /** An output that leads nowhere yet. */
   struct End {
@@ -40,19 +38,17 @@ class SourceMaker {
   };
   using Ends = std::vector<End>;
 
-  SourceMaker(std::uint64_t seed, unsigned variant) : dice(seed), pace(seed * 1000003 + variant) {}
+  explicit SourceMaker(std::uint64_t seed) : dice(seed) {}
 
-  static long FrameSize(Dice& from) {
+  long FrameSize() {
     static const std::vector<long> USUAL = {80, 100, 160, 441, 480, 481, 512, 960, 1000};
-    if (from.Chance(2)) return 1;
-    return from.Chance(60) ? from.Pick(USUAL) : from.Between(7, MOST_FRAME);
+    if (dice.Chance(2)) return 1;
+    return dice.Chance(60) ? dice.Pick(USUAL) : dice.Between(7, MOST_FRAME);
   }
-  Frame NewFrame() { return {FrameSize(pace), ++frames}; }
-  /** The same in all variants. */
-  Frame FixedFrame() { return {FrameSize(dice), ++frames, true, true}; }
+  Frame NewFrame() { return {FrameSize(), true}; }
   Frame BigFrame() {
     static const std::vector<long> USUAL = {4800, 9000, 9600, 24000};
-    return {pace.Chance(50) ? pace.Pick(USUAL) : pace.Between(2000, 30000), ++frames, false};
+    return {dice.Chance(50) ? dice.Pick(USUAL) : dice.Between(2000, 30000), true, false};
   }
 
   /** @return its output 0, like `end` but for the block. */
@@ -77,7 +73,7 @@ class SourceMaker {
   void AddSink(const End& end) { Append("filesink", FileOf(graph.nodes.size()), end); }
 
   End TakeEnd() {
-    if (ends.empty()) return Source(0, NewFrame());
+    if (ends.empty()) return Source(0);
     const std::size_t at = dice.Below(ends.size());
     const End end = ends[at];
     ends.erase(ends.begin() + static_cast<std::ptrdiff_t>(at));
@@ -101,13 +97,14 @@ class SourceMaker {
     return dice.Chance(50) ? dice.Pick(ODD) : dice.Between(2, dice.Chance(50) ? 2000 : 60000);
   }
 
-  End Source(std::size_t route, Frame frame) {
+  /** @param isTight the link says its frames. */
+  End Source(std::size_t route, bool isTight = false) {
     End end;
     end.route = route;
     end.rate = dice.Chance(80) ? baseRate : dice.Pick(RATES);
     end.format = dice.Chance(75) ? baseFormat : AnyFormat(dice);
     end.channels = dice.Chance(70) ? 1 : 2;
-    end.frame = frame.isFixed || dice.Chance(70) ? frame : Frame{graph.frame};
+    end.frame = isTight || dice.Chance(70) ? NewFrame() : Frame{graph.frame};
     const long samples = Length();
     return graph.ending == Ending::BY_ITSELF && dice.Chance(15) ? Tone(end, samples) : File(end, samples);
   }
@@ -115,7 +112,7 @@ class SourceMaker {
   static std::string StreamWords(const End& end) {
     return " format=" + std::string(vorn::FormatName(end.format)) + " rate=" + std::to_string(end.rate) +
            " channels=" + std::to_string(end.channels) +
-           (end.frame.number != 0 ? " frame=" + std::to_string(end.frame.samples) : "");
+           (end.frame.isSaid ? " frame=" + std::to_string(end.frame.samples) : "");
   }
 
   /** Where a run is stopped, how far a source came is seen in a file beside. */
@@ -160,13 +157,11 @@ class SourceMaker {
   void Keep(const End& end) { ends.push_back(end); }
   void Keep(const Ends& more) { ends.insert(ends.end(), more.begin(), more.end()); }
 
-  Dice dice;  // what the graph is
-  Dice pace;  // in which frames it runs
+  Dice dice;
   Graph graph;
   unsigned baseRate = 48000;
   vorn::SampleFormat baseFormat = vorn::SampleFormat::S16_LE;
   Ends ends;
-  unsigned frames = 0;
 };
 
 }  // namespace randomgraphs

@@ -23,8 +23,6 @@ using namespace randomgraphs;
 /** What was expected and what came. */
 using Failure = std::string;
 
-constexpr std::uint64_t FRAMES_AGAIN = 5;  // every so many-th graph is run with other frames as well
-
 std::string VornRun() {
   const char* const other = std::getenv("VORN_RUN");
   return other == nullptr ? VORN_RUN : other;
@@ -37,36 +35,21 @@ Failure WrongCount(std::size_t sink, long expected, long got) {
 /** Its own folder. One a thread. */
 class Bench {
  public:
-  /** Runs the graph of a seed; of every fifth once more with other frames, which must give the same bytes. */
-  std::optional<Failure> Try(std::uint64_t seed);
+  std::optional<Failure> Try(Graph graph);
 
   /** As the last graph was run. */
   const std::string& Command() const { return command; }
 
  private:
-  std::optional<Failure> Try(Graph graph);
   testkit::Ended Run(const Graph& graph);
   std::optional<Failure> JudgeEnd(const Graph& graph, const testkit::Ended& ended) const;
   std::optional<Failure> JudgeSink(const Graph& graph, std::size_t sink, const Signal& expected,
                                    const std::string& json) const;
-  /** What the file sinks got in the last trial. */
-  std::map<std::size_t, std::string> Got(const Graph& graph) const;
   std::vector<double> Levels(std::size_t node, vorn::SampleFormat format) const;
 
   const testkit::Folder folder;
   std::string command;
 };
-
-std::optional<Failure> Bench::Try(std::uint64_t seed) {
-  const Graph graph = GraphMaker(seed, 0).Make();
-  if (auto failure = Try(graph)) return failure;
-  if (seed % FRAMES_AGAIN != 0 || graph.ending != Ending::BY_ITSELF) return std::nullopt;
-  const auto got = Got(graph);
-  const Graph other = GraphMaker(seed, 1).Make();
-  if (auto failure = Try(other)) return failure;
-  if (Got(other) == got) return std::nullopt;
-  return "a sink gets other samples with other frames";
-}
 
 std::optional<Failure> Bench::Try(Graph graph) {
   const testkit::Ended ended = Run(graph);
@@ -135,12 +118,6 @@ std::optional<Failure> Bench::JudgeSink(const Graph& graph, std::size_t sink, co
   return count == expected.samples ? std::nullopt : std::optional(WrongCount(sink, expected.samples, count));
 }
 
-std::map<std::size_t, std::string> Bench::Got(const Graph& graph) const {
-  std::map<std::size_t, std::string> got;
-  for (const std::size_t sink : NodesOf(graph, "filesink")) got[sink] = testkit::Contents(folder / FileOf(sink));
-  return got;
-}
-
 std::vector<double> Bench::Levels(std::size_t node, vorn::SampleFormat format) const {
   const std::string bytes = testkit::Contents(folder / FileOf(node));
   return testkit::Decoded(format, {bytes.begin(), bytes.end()});
@@ -168,7 +145,7 @@ class Series {
     unshare(CLONE_NEWNET);  // the console has one address a network namespace
     Bench bench;
     for (std::uint64_t i; (i = next++) < count;) {
-      if (const auto failure = bench.Try(first + i)) Report(bench, first + i, *failure);
+      if (const auto failure = bench.Try(GraphMaker(first + i).Make())) Report(bench, first + i, *failure);
     }
   }
 
@@ -177,7 +154,7 @@ class Series {
     ++failed;
     if (failed > MOST_REPORTS) return void(std::cout << "\n=== seed " << seed << std::endl);
     std::cout << "\n=== seed " << seed << "\n"
-              << DotText(GraphMaker(seed, 0).Make()) << bench.Command() << "\n"
+              << DotText(GraphMaker(seed).Make()) << bench.Command() << "\n"
               << failure << "\nagain: random_graphs 1 " << seed << std::endl;
   }
 
@@ -189,7 +166,7 @@ class Series {
 int Run(const std::vector<std::string>& args) {
   if (args.empty()) return std::cerr << "usage: random_graphs COUNT [SEED] | show SEED\n", 2;
   const std::uint64_t seed = args.size() > 1 ? std::stoull(args[1]) : std::random_device()() % 1000000000;
-  if (args[0] == "show") return std::cout << DotText(GraphMaker(seed, 0).Make()), 0;
+  if (args[0] == "show") return std::cout << DotText(GraphMaker(seed).Make()), 0;
   return Series().Run(seed, std::stoull(args[0])) == 0 ? 0 : 1;
 }
 
