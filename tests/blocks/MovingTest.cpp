@@ -1,4 +1,4 @@
-// Blocks that move samples and leave them as they are: reframe, delay, remap, null. Samples carry their own index.
+// Blocks that move samples and leave them as they are: remap, null.
 #include <gtest/gtest.h>
 
 #include "testkit/TestGraph.h"
@@ -31,27 +31,6 @@ class Moving : public testing::Test {
 
   Graph graph;
 };
-
-// Red if the rest of a stream or the tail of a delay is lost or doubled, if a channel slips, or if stamps drift.
-TEST_F(Moving, DelayAndReframeGiveEverySample) {
-  for (const long delay : {0, 1, 479, 481, 3000}) {
-    for (const auto& [from, to] : {std::pair{480, 480}, {480, 100}, {100, 480}, {7, 480}, {480, 7}}) {
-      for (const long length : {1, 480, 1441}) {
-        SCOPED_TRACE(testing::Message() << length << " later by " << delay << ", frames of " << from << " to " << to);
-        vorn::Block* first = graph.Add("delay", {"samples=" + std::to_string(delay)});
-        vorn::Block* second = graph.Add("reframe", {std::to_string(to)});
-        Feed(first, 0, Count(2 * length), Frames(from, 2));
-        ASSERT_TRUE(graph.Link(first, 0, second, 0, Frames(from, 2)));
-        Samples expected = Count(2 * length);
-        expected.insert(expected.begin(), 2 * static_cast<std::size_t>(delay), 0);
-        vorn::Block* sink = graph.Record(second, 0, Frames(to, 2));
-        ASSERT_EQ(graph.Run(), END_OF_FILE);
-        ExpectArrived(sink, expected, Frames(to, 2));
-        graph->DeleteAll();
-      }
-    }
-  }
-}
 
 // Red if channels, inputs or outputs are swapped, a gain is another one than was written, or times are lost.
 TEST_F(Moving, RemapFollowsItsMap) {
