@@ -20,7 +20,7 @@ namespace {
 
 using namespace randomgraphs;
 
-/** What was expected and what came. */
+/** What was expected and what came; empty where they are alike. */
 using Failure = std::string;
 
 std::string VornRun() {
@@ -28,40 +28,47 @@ std::string VornRun() {
   return other == nullptr ? VORN_RUN : other;
 }
 
-Failure WrongCount(std::size_t sink, long expected, long got) {
+Failure CompareCounts(std::size_t sink, long expected, long got) {
+  if (got == expected) return "";
   return NameOf(sink) + ": expected " + std::to_string(expected) + " samples, got " + std::to_string(got);
+}
+
+Failure JudgeEnd(const Graph& graph, const testkit::Ended& ended) {
+  if (ended.hung) return "killed after " + std::to_string(testkit::HangLimit().count()) + " ms\n" + ended.err;
+  const bool wasCut = graph.ending == Ending::DURATION && ended.status != 0;  // unless nobody wanted more
+  const int expected = graph.ending == Ending::SIGNAL ? -SIGINT : wasCut ? 3 : 0;
+  if (ended.status == expected && ended.err.empty()) return "";
+  return "status " + std::to_string(ended.status) + " instead of " + std::to_string(expected) + ": " + ended.err;
 }
 
 /** Its own folder. One a thread. */
 class Bench {
  public:
-  std::optional<Failure> Try(Graph graph);
+  Failure Try(Graph graph);
 
   /** As the last graph was run. */
   const std::string& Command() const { return command; }
 
  private:
   testkit::Ended Run(const Graph& graph);
-  std::optional<Failure> JudgeEnd(const Graph& graph, const testkit::Ended& ended) const;
-  std::optional<Failure> JudgeSink(const Graph& graph, std::size_t sink, const Signal& expected,
-                                   const std::string& json) const;
+  Failure JudgeSink(const Graph& graph, std::size_t sink, const Signal& expected, const std::string& json) const;
   std::vector<double> Levels(std::size_t node, vorn::SampleFormat format) const;
 
   const testkit::Folder folder;
   std::string command;
 };
 
-std::optional<Failure> Bench::Try(Graph graph) {
+Failure Bench::Try(Graph graph) {
   const testkit::Ended ended = Run(graph);
-  if (auto failure = JudgeEnd(graph, ended)) return failure;
+  Failure failure = JudgeEnd(graph, ended);
   for (const std::size_t file : NodesOf(graph, "filesource")) {
     Node& node = graph.nodes[file];
     if (node.tap != 0) node.amount = static_cast<long>(Levels(node.tap, node.format).size() / node.channels);
   }
   for (const auto& [sink, signal] : ExpectedAtSinks(graph)) {
-    if (auto failure = JudgeSink(graph, sink, signal, ended.out)) return failure;
+    if (failure.empty()) failure = JudgeSink(graph, sink, signal, ended.out);
   }
-  return std::nullopt;
+  return failure;
 }
 
 testkit::Ended Bench::Run(const Graph& graph) {
@@ -89,33 +96,21 @@ testkit::Ended Bench::Run(const Graph& graph) {
   return testkit::RunIn(folder / "", words, interruption);
 }
 
-std::optional<Failure> Bench::JudgeEnd(const Graph& graph, const testkit::Ended& ended) const {
-  if (ended.hung) return "killed after " + std::to_string(testkit::HangLimit().count()) + " ms\n" + ended.err;
-  const bool wasCut = graph.ending == Ending::DURATION && ended.status != 0;  // unless nobody wanted more
-  const int expected = graph.ending == Ending::SIGNAL ? -SIGINT : wasCut ? 3 : 0;
-  if (ended.status == expected && ended.err.empty()) return std::nullopt;
-  return "status " + std::to_string(ended.status) + " instead of " + std::to_string(expected) + ": " + ended.err;
-}
-
-std::optional<Failure> Bench::JudgeSink(const Graph& graph, std::size_t sink, const Signal& expected,
-                                        const std::string& json) const {
+Failure Bench::JudgeSink(const Graph& graph, std::size_t sink, const Signal& expected, const std::string& json) const {
   const Node& node = graph.nodes[sink];
   if (node.block == "null") {  // its readings have the count
     const std::string name = "\"samples\": ";
     const std::size_t reading = json.find(name, json.find('"' + NameOf(sink) + "\": {"));
-    const long got = reading == json.npos ? -1 : std::atol(&json[reading + name.size()]);
-    return got == expected.samples ? std::nullopt : std::optional(WrongCount(sink, expected.samples, got));
+    return CompareCounts(sink, expected.samples, reading == json.npos ? -1 : std::atol(&json[reading + name.size()]));
   }
   const std::vector<double> got = Levels(sink, node.format);
-  if (expected.levels) {
-    const auto [a, b] = std::mismatch(got.begin(), got.end(), expected.levels->begin(), expected.levels->end());
-    if (a != got.end() && b != expected.levels->end()) {
-      return NameOf(sink) + ": sample " + std::to_string((a - got.begin()) / node.channels) + " must be " +
-             std::to_string(*b) + ", is " + std::to_string(*a);
-    }
+  for (std::size_t i = 0; expected.levels && i < std::min(got.size(), expected.levels->size()); ++i) {
+    const double right = (*expected.levels)[i];
+    if (got[i] == right) continue;
+    return NameOf(sink) + ": sample " + std::to_string(i / node.channels) + " must be " + std::to_string(right) +
+           ", is " + std::to_string(got[i]);
   }
-  const long count = static_cast<long>(got.size() / node.channels);
-  return count == expected.samples ? std::nullopt : std::optional(WrongCount(sink, expected.samples, count));
+  return CompareCounts(sink, expected.samples, static_cast<long>(got.size() / node.channels));
 }
 
 std::vector<double> Bench::Levels(std::size_t node, vorn::SampleFormat format) const {
@@ -126,48 +121,40 @@ std::vector<double> Bench::Levels(std::size_t node, vorn::SampleFormat format) c
 constexpr std::size_t MOST_REPORTS = 5;
 constexpr unsigned WORKERS_A_CORE = 2;  // most of the time goes into files and processes that begin and end
 
-class Series {
- public:
-  /** @return how many failed. */
-  std::size_t Run(std::uint64_t first, std::uint64_t count) {
-    std::cout << count << " graphs from seed " << first << std::endl;
-    std::vector<std::thread> workers;
-    for (unsigned i = 0; i < WORKERS_A_CORE * std::max(1U, std::thread::hardware_concurrency()); ++i) {
-      workers.emplace_back([&] { Work(first, count); });
-    }
-    for (std::thread& worker : workers) worker.join();
-    std::cout << "\n" << count << " graphs from seed " << first << ": " << failed << " failed\n";
-    return failed;
-  }
-
- private:
-  void Work(std::uint64_t first, std::uint64_t count) {
-    unshare(CLONE_NEWNET);  // the console has one address a network namespace
-    Bench bench;
-    for (std::uint64_t i; (i = next++) < count;) {
-      if (const auto failure = bench.Try(GraphMaker(first + i).Make())) Report(bench, first + i, *failure);
-    }
-  }
-
-  void Report(const Bench& bench, std::uint64_t seed, const Failure& failure) {
-    const std::lock_guard lock(mutex);
-    ++failed;
-    if (failed > MOST_REPORTS) return void(std::cout << "\n=== seed " << seed << std::endl);
-    std::cout << "\n=== seed " << seed << "\n"
-              << DotText(GraphMaker(seed).Make()) << bench.Command() << "\n"
-              << failure << "\nagain: random_graphs 1 " << seed << std::endl;
-  }
-
+/** @return how many failed. */
+std::size_t RunAll(std::uint64_t first, std::uint64_t count) {
+  std::cout << count << " graphs from seed " << first << std::endl;
   std::atomic<std::uint64_t> next{0};
   std::mutex mutex;
   std::size_t failed = 0;  // guarded
-};
+  const auto work = [&] {
+    unshare(CLONE_NEWNET);  // the console has one address a network namespace
+    Bench bench;
+    for (std::uint64_t i; (i = next++) < count;) {
+      const Graph graph = GraphMaker(first + i).Make();
+      const Failure failure = bench.Try(graph);
+      if (failure.empty()) continue;
+      const std::lock_guard lock(mutex);
+      std::cout << "\n=== seed " << first + i << std::endl;
+      if (++failed > MOST_REPORTS) continue;
+      std::cout << DotText(graph) << bench.Command() << "\n"
+                << failure << "\nagain: random_graphs 1 " << first + i << std::endl;
+    }
+  };
+  std::vector<std::thread> workers;
+  for (unsigned i = 0; i < WORKERS_A_CORE * std::max(1U, std::thread::hardware_concurrency()); ++i) {
+    workers.emplace_back(work);
+  }
+  for (std::thread& worker : workers) worker.join();
+  std::cout << "\n" << count << " graphs from seed " << first << ": " << failed << " failed\n";
+  return failed;
+}
 
 int Run(const std::vector<std::string>& args) {
   if (args.empty()) return std::cerr << "usage: random_graphs COUNT [SEED] | show SEED\n", 2;
   const std::uint64_t seed = args.size() > 1 ? std::stoull(args[1]) : std::random_device()() % 1000000000;
   if (args[0] == "show") return std::cout << DotText(GraphMaker(seed).Make()), 0;
-  return Series().Run(seed, std::stoull(args[0])) == 0 ? 0 : 1;
+  return RunAll(seed, std::stoull(args[0])) == 0 ? 0 : 1;
 }
 
 }  // namespace
