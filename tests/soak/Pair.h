@@ -64,12 +64,6 @@ struct Judge : Sink {
   std::uint32_t next = 0;
 };
 
-template <long RESULT>
-struct Failing : Block {
-  using Block::Block;
-  long ProcessFrame() override { return RESULT; }
-};
-
 /** What the plug-in "probe" is told, so that it makes a block of this program. */
 template <class T>
 const Words& Make() {
@@ -123,9 +117,9 @@ class Pair {
     const struct {
       const char* name;
       void (Pair::*make)(Chain&);
-    } edits[] = {{"insert", &Pair::Insert},       {"remove", &Pair::Remove}, {"break", &Pair::Break},
-                 {"bad frame", &Pair::BadFrame},  {"dump", &Pair::Dump},     {"restart", &Pair::Restart},
-                 {"new FIFO", &Pair::ChangeFifo}, {"renew", &Pair::Renew}};
+    } edits[] = {{"insert", &Pair::Insert}, {"remove", &Pair::Remove},   {"break", &Pair::Break},
+                 {"dump", &Pair::Dump},     {"restart", &Pair::Restart}, {"new FIFO", &Pair::ChangeFifo},
+                 {"renew", &Pair::Renew}};
     const auto& edit = edits[dice.Below(std::size(edits))];
     Chain& chain = dice.Chance(50) ? put : get;
     step = "start";
@@ -213,14 +207,6 @@ class Pair {
     Do(*chain.route, {Delete(LinkBehind(chain.blocks[at]))});
     Need(chain.route->Reset(chain.blocks[at]) == 0, "not reset");
     Do(*chain.route, {Join(chain.blocks[at], chain.blocks[at + 1])});
-  }
-
-  void BadFrame(Chain& chain) {
-    const Words* const kinds[] = {&Make<Failing<vorn::FRAME_FAILED>>(), &Make<Failing<vorn::FRAME_TIMEOUT>>(),
-                                  &Make<Failing<vorn::FRAME_FADED_OUT>>(), &Make<Failing<vorn::FRAME_END_OF_FILE>>()};
-    Block* bad = nullptr;
-    Do(*chain.route, {New("libprobe.so", true, true, *kinds[dice.Below(4)], bad)});
-    Do(*chain.route, {Delete(bad)});
   }
 
   void Dump(Chain& chain) { chain.route->SetDump(dice.Chance(50) ? "dumps" : nullptr); }
