@@ -85,7 +85,6 @@ TEST_F(BlockTest, ResizesAndCommitsItsFrames) {
   EXPECT_TRUE(sent.samples == 0 && sent.timestamp == 5 && seen.samplesPerFrame == 0);
 }
 
-// Each frame is of another size; the file is what the block wrote, byte by byte.
 // Red if an output's file holds another's frames, is named otherwise, is not whole once its block is gone, or an open
 // one moves.
 TEST_F(BlockTest, DumpsWhatItSends) {
@@ -93,43 +92,34 @@ TEST_F(BlockTest, DumpsWhatItSends) {
   Link wide("RouteA", "", 48000, SampleFormat::S24_3BE, 2, 1), thin("RouteA", "", 8000, SampleFormat::BYTE, 1, 3);
   EXPECT_EQ(wide.Connect(&source.OutEp(7), &in) + thin.Connect(&source.OutEp(31), &sink.InEp(0)), 0);
   const std::string names[] = {"RouteA-a-O07-48000Hz-S24_3BE-2ch.pcm", "RouteA-a-O31-8000Hz-BYTE-1ch.pcm"};
-  std::string bytes[2];
-  const auto sendTo = [&](const std::string& path, std::initializer_list<long> sizes) {
+  const auto send = [&](const std::string& path, const std::string& sixes, const std::string& ones) {
     source.dumpFolder = path;
-    bytes[0] = bytes[1] = {};
-    for (long samples : sizes) {
-      for (std::size_t i : {0, 1}) {
-        std::string frame(static_cast<std::size_t>(samples) * (i ? 1 : 6), '\0');
-        for (char& byte : frame) byte = static_cast<char>(std::rand());
-        source.OutEp(i ? 31 : 7).Resize(samples, frame.data(), -1);
-        bytes[i] += frame;
-      }
-      source.CommitFrame();
-    }
+    source.OutEp(7).Resize(static_cast<long>(sixes.size()) / 6, sixes.data(), -1);
+    source.OutEp(31).Resize(static_cast<long>(ones.size()), ones.data(), -1);
+    source.CommitFrame();
   };
-  const auto expectDumped = [&] {
+  const auto expectDumped = [&](const std::string& sixes, const std::string& ones) {
     source.CloseDump();
-    for (std::size_t i : {0, 1}) EXPECT_EQ(Contents(folder / names[i]), bytes[i]);
+    EXPECT_EQ(Contents(folder / names[0]), sixes);
+    EXPECT_EQ(Contents(folder / names[1]), ones);
   };
-  sendTo("", {5});
+  send("", "abcdef", "a");
   EXPECT_TRUE(std::filesystem::is_empty(folder / ""));
-  sendTo(folder / "", {0});
+  send(folder / "", "", "");
   for (const std::string& name : names) EXPECT_TRUE(std::filesystem::exists(folder / name));
-  sendTo("/nonexistent/", {480, 3, 0, 1000, 7});
-  expectDumped();
+  send("/nonexistent/", std::string(6000, 'b'), std::string(480, 'c'));
+  send("/nonexistent/", "defghi", "");
+  expectDumped(std::string(6000, 'b') + "defghi", std::string(480, 'c'));
   Log::Take();
-  sendTo("/nonexistent/", {1});
+  send("/nonexistent/", "abcdef", "a");
   const std::string error = "D ~a: Unable to open /nonexistent/", end = " to dump data";
   EXPECT_EQ(Log::Take(), Lines(error + names[0] + end + "|" + error + names[1] + end));
-  sendTo(folder / "", {2});
+  send(folder / "", "jklmno", "p");
   thin.Disconnect();
   Link anew("RouteA", "", 16000, SampleFormat::BYTE, 1, 3);
   EXPECT_EQ(anew.Connect(&source.OutEp(31), &sink.InEp(0)), 0);
-  source.OutEp(31).Resize(2, "ab", -1);
-  bytes[1] += "ab";
-  source.OutEp(7).FB()->samples = 0;
-  source.CommitFrame();
-  expectDumped();  // in the file of the link before
+  send(folder / "", "", "qr");
+  expectDumped("jklmno", "pqr");  // in the file of the link before
   {
     Named leaver("a");
     Link last("RouteA", "", 8000, SampleFormat::BYTE, 1, 3);
