@@ -155,15 +155,6 @@ class FifoMaker : protected BlockMaker {
     Keep(both[0]);
   }
 
-  /** A stream that goes on in its own route, later. */
-  void Postpone() {
-    const End end = TightSource();
-    Ends both = Tee(end, 2);
-    AddSink(both[0]);
-    const Crossing crossing{end.route, Prefill(true, end.frame), end.frame};
-    AddSink(ChangeInStep(Cross(ChangeInStep(both[1]), crossing)));
-  }
-
   // Routes that FIFOs join, directly or not, are one island: to join them once more could make them wait for each
   // other.
   std::vector<std::size_t> islands;  // by route

@@ -60,8 +60,7 @@ class GraphMaker : FifoMaker {
     if (turn < 90) return Keep(Source(dice.Below(islands.size())));
     if (!mayLoop) return Keep(Change(TakeEnd()));
     if (turn < 95) return SendAndReturn();
-    if (turn < 98) return FeedBack();
-    Postpone();
+    FeedBack();
   }
 
   /** Sinks for all ends; some share a null. */
