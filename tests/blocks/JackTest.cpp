@@ -1,5 +1,4 @@
 // jacksource and jacksink against a server without hardware, which the test starts.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <jack/jack.h>
 #include <signal.h>
@@ -36,16 +35,10 @@ class Jack : public testing::Test {
     setenv("JACK_DEFAULT_SERVER", name.c_str(), 1);
     setenv("JACK_NO_AUDIO_RESERVATION", "1", 1);
     if (std::system("command -v jackd >/dev/null") != 0) GTEST_SKIP() << "no jackd here";
-    const int quiet = open("/dev/null", O_WRONLY | O_CLOEXEC);
     // Synchronous: on a busy machine the server waits for its clients instead of playing an old buffer once more.
+    const std::string start = "exec jackd -r -S -t 10000 -n " + name + " -d dummy -r 48000 -p 256 >/dev/null 2>&1";
     server = fork();
-    if (server == 0) {
-      dup2(quiet, STDOUT_FILENO), dup2(quiet, STDERR_FILENO);
-      execlp("jackd", "jackd", "-r", "-S", "-t", "10000", "-n", name.c_str(), "-d", "dummy", "-r", "48000", "-p", "256",
-             nullptr);
-      _exit(1);
-    }
-    close(quiet);
+    if (server == 0) _exit(execlp("sh", "sh", "-c", start.c_str(), nullptr));
     ASSERT_TRUE(testkit::WaitUntil(ServerAnswers)) << "jackd does not come up";
   }
   void TearDown() override {
