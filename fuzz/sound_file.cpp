@@ -22,27 +22,19 @@ constexpr std::size_t LONGEST_PIPE = 65536;  // what fits without a reader
 constexpr std::uint64_t MOST_FRAMES = 64;
 constexpr milliseconds PATIENCE(20000);
 
-/** The bytes in a file without a name, or in a pipe that nobody writes to any more. */
-class Sound {
- public:
-  Sound(const std::string& bytes, bool isPipe) {
-    if (!isPipe) ends[0] = ends[1] = memfd_create("sound", MFD_CLOEXEC);
-    Require(!isPipe || pipe(ends) == 0, "No pipe");
-    const auto size = static_cast<ssize_t>(isPipe ? std::min(bytes.size(), LONGEST_PIPE) : bytes.size());
-    Require(write(ends[1], bytes.data(), static_cast<std::size_t>(size)) == size, "No file to read");
-    if (isPipe) close(ends[1]);
-  }
-  ~Sound() { close(ends[0]); }
-  Sound(const Sound&) = delete;
-  Sound& operator=(const Sound&) = delete;
-  std::string Path() const { return "/dev/fd/" + std::to_string(ends[0]); }
-
- private:
+/** @return a descriptor of the bytes in a file without a name, or in a pipe that nobody writes to any more. */
+int Hold(const std::string& bytes, bool isPipe) {
   int ends[2] = {-1, -1};
-};
+  if (!isPipe) ends[0] = ends[1] = memfd_create("sound", MFD_CLOEXEC);
+  Require(!isPipe || pipe(ends) == 0, "No pipe");
+  const auto size = static_cast<ssize_t>(isPipe ? std::min(bytes.size(), LONGEST_PIPE) : bytes.size());
+  Require(write(ends[1], bytes.data(), static_cast<std::size_t>(size)) == size, "No file to read");
+  if (isPipe) close(ends[1]);
+  return ends[0];
+}
 
-std::vector<std::string> ArgumentsOf(const std::string& path, unsigned flags) {
-  std::vector<std::string> args{"path=" + path};
+std::vector<std::string> ArgumentsOf(int sound, unsigned flags) {
+  std::vector<std::string> args{"path=/dev/fd/" + std::to_string(sound)};
   if (flags % std::size(KINDS) == RAW) args.insert(args.end(), {"rate=8000", "channels=3", "format=S24_3BE"});
   if ((flags & LOOP) != 0) args.emplace_back("loop=true");
   if ((flags & PART) != 0) args.insert(args.end(), {"start=0.0004", "length=0.004"});
@@ -94,16 +86,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   fuzz::Input input(data, size);
   const unsigned flags = input.Take<std::uint8_t>();
   const std::string bytes = std::string(KINDS[flags % std::size(KINDS)]) + std::string(input.Rest());
-  const Sound sound(bytes, (flags & PIPE) != 0);
+  const int sound = Hold(bytes, (flags & PIPE) != 0);
   testkit::Graph graph;
-  vorn::Block* const source = graph.Add("filesource", ArgumentsOf(sound.Path(), flags));
+  vorn::Block* const source = graph.Add("filesource", ArgumentsOf(sound, flags));
   vorn::Block* const sink = graph.Add("null");
   Require(source && sink, "No blocks");
   StreamSpec spec;
   spec.frame = 100;
-  if (!Ask(graph, source, spec)) return 0;
-  if ((flags & FLOATS) != 0) spec.format = vorn::SampleFormat::FLOAT_LE;
-  Require(graph.Link(source, 0, sink, 0, spec), "No link");
-  Run(graph, source);
+  if (Ask(graph, source, spec)) {
+    if ((flags & FLOATS) != 0) spec.format = vorn::SampleFormat::FLOAT_LE;
+    Require(graph.Link(source, 0, sink, 0, spec), "No link");
+    Run(graph, source);
+  }
+  close(sound);
   return 0;
 }
