@@ -159,15 +159,7 @@ TEST_F(RouteTest, LosesNoSampleWhileItsGraphIsEdited) {
     });
   }
   for (std::thread& editor : editors) editor.join();
-  EXPECT_GT(route->OkFrames(), 1000u);     // they did meet
-  Probe* twice = Add(*route, ALONE, "b");  // in each cycle, by itself and after the source
-  const auto callsAhead = [&] { return twice->calls - static_cast<int>(route->OkFrames()); };
-  Link* link = Join(*route, source, twice, 1);
-  EXPECT_TRUE(WaitUntil([&, before = callsAhead()] { return callsAhead() > before + 100; }));
-  route->Delete(link);
-  const int before = callsAhead();
-  EXPECT_TRUE(WaitUntil([&, frames = route->OkFrames()] { return route->OkFrames() > frames + 100; }));
-  EXPECT_LT(callsAhead(), before + 50);
+  EXPECT_GT(route->OkFrames(), 1000u);  // they did meet
   EXPECT_EQ(route->Stop(), 0);
   EXPECT_TRUE(edits == 1000 && sink->wrong == 0 && sink->next == source->next);
   EXPECT_EQ(static_cast<unsigned long long>(sink->next), route->OkFrames() * 7);
