@@ -18,6 +18,7 @@ namespace {
 constexpr std::size_t MOST_HEADER = 65536;
 constexpr std::size_t RIFF_HEAD = 12;  // "RIFF", length, "WAVE"
 constexpr std::size_t CHUNK_HEAD = 8;  // name, length
+constexpr int MOST_CHUNKS = 10000;     // of a file that makes sense
 constexpr std::uint32_t UNKNOWN = 0xFFFFFFFF;
 
 using Bytes = std::vector<char>;
@@ -80,6 +81,36 @@ bool MeansUnknown(std::uint64_t length) {
   return length >= 0xFFFFFF00 || (length >= 0x7FFFEF00 && length <= 0x80000000);
 }
 
+struct Chunk {
+  std::array<char, CHUNK_HEAD> head{};
+  bool isBig = false;
+
+  bool Is(std::string_view name) const { return Has(head, 0, name); }
+  std::uint64_t Length() const { return Number(head, 4, 4, isBig); }
+  // With its head, and rounded up.
+  sf_count_t Size() const { return static_cast<sf_count_t>(CHUNK_HEAD + Length() + (Length() & 1)); }
+};
+
+// All zero at the end of the file.
+Chunk ChunkAt(FileBytes& file, sf_count_t at, bool isBig) {
+  Chunk chunk{.isBig = isBig};
+  if (file.Seek(at, SEEK_SET) != at || file.Read(chunk.head.data(), CHUNK_HEAD) < sf_count_t(CHUNK_HEAD)) return {};
+  return chunk;
+}
+
+constexpr std::string_view NO_NAME("\0\0\0\0", 4);
+
+bool IsEndless(FileBytes& file, sf_count_t at, sf_count_t end, bool isBig) {
+  for (int part = 0; part < MOST_CHUNKS && at < end; ++part) {
+    const Chunk chunk = ChunkAt(file, at, isBig);
+    if (chunk.Is(NO_NAME) || chunk.Is("data")) return false;
+    const bool isType = chunk.Is("INFO") || chunk.Is("adtl");  // without a length
+    if (!isType && chunk.Length() > INT_MAX) return true;
+    at += isType ? 4 : chunk.Size();
+  }
+  return false;
+}
+
 Announced OfWav(View start, View before) {
   const bool isBig = Has(start, 0, "RIFX");
   const std::uint64_t riff = Number(start, 4, 4, isBig);
@@ -136,6 +167,22 @@ Announced ReadAnnounced(FileBytes& file, const SF_INFO& info, sf_count_t dataOff
     }
     default: return {};
   }
+}
+
+bool HasEndlessList(FileBytes& file) {
+  const Chunk riff = ChunkAt(file, 0, false);
+  const bool isBig = riff.Is("RIFX");
+  bool isEndless = false;
+  sf_count_t at = isBig || riff.Is("RIFF") || riff.Is("RF64") ? RIFF_HEAD : file.Length();
+  for (int count = 0; count < MOST_CHUNKS && !isEndless && at < file.Length(); ++count) {
+    const Chunk chunk = ChunkAt(file, at, isBig);
+    if (chunk.Is(NO_NAME) || (chunk.Is("data") && file.IsPipe())) break;
+    const sf_count_t next = at + chunk.Size();
+    isEndless = chunk.Is("LIST") && IsEndless(file, at + static_cast<sf_count_t>(CHUNK_HEAD), next, isBig);
+    at = next;
+  }
+  file.Seek(0, SEEK_SET);
+  return isEndless;
 }
 
 bool IsPlainWav(int format) {

@@ -27,6 +27,10 @@ struct Announced {
 // @param info of the open file. @param dataOffset where its samples begin.
 Announced ReadAnnounced(FileBytes& file, const SF_INFO& info, sf_count_t dataOffset);
 
+// Whether libsndfile would read the LIST chunk of a WAV for ever: a part of it has a negative length, which leads back.
+// The file is at its start, and is so again.
+bool HasEndlessList(FileBytes& file);
+
 constexpr int MOST_PLAIN_CHANNELS = 64;
 constexpr int PLAIN_WAV_HEADER = 44;  // bytes
 

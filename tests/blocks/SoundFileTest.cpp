@@ -222,6 +222,8 @@ TEST_F(SoundFiles, PartsLoopsStopsAndStartsAreExact) {
 TEST_F(SoundFiles, RefusalsSayWhy) {
   WriteSound(in, WAV, Levels(2 * 22050), 2, 44100);
   Write(scratch / "raw", "");
+  const std::string part("INFOISFT\xf8\xff\xff\xff....", 16);  // which libsndfile would follow for ever
+  Write(scratch / "list.wav", Contents(in).substr(0, 36) + std::string("LIST\x10\0\0\0", 8) + part);
   const StreamSpec cd{44100, SampleFormat::S16_LE, 2, 441};
   const struct {
     Args source, sink;
@@ -234,6 +236,7 @@ TEST_F(SoundFiles, RefusalsSayWhy) {
       {{in},
        {out},
        "output 0: got 48000 Hz 1 channel, takes 44100 Hz 2 channels as " + in + "; put 'resample', 'remap' after it"},
+      {{scratch / "list.wav"}, {out}, "list.wav: its LIST chunk is damaged: a part of it has a negative length", cd},
       {{in}, {scratch / "out.opus"}, "takes 8000 12000 16000 24000 48000 Hz; put a 'resample' before it", cd},
       {{in, "start=0.5"}, {out}, "start is at 0.5 s, the file has 0.5 s", cd},
       {{scratch / "raw"}, {out}, "say rate=, channels= and format="},
