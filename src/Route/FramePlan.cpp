@@ -1,6 +1,7 @@
 #include "Route/FramePlan.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "Link/Link.h"
 
@@ -15,50 +16,65 @@ bool HasItsLinks(const Block& block) {
 
 bool IsBefore(const FramePlan::Visit* visit, const Block* block) { return visit->block < block; }
 
-}  // namespace
+void Push(FramePlan::Visit*& list, FramePlan::Visit& visit) { visit.next = std::exchange(list, &visit); }
 
-FramePlan::Visit::Visit(Block& newBlock) : block(&newBlock), name(newBlock.Name().c_str()), label(Label(newBlock)) {}
+}  // namespace
 
 // Room first, then what cannot fail.
 void FramePlan::Enter(Block& block) {
-  Visits added(&memory);
-  added.emplace_back(block);
+  MakeRoom();
   if (block.IsFirst() && first.size() == first.capacity()) first.reserve(2 * first.size() + 8);
-  visits.emplace(&block, added.begin());
-  if (block.IsFirst()) first.insert(std::lower_bound(first.begin(), first.end(), &block, IsBefore), &added.back());
-  stale.splice(stale.end(), added);
+  visits.emplace(&block, unused);
+  Visit& visit = *std::exchange(unused, unused->next);
+  visit.block = &block;
+  visit.name = block.Name().c_str();
+  visit.label = Label(block);
+  visit.isComplete = true;
+  if (block.IsFirst()) first.insert(std::lower_bound(first.begin(), first.end(), &block, IsBefore), &visit);
+  Touch(visit);
 }
 
-void FramePlan::Touch(const Block& block) {
-  const Visits::iterator visit = visits.find(&block)->second;
-  if (visit->isStale) return;
-  visit->isStale = true;
-  stale.splice(stale.end(), fresh, visit);
+void FramePlan::MakeRoom() {
+  if (unused) return;
+  pages.push_back(std::make_unique<Visit[]>(PAGE));
+  for (std::size_t i = PAGE; i-- > 0;) Push(unused, pages.back()[i]);
+}
+
+void FramePlan::Touch(const Block& block) { Touch(*visits.find(&block)->second); }
+
+void FramePlan::Touch(Visit& visit) {
+  if (visit.isStale) return;
+  visit.isStale = true;
+  Push(stale, visit);
 }
 
 void FramePlan::Leave(const Block& block) {
   const auto place = visits.find(&block);
   if (place == visits.end()) return;
-  const Visits::iterator visit = place->second;
+  Visit& visit = *place->second;
   if (block.IsFirst()) first.erase(std::lower_bound(first.begin(), first.end(), &block, IsBefore));
-  Uncount(*visit);
   visits.erase(place);
-  (visit->isStale ? stale : fresh).erase(visit);
+  Uncount(visit);
+  visit.after.Clear();
+  visit.block = nullptr;
+  Touch(visit);
 }
 
 void FramePlan::Clear() {
   visits.clear();
-  fresh.clear();
-  stale.clear();
   first.clear();
+  pages.clear();
+  unused = stale = nullptr;
   steps = incomplete = 0;
 }
 
 void FramePlan::Refresh() {
-  while (!stale.empty()) {
-    Refresh(stale.front());
-    stale.front().isStale = false;
-    fresh.splice(fresh.end(), stale, stale.begin());
+  while (stale) {
+    Visit& visit = *stale;
+    if (visit.block) Refresh(visit);
+    visit.isStale = false;
+    stale = visit.next;
+    if (!visit.block) Push(unused, visit);
   }
 }
 
@@ -76,7 +92,7 @@ void FramePlan::Refresh(Visit& visit) {
   for (const auto& [index, ep] : block.ActiveOutEps()) {
     const InputEndpoint& sink = *ep->AttachedLink()->SinkEp();
     visit.copies.Add({ep->FB(), sink.FB()});
-    if (!block.IsLast()) visit.after.Add(&*visits.find(sink.Owner())->second);
+    if (!block.IsLast()) visit.after.Add(visits.find(sink.Owner())->second);
   }
   visit.isComplete = HasItsLinks(block);
   Count(visit);

@@ -2,9 +2,8 @@
 #pragma once
 
 #include <cstddef>
-#include <list>
 #include <map>
-#include <memory_resource>
+#include <memory>
 #include <vector>
 
 #include <vorn/Block.h>
@@ -21,15 +20,14 @@ class FramePlan {
   };
   /** A block and all that its call leads to. */
   struct Visit {
-    explicit Visit(Block& newBlock);
-
-    Block* const block;
-    const char* const name;
-    const char* const label;     // of the lines that say that it is done
-    Few<const Visit*, 1> after;  // who is called when it has produced a frame; of a last block nobody
-    Few<Copy, 2> copies;         // what a commit carries over its links, in order
-    bool isComplete = true;      // has the links that it needs
-    bool isStale = true;
+    Block* block = nullptr;
+    const char* name = nullptr;
+    const char* label = nullptr;  // of the lines that say that it is done
+    Few<const Visit*, 1> after;   // who is called when it has produced a frame; of a last block nobody
+    Few<Copy, 2> copies;          // what a commit carries over its links, in order
+    bool isComplete = true;       // has the links that it needs
+    bool isStale = false;
+    Visit* next = nullptr;  // of the stale or of the unused ones
   };
 
   FramePlan() = default;
@@ -55,17 +53,19 @@ class FramePlan {
   std::size_t MostInWave() const { return visits.size() + steps; }
 
  private:
-  using Visits = std::pmr::list<Visit>;
+  static constexpr std::size_t PAGE = 32;  // visits lie side by side, so that a cycle finds them fast
 
+  void MakeRoom();
+  void Touch(Visit& visit);
   void Refresh(Visit& visit);
   /** What the whole plan counts of its visits. */
   void Count(const Visit& visit);
   void Uncount(const Visit& visit);
 
-  std::pmr::unsynchronized_pool_resource memory;  // so that a cycle finds its visits side by side
-  std::pmr::map<const Block*, Visits::iterator> visits{&memory};
-  Visits fresh{&memory};
-  Visits stale{&memory};  // and to be made anew: who changes a graph may have no memory for that
+  std::vector<std::unique_ptr<Visit[]>> pages;
+  Visit* unused = nullptr;
+  Visit* stale = nullptr;  // to be made anew, or given up: who changes a graph may have no memory for that
+  std::map<const Block*, Visit*> visits;
   std::vector<const Visit*> first;
   std::size_t steps = 0;  // from a visit to one after it
   std::size_t incomplete = 0;
