@@ -1,6 +1,7 @@
 // What must hold for a graph, however it was written.
 #pragma once
 
+#include "Cuts.h"
 #include "GraphFile.h"
 #include "Input.h"
 #include "Json.h"
@@ -16,10 +17,11 @@ inline std::string DotOf(const vorn::graph::Result<vorn::graph::GraphDescription
                          vorn::graph::PlugIns& plugIns) {
   using namespace vorn::graph;
   if (const auto* error = std::get_if<Error>(&read)) Require(!error->ToString().empty(), "An error that says nothing");
-  const auto* graph = std::get_if<GraphDescription>(&read);
-  if (!graph || graph->edges.size() > MOST_EDGES) return {};
+  if (std::holds_alternative<Error>(read) || std::get<0>(read).edges.size() > MOST_EDGES) return {};
+  GraphDescription graph = std::get<0>(read);
+  if (const auto error = Cut(graph)) return Require(!error->ToString().empty(), "An error that says nothing"), "";
   const auto ask = [](std::size_t, const BlockPlan&) { return Result<std::vector<vorn::Stream>>(); };
-  const auto resolved = Resolve(*graph, plugIns, ask);
+  const auto resolved = Resolve(graph, plugIns, ask);
   if (const auto* error = std::get_if<Error>(&resolved))
     Require(!error->ToString().empty(), "An error that says nothing");
   const auto* plan = std::get_if<GraphPlan>(&resolved);

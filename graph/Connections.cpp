@@ -95,7 +95,7 @@ class Connector {
     if (from.route != to.route) {
       return Error{edge.at, Quoted(from.name) + " is in " + graph.routes[from.route].name + " and " + Quoted(to.name) +
                                 " in " + graph.routes[to.route].name +
-                                "; join routes by a FIFO: a node with shape=ellipse"};
+                                "; join routes by a FIFO, or write [cut=true] to have one made"};
     }
     if (auto error = Use(usedOuts, edge.from, "output")) return error;
     if (auto error = Use(usedIns, edge.to, "input")) return error;

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "Cuts.h"
 #include "Figures.h"
 #include "FileUse.h"
 #include "GraphFile.h"
@@ -42,6 +43,7 @@ struct Graph::Impl {
       unreadable = *error;
     } else {
       description = std::get<GraphDescription>(std::move(read));
+      unreadable = graph::Cut(description);
     }
   }
 

@@ -69,6 +69,7 @@ struct Edge {
   End to;
   Stream stream;  ///< What the edge says; the rest is not known.
   Origin at;
+  bool isCut = false;  ///< Its two ends are to run in threads of their own: see Cuts.h.
 };
 
 struct RouteDescription {

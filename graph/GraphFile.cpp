@@ -131,20 +131,19 @@ class Interpreter {
 
   bool GraphAttributes(std::vector<Attribute>& attributes, Stream& defaults) {
     for (Attribute& attribute : attributes) {
-      if (!StreamField(defaults, attribute, "a graph")) return false;
+      if (!StreamField(defaults, attribute, "a graph", "rate, format, channels or frame")) return false;
     }
     return true;
   }
 
-  bool StreamField(Stream& stream, Attribute& attribute, const std::string& whose) {
+  bool StreamField(Stream& stream, Attribute& attribute, const std::string& whose, const std::string& expected) {
     if (IsForTheDrawing(attribute.name)) return true;
     if (!IsStreamField(attribute.name)) {
-      return Fail(attribute.at,
-                  whose + " has no attribute '" + attribute.name + "'; expected rate, format, channels or frame");
+      return Fail(attribute.at, whose + " has no attribute '" + attribute.name + "'; expected " + expected);
     }
     if (!Fill(attribute.value, attribute.valueAt)) return false;
-    const auto expected = SetField(stream, attribute.name, attribute.value);
-    return !expected || FailValue(attribute, *expected);
+    const auto better = SetField(stream, attribute.name, attribute.value);
+    return !better || FailValue(attribute, *better);
   }
 
   bool FailValue(const Attribute& attribute, const std::string& expected) {
@@ -251,7 +250,13 @@ class Interpreter {
     for (DotEdge& from : dot.edges) {
       Edge edge{from.from, from.to, {}, from.at};
       for (Attribute& attribute : from.attributes) {
-        if (!StreamField(edge.stream, attribute, "an edge")) return false;
+        if (attribute.name != "cut") {
+          if (!StreamField(edge.stream, attribute, "an edge", "rate, format, channels, frame or cut")) return false;
+          continue;
+        }
+        std::optional<bool> isCut;
+        if (!Fill(attribute.value, attribute.valueAt) || !Flag(attribute, isCut)) return false;
+        edge.isCut = *isCut;
       }
       graph.edges.push_back(edge);
     }

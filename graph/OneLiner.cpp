@@ -7,12 +7,14 @@
 namespace vorn::graph {
 namespace {
 
-bool IsJoint(const SplitWord& word) { return word.text == "!" && !word.isQuoted; }
+bool IsCut(const SplitWord& word) { return word.text == "!!" && !word.isQuoted; }
+
+bool IsJoint(const SplitWord& word) { return IsCut(word) || (word.text == "!" && !word.isQuoted); }
 
 class Reader {
  public:
   std::optional<Error> Add(const SplitWord& word) {
-    if (IsJoint(word)) return Join(word.at);
+    if (IsJoint(word)) return Join(word.at, IsCut(word));
     if (!word.isQuoted && word.text.find('!') != word.text.npos)
       return Error{word.at, "'" + word.text + "' has a '!' in it; put blanks around it, or quotes"};
     if (blockIsOpen) {
@@ -32,12 +34,13 @@ class Reader {
   GraphDescription graph;
 
  private:
-  std::optional<Error> Join(const Origin& at) {
+  std::optional<Error> Join(const Origin& at, bool isCut) {
     if (!blockIsOpen) return Error{at, "expected a block in front of this '!'"};
     const std::size_t from = graph.nodes.size() - 1;
     Edge edge;
     edge.from = {from, std::nullopt, graph.nodes[from].at};
     edge.at = at;
+    edge.isCut = isCut;
     graph.edges.push_back(edge);
     blockIsOpen = false;
     return std::nullopt;

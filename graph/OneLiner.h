@@ -1,4 +1,4 @@
-// Reads a pipeline on one line: blocks with their arguments, joined by '!'.
+// Reads a pipeline on one line: blocks with their arguments, joined by '!', or by '!!' for a cut between two threads.
 //
 //     filesource 'my song.wav' ! gain -6 ! filesink quiet.flac
 #pragma once

@@ -77,10 +77,11 @@ class FakePlugIns final : public PlugIns {
 
   Result<PlugIn> Find(const Word& name) override {
     static const std::map<std::string, const BlockInfo*> KNOWN = {
-        {"source", DescribePluginBlock<Source>()}, {"any", DescribePluginBlock<Any>()},
-        {"gain", DescribePluginBlock<Gain>()},     {"mix", DescribePluginBlock<Mix>()},
-        {"sink", DescribePluginBlock<Sink>()},     {"reader", DescribePluginBlock<Reader>()},
-        {"writer", DescribePluginBlock<Writer>()}, {"bare", nullptr}};
+        {"source", DescribePluginBlock<Source>()},     {"any", DescribePluginBlock<Any>()},
+        {"gain", DescribePluginBlock<Gain>()},         {"mix", DescribePluginBlock<Mix>()},
+        {"sink", DescribePluginBlock<Sink>()},         {"reader", DescribePluginBlock<Reader>()},
+        {"writer", DescribePluginBlock<Writer>()},     {"bare", nullptr},
+        {"fifosource", DescribePluginBlock<Reader>()}, {"fifosink", DescribePluginBlock<Writer>()}};
     const auto found = KNOWN.find(name.text);
     if (found != KNOWN.end()) return PlugIn{SoFileName(name.text), found->second};
     const bool isWritable = name.text.find('\\') == name.text.npos;  // DOT cannot say all that ends in a backslash

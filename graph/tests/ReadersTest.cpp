@@ -34,7 +34,7 @@ std::string Show(const Result<GraphDescription>& result) {
   }
   for (const Node& node : graph.nodes) text += Show(node, graph) + " ";
   for (const Edge& edge : graph.edges) {
-    text += Show(edge.from, graph) + ">" + Show(edge.to, graph) +
+    text += Show(edge.from, graph) + (edge.isCut ? ">>" : ">") + Show(edge.to, graph) +
             (StreamText(edge.stream).empty() ? "" : "[" + StreamText(edge.stream) + "]") + " ";
   }
   return text;
@@ -47,7 +47,7 @@ struct Case {
 
 TEST(OneLiner, Reads) {
   const Case cases[] = {
-      {"a ! b -6 x=1 ! b", "a_0(a) b_0(b '-6' 'x=1') b_1(b) a_0>b_0 b_0>b_1 "},
+      {"a ! b -6 x=1 !! b", "a_0(a) b_0(b '-6' 'x=1') b_1(b) a_0>b_0 b_0>>b_1 "},
       {R"(src 'my song.wav' "it's \"x\"" a\ b\! '!' '\' "" ! ./lib/libx.so.1 ! y.so)",
        R"(src_0(src 'my song.wav' 'it's "x"' 'a b!' '!' '\' '') x_0(./lib/libx.so.1) y_0(y.so) src_0>x_0 x_0>y_0 )"},
       {" tone\n", "tone_0(tone) "},
@@ -81,6 +81,7 @@ const Case GRAPHS[] = {
      "[format=BYTE] e [gain=3] }",
      "a(a) b(gain gain=1) c(gain gain=2) d(gain gain=1) e(gain gain=3) a>b[format=S16_LE] c>d[format=BYTE] "},
     {"digraph { a [first=true last=false] }", "a(a first not-last) "},
+    {"digraph { edge [cut=true] a -> b -> c [cut=false]; b -> d }", "a(a) b(b) c(c) d(d) a>b b>c b>>d "},
     // Routes and FIFOs.
     {"digraph { rate=1 frame=2 subgraph cluster_RouteB { rate=3 a->b } subgraph cluster_RouteA { c } "
      "f [shape=ellipse capacity=9 prefill=\"$n\"] b -> f -> c }",
@@ -134,7 +135,8 @@ const Case MISTAKES[] = {
     {"digraph { size=3 a }", "f:1:11: a graph has no attribute 'size'"},
     {"digraph { rate=0 a }", "f:1:16: rate: expected a whole number from 1 to 10000000, got '0'"},
     {"digraph { a -> b [format=S16] }", "f:1:26: format: expected one of BYTE S16_LE"},
-    {"digraph { a -> b [key=3] }", "f:1:19: an edge has no attribute 'key'"},
+    {"digraph { a -> b [key=3] }", "f:1:19: an edge has no attribute 'key'; expected rate, format, channels, frame or"},
+    {"digraph { a -> b [cut=1] }", "f:1:23: cut: expected true or false, got '1'"},
     {"digraph { a [shape=circle] }", "f:1:20: shape: expected 'ellipse' for a FIFO"},
     {"digraph { f [shape=ellipse size=3] }", "f:1:28: FIFO 'f' has no attribute 'size'"},
     {"digraph { f [shape=ellipse capacity=5 prefill=6] }", "f:1:11: FIFO 'f': prefill 6 is more than"},

@@ -3,6 +3,7 @@
 
 #include <set>
 
+#include "Cuts.h"
 #include "FakePlugIns.h"
 #include "GraphFile.h"
 #include "OneLiner.h"
@@ -29,6 +30,7 @@ Result<GraphPlan> Plan(const Result<GraphDescription>& read, const std::vector<s
   for (const std::string& setting : settings) {
     if (auto error = ApplySetting(graph, plugIns, setting, "--set")) return *error;
   }
+  if (auto error = Cut(graph)) return *error;
   return Resolve(graph, plugIns, Ask);
 }
 
@@ -82,6 +84,13 @@ const Case PLANS[] = {
      "f [shape=ellipse prefill=3] writer -> f -> reader [rate=48000]",
      "any:0>writer:0 48000 S16_LE 2 500; reader:0>sink:0 48000 S16_LE 2 1200; writer>f>reader 48000 S16_LE 2 1200 "
      "4803/3; "},
+    // Cuts: the parts are routes of their own, on the streams that they would have had, and ports stay.
+    {"subgraph cluster_RouteC { rate=8000 a [block=any] b [block=any] a -> b:1 [frame=7 cut=true] a -> b [cut=true] "
+     "b -> gain } subgraph cluster_RouteA { c [block=any] c -> sink } gain -> c [cut=true]",
+     "a:0>cut0_sink:0 8000 S16_LE 2 7; cut0_source:0>b:1 8000 S16_LE 2 7; a:1>cut1_sink:0 8000 S16_LE 2 80; "
+     "cut1_source:0>b:0 8000 S16_LE 2 80; b:0>gain:0 8000 S16_LE 2 80; c:0>sink:0 8000 S16_LE 2 80; gain:0>cut2_sink:0 "
+     "8000 S16_LE 2 80; cut2_source:0>c:0 8000 S16_LE 2 80; cut0_sink>cut0>cut0_source 8000 S16_LE 2 7 960/0; "
+     "cut1_sink>cut1>cut1_source 8000 S16_LE 2 80 960/0; cut2_sink>cut2>cut2_source 8000 S16_LE 2 80 800/0; "},
     // A cycle that a FIFO with a prefill closes: the reader's stream is known first.
     {"reader -> writer f [shape=ellipse prefill=480] writer -> f -> reader [channels=1]",
      "reader:0>writer:0 48000 S16_LE 1 480; writer>f>reader 48000 S16_LE 1 480 5280/480; "},
@@ -126,6 +135,9 @@ const Case MISTAKES[] = {
     {"any -> any", "f:1:14: any -> any is a cycle"},
     {"subgraph cluster_RouteA { a [block=any] } subgraph cluster_RouteB { b [block=any] } a -> b",
      "f:1:96: 'a' is in RouteA and 'b' in RouteB; join routes by a FIFO"},
+    {"any -> sink t [block=any] any -> t:1 [cut=true] t -> any2 -> sink2 any2 [block=any] sink2 [block=sink] any -> t",
+     "f:1:40: blocks 'any' and 't' are joined on another way too; cut that as well"},
+    {"f [shape=ellipse] any -> f [cut=true]", "f:1:32: a FIFO joins threads as it is; leave 'cut' out"},
     // FIFOs.
     {"f [shape=ellipse] g [shape=ellipse] f -> g", "f:1:48: a FIFO leads to a block"},
     {"f [shape=ellipse] any -> writer -> f", "f:1:10: FIFO 'f' has no reader; expected 'writer -> f -> reader'"},

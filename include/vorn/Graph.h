@@ -145,7 +145,10 @@ class VORN_API Graph {
    */
   static Graph FromFile(const std::string& path, const Variables& variables = {});
   static Graph FromText(const std::string& text, const std::string& name, const Variables& variables = {});
-  /** Blocks with their arguments, joined by '!': filesource 'my song.wav' ! gain -6 ! filesink quiet.flac */
+  /**
+   * Blocks with their arguments, joined by '!', or by '!!' where a new thread begins:
+   * filesource 'my song.wav' ! gain -6 ! filesink quiet.flac
+   */
   static Graph FromPipeline(const std::string& text, const std::string& name = "pipeline");
 
   /** `other` can then only be destroyed or assigned to. */

@@ -41,8 +41,7 @@ void WriteLinks(std::ostream& to, const Graph& graph, std::size_t index) {
     if (!joinsFifo) to << ':' << feed.port;
     to << " -> " << NameOf(index);
     if (!joinsFifo) to << ':' << i;
-    if (!graph.nodes[feed.node].links.empty()) to << " [" << graph.nodes[feed.node].links << ']';
-    to << '\n';
+    to << " [" << graph.nodes[feed.node].links << (node.isCutOff ? " cut=true" : "") << "]\n";
   }
 }
 

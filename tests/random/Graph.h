@@ -31,6 +31,7 @@ struct Node {
   long loop = 0;           ///< of a sum: the last input is the sum itself, so many samples later; 0 for none
   std::string links = {};  ///< Attributes of the links that leave it.
   long capacity = 0;       ///< of a FIFO; 0: left to the planner
+  bool isCutOff = false;   ///< from the node that its one link comes from
 };
 
 /** How a run ends. */

@@ -26,6 +26,7 @@ class GraphMaker : FifoMaker {
     const std::size_t steps = dice.Below(graph.ending == Ending::BY_ITSELF ? 12 : 6);
     for (std::size_t i = 0; i < steps && graph.nodes.size() < MOST_NODES; ++i) Grow();
     Close();
+    for (std::size_t i = dice.Chance(30) ? graph.nodes.size() : 0; i-- > 0;) CutOff(i);
     Shuffle();
     return graph;
   }
@@ -80,6 +81,27 @@ class GraphMaker : FifoMaker {
       };
       Add(node, some[0]);
     }
+  }
+
+  /**
+   * Where no other way leads. Threads that are joined in several places may wait for each other, and streams that a
+   * thread reads without joining them drift apart.
+   */
+  void CutOff(std::size_t node) {
+    const auto& in = graph.nodes[node].in;
+    if (in.size() != 1 || graph.nodes[node].block.empty() || graph.nodes[in[0].node].block.empty()) return;
+    std::vector<bool> isReached(graph.nodes.size());
+    isReached[node] = true;
+    for (bool isNew = true; isNew;) {
+      isNew = false;
+      for (std::size_t i = 0; i < isReached.size(); ++i) {
+        for (const Feed& feed : graph.nodes[i].in) {
+          if (i == node || isReached[i] == isReached[feed.node]) continue;
+          isReached[i] = isReached[feed.node] = isNew = true;
+        }
+      }
+    }
+    graph.nodes[node].isCutOff = !isReached[in[0].node] && dice.Chance(30);
   }
 
   /** Blocks run in the order in which they are made, where nothing else says it. */

@@ -5,7 +5,8 @@
 namespace vorn::run {
 namespace {
 
-constexpr const char* FOOTER = R"(A pipeline is blocks with their arguments, joined by '!':
+constexpr const char* FOOTER =
+    R"(A pipeline is blocks with their arguments, joined by '!', or by '!!' where a new thread begins:
   vorn-run -e "filesource 'my song.wav' ! gain -6 ! filesink quiet.flac"
 A graph file is a Graphviz file; name=value fills the $name in it:
   vorn-run denoise.dot in=noisy.wav out=clean.wav
