@@ -44,7 +44,8 @@ class Cutter {
   }
 
   std::optional<Error> CheckSides(const Edge& edge) {
-    if (NodeOf(edge.from).isFifo || NodeOf(edge.to).isFifo) return Error{edge.at, "a FIFO joins threads as it is; leave 'cut' out"};
+    if (NodeOf(edge.from).isFifo || NodeOf(edge.to).isFifo)
+      return Error{edge.at, "a FIFO joins threads as it is; leave 'cut' out"};
     if (PartOf(edge.from.node) != PartOf(edge.to.node)) return std::nullopt;
     const std::string from = Quoted(NodeOf(edge.from).name), to = Quoted(NodeOf(edge.to).name);
     return Error{edge.at, "blocks " + from + " and " + to + " are joined on another way too; cut that as well"};
@@ -105,9 +106,9 @@ class Cutter {
   }
 
   GraphDescription& graph;
-  std::vector<std::size_t> joined;             // by node: another one of its part, or itself
+  std::vector<std::size_t> joined;            // by node: another one of its part, or itself
   std::map<std::size_t, std::size_t> routes;  // by part, of those that a cut ends
-  std::set<std::size_t> kept;                  // routes that have a part already
+  std::set<std::size_t> kept;                 // routes that have a part already
   std::size_t cuts = 0;
 };
 

@@ -6,8 +6,8 @@
 namespace vorn::graph {
 
 /**
- * Puts a FIFO with its writer and reader in the place of each edge that says `cut`, and the blocks that are still joined
- * into routes of their own.
+ * Puts a FIFO with its writer and reader in the place of each edge that says `cut`, and the blocks that are still
+ * joined into routes of their own.
  */
 std::optional<Error> Cut(GraphDescription& graph);
 

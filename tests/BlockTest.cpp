@@ -73,6 +73,7 @@ TEST_F(BlockTest, ResizesAndCommitsItsFrames) {
   out.Resize(4, frame.data(), 77);
   EXPECT_TRUE(sent.data == before && sent.samples == 4 && sent.timestamp == 77 && seen.samples == 0);
   out.Resize(50000);
+  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(seen.data) % 64, 0U);
   EXPECT_TRUE(sent.data == seen.data && seen.samplesPerFrame == 50000 && sent.samples == 4 && sent.timestamp == 77);
   EXPECT_EQ(std::string(seen.data, seen.data + 300000), frame.substr(0, 24) + std::string(299976, '\0'));
   out.Resize(5, frame.data(), -1);

@@ -102,7 +102,7 @@ enum FrameResult : long {
  * input behind it when a frame was produced, and from an input to the output before it when it was consumed.
  */
 struct FrameBuffer {
-  std::uint8_t* data = nullptr;  ///< First byte; not owned; null until linked.
+  std::uint8_t* data = nullptr;  ///< First byte, at a multiple of 64; not owned; null until linked.
   SampleFormat format = SampleFormat::BYTE;
   std::uint32_t channels = 0;
   long samplesPerFrame = 0;  ///< Samples that `data` has room for.

@@ -2,6 +2,7 @@
 // frame that both ends share.
 #pragma once
 
+#include <new>
 #include <string>
 #include <vector>
 
@@ -39,6 +40,17 @@ class Link {
   const InputEndpoint* SinkEp() const { return sinkEp; }
 
  private:
+  /** Vectors of samples are read and written fastest where none lies on two lines of the cache. */
+  template <class T>
+  struct OnCacheLines {
+    using value_type = T;
+    static constexpr std::align_val_t LINE{64};
+
+    T* allocate(std::size_t count) { return static_cast<T*>(::operator new(count * sizeof(T), LINE)); }
+    void deallocate(T* memory, std::size_t) { ::operator delete(memory, LINE); }
+    bool operator==(const OnCacheLines&) const = default;
+  };
+
   std::size_t FrameBytes(long samples) const;
   void Attach(OutputEndpoint* source, InputEndpoint* sink);
   void DescribeEmptyFrame();
@@ -53,7 +65,7 @@ class Link {
   const unsigned int channels;
   long samplesPerFrame;
   OutputEndpoint* sourceEp = nullptr;
-  std::vector<std::uint8_t> buffer;
+  std::vector<std::uint8_t, OnCacheLines<std::uint8_t>> buffer;
   InputEndpoint* sinkEp = nullptr;
 };
 
