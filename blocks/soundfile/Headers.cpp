@@ -207,9 +207,10 @@ bool ReadPlainWav(FileBytes& file, SF_INFO& info, sf_count_t& dataOffset) {
   const bool isPlain = Number(header, about, 2, false) == PCM && (bits == 16 || bits == 24 || bits == 32) &&
                        channels > 0 && channels <= static_cast<std::uint64_t>(MOST_PLAIN_CHANNELS) &&
                        width == channels * bits / 8;
+  if (!isPlain) return false;
   const bool isWhole = rate > 0 && rate <= INT_MAX && bytes > 0 && bytes < 0x7FFFEF00 && bytes % width == 0 &&
                        file.Length() >= static_cast<sf_count_t>(data + bytes);
-  if (!isPlain || !isWhole) return false;
+  if (!isWhole) return false;
   info = {};
   info.samplerate = static_cast<int>(rate);
   info.channels = static_cast<int>(channels);

@@ -249,6 +249,10 @@ TEST_F(SoundFiles, RefusalsSayWhy) {
     EXPECT_TRUE(log.Has(line)) << line << "\n" << log.Text();
   }
   EXPECT_FALSE(std::filesystem::exists(scratch / "out.opus"));
+
+  Write(scratch / "flat.wav", Contents(in).replace(32, 2, 2, '\0'));  // its samples have no bytes
+  EXPECT_TRUE(Copy({scratch / "flat.wav"}, {out}, cd));
+  EXPECT_EQ(ReadSound(out).levels, ReadSound(in).levels);
 }
 
 // Red if a full disk, a failure elsewhere in the route, or a start that fails, costs what was there or passes for an
