@@ -201,6 +201,17 @@ TEST(RingBuffer, OverwritesInOneStep) {
   sched_setaffinity(0, sizeof all, &all);
 }
 
+// Red if more stamps are kept than there is room for, where a long write overwrites itself again and again.
+TEST(RingBuffer, OverwritesWhatItWrites) {
+  RingBuffer fifo(1'000'000, 1, 3, 0);
+  std::vector<unsigned char> bytes(100'000);
+  for (const long stamp : {10, 20, 30}) fifo.Write(bytes.data(), 1, false, stamp);
+  fifo.OverWrite(bytes.data(), 100'000, 1000, 0);
+  long stamp = 0;
+  EXPECT_EQ(fifo.Read(bytes.data(), 9, false, &stamp), 3);
+  EXPECT_EQ(stamp, 1000 + 99'997);
+}
+
 // Red if a host would take somebody for asleep who is not, or the other way round, or overlook what happened between.
 TEST(RingBuffer, TellsTheStateOfBothSides) {
   RingBuffer fifo(50000, 1, 3, 1);
