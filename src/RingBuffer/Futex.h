@@ -6,8 +6,10 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <climits>
 #include <cstdint>
+#include <ctime>
 
 namespace vorn {
 
@@ -19,6 +21,11 @@ struct Futex {
 
   /** Sleeps where the word holds `seen`. May come back for nothing. */
   static void Wait(Word& word, std::uint32_t seen) { syscall(SYS_futex, &word, FUTEX_WAIT_PRIVATE, seen, nullptr); }
+  /** For so long at most, below a second. */
+  static void Wait(Word& word, std::uint32_t seen, std::chrono::nanoseconds most) {
+    const timespec limit{0, most.count()};
+    syscall(SYS_futex, &word, FUTEX_WAIT_PRIVATE, seen, &limit);
+  }
   static void Wake(Word& word, int sleepers) { syscall(SYS_futex, &word, FUTEX_WAKE_PRIVATE, sleepers); }
 
   /** Tells the processor that somebody looks at a word over and over. */
