@@ -3,7 +3,7 @@
 // Nothing outside of a scratch folder is reached, whatever the input: every plug-in that is asked for is the one in
 // here, the log goes nowhere, and setdump, which alone takes a path, gets it moved into the folder. Memory is short, so
 // that huge frames meet a failed allocation and not the machine's limits. The linker's --wrap puts the loader and the
-// operator new of this file in place.
+// operators new of this file in place.
 #include <sys/resource.h>
 
 #include <csignal>
@@ -89,6 +89,11 @@ void* __real__Znwm(std::size_t size);
 void* __wrap__Znwm(std::size_t size) {
   if (memoryIsShort && size > MOST_MEMORY) throw std::bad_alloc();
   return __real__Znwm(size);
+}
+void* __real__ZnwmSt11align_val_t(std::size_t size, std::align_val_t alignment);
+void* __wrap__ZnwmSt11align_val_t(std::size_t size, std::align_val_t alignment) {
+  if (memoryIsShort && size > MOST_MEMORY) throw std::bad_alloc();
+  return __real__ZnwmSt11align_val_t(size, alignment);
 }
 
 void* __real_dlopen(const char* file, int flags);
