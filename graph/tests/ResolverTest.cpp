@@ -86,11 +86,12 @@ const Case PLANS[] = {
      "4803/3; "},
     // Cuts: the parts are routes of their own, on the streams that they would have had, and ports stay.
     {"subgraph cluster_RouteC { rate=8000 a [block=any] b [block=any] a -> b:1 [frame=7 cut=true] a -> b [cut=true] "
-     "b -> gain } subgraph cluster_RouteA { c [block=any] c -> sink } gain -> c [cut=true]",
-     "a:0>cut0_sink:0 8000 S16_LE 2 7; cut0_source:0>b:1 8000 S16_LE 2 7; a:1>cut1_sink:0 8000 S16_LE 2 80; "
-     "cut1_source:0>b:0 8000 S16_LE 2 80; b:0>gain:0 8000 S16_LE 2 80; c:0>sink:0 8000 S16_LE 2 80; gain:0>cut2_sink:0 "
-     "8000 S16_LE 2 80; cut2_source:0>c:0 8000 S16_LE 2 80; cut0_sink>cut0>cut0_source 8000 S16_LE 2 7 960/0; "
-     "cut1_sink>cut1>cut1_source 8000 S16_LE 2 80 960/0; cut2_sink>cut2>cut2_source 8000 S16_LE 2 80 800/0; "},
+     "b -> gain } subgraph cluster_RouteA { cut1_x [block=any] cut1_x -> sink } gain -> cut1_x [cut=true]",
+     "a:0>cut0_sink:0 8000 S16_LE 2 7; cut0_source:0>b:1 8000 S16_LE 2 7; a:1>cut2_sink:0 8000 S16_LE 2 80; "
+     "cut2_source:0>b:0 8000 S16_LE 2 80; b:0>gain:0 8000 S16_LE 2 80; cut1_x:0>sink:0 8000 S16_LE 2 80; "
+     "gain:0>cut3_sink:0 "
+     "8000 S16_LE 2 80; cut3_source:0>cut1_x:0 8000 S16_LE 2 80; cut0_sink>cut0>cut0_source 8000 S16_LE 2 7 960/0; "
+     "cut2_sink>cut2>cut2_source 8000 S16_LE 2 80 960/0; cut3_sink>cut3>cut3_source 8000 S16_LE 2 80 800/0; "},
     // A cycle that a FIFO with a prefill closes: the reader's stream is known first.
     {"reader -> writer f [shape=ellipse prefill=480] writer -> f -> reader [channels=1]",
      "reader:0>writer:0 48000 S16_LE 1 480; writer>f>reader 48000 S16_LE 1 480 5280/480; "},
@@ -215,6 +216,14 @@ TEST(Settings, TakeThePlaceOfWhatTheGraphSays) {
     }
     EXPECT_EQ(shown, args);
   }
+}
+
+TEST(Resolver, CutsIntoNoMoreRoutesThanThereAre) {
+  std::string chain = "node [block=any] edge [cut=true] n0";
+  for (int i = 1; i <= 25; ++i) chain += " -> n" + std::to_string(i);
+  EXPECT_TRUE(std::holds_alternative<GraphPlan>(PlanFile(chain)));
+  EXPECT_TRUE(
+      Show(PlanFile(chain + " -> n26")).ends_with("a graph has 26 routes, cuts included; this would be one more"));
 }
 
 TEST(Resolver, KeepsOthersAwayFromAFileThatIsWritten) {
