@@ -169,20 +169,23 @@ Announced ReadAnnounced(FileBytes& file, const SF_INFO& info, sf_count_t dataOff
   }
 }
 
-bool HasEndlessList(FileBytes& file) {
+const char* WhyEndless(FileBytes& file) {
   const Chunk riff = ChunkAt(file, 0, false);
   const bool isBig = riff.Is("RIFX");
-  bool isEndless = false;
-  sf_count_t at = isBig || riff.Is("RIFF") || riff.Is("RF64") ? RIFF_HEAD : file.Length();
+  const bool isWav = (isBig || riff.Is("RIFF") || riff.Is("RF64")) && ChunkAt(file, CHUNK_HEAD, false).Is("WAVE");
+  bool isEndless = false, hasData = false;
+  sf_count_t at = isWav ? RIFF_HEAD : file.Length();
   for (int count = 0; count < MOST_CHUNKS && !isEndless && at < file.Length(); ++count) {
     const Chunk chunk = ChunkAt(file, at, isBig);
-    if (chunk.Is(NO_NAME) || (chunk.Is("data") && file.IsPipe())) break;
+    hasData = hasData || chunk.Is("data");
+    if (chunk.Is(NO_NAME) || (hasData && file.IsPipe())) break;
     const sf_count_t next = at + chunk.Size();
     isEndless = chunk.Is("LIST") && IsEndless(file, at + static_cast<sf_count_t>(CHUNK_HEAD), next, isBig);
     at = next;
   }
   file.Seek(0, SEEK_SET);
-  return isEndless;
+  if (isEndless) return "its LIST chunk is damaged: a part of it has a negative length";
+  return isWav && !hasData && file.IsPipe() ? "it ends before its samples begin" : nullptr;
 }
 
 bool IsPlainWav(int format) {

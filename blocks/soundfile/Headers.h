@@ -27,9 +27,9 @@ struct Announced {
 // @param info of the open file. @param dataOffset where its samples begin.
 Announced ReadAnnounced(FileBytes& file, const SF_INFO& info, sf_count_t dataOffset);
 
-// Whether libsndfile would read the LIST chunk of a WAV for ever: a part of it has a negative length, which leads back.
-// The file is at its start, and is so again.
-bool HasEndlessList(FileBytes& file);
+// Why libsndfile would read the chunks of a WAV for ever; null where it would not. One that has a negative length leads
+// back, and behind the end of a pipe it finds chunks of zeros. The file is at its start, and is so again.
+const char* WhyEndless(FileBytes& file);
 
 constexpr int MOST_PLAIN_CHANNELS = 64;
 constexpr int PLAIN_WAV_HEADER = 44;  // bytes

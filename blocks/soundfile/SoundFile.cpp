@@ -92,9 +92,7 @@ std::string SoundFile::Open(int descriptor, int mode) {
     return "a pipe takes wav, au, flac, ogg, mp3 or raw: others begin with their length";
   }
   if (OpenPlain(mode)) return {};
-  if (mode == SFM_READ && info.format == 0 && HasEndlessList(bytes)) {
-    return "its LIST chunk is damaged: a part of it has a negative length";
-  }
+  if (const char* const why = mode == SFM_READ && info.format == 0 ? WhyEndless(bytes) : nullptr) return why;
   std::string error = OpenHandle(mode);
   if (error.empty() && mode == SFM_READ && (info.format & SF_FORMAT_TYPEMASK) != SF_FORMAT_RAW) error = ReadLength();
   bytes.EndHeader();

@@ -453,6 +453,11 @@ TEST_F(SoundFiles, PipesTakeAndGiveFilesWithTheirHeaders) {
   EXPECT_EQ(Copy({in}, {pipe, "container=caf"}), std::nullopt);
   reader.join();
   EXPECT_TRUE(log.Has("a pipe takes wav, au, flac, ogg, mp3 or raw"));
+
+  std::thread writer([&] { Write(pipe, Contents(in).substr(0, 38)); });
+  EXPECT_EQ(Copy({pipe}, {out}), std::nullopt);
+  writer.join();
+  EXPECT_TRUE(log.Has("pipe: it ends before its samples begin")) << log.Text();
 }
 
 // Red if a wait for the other end of a pipe cannot be ended, or if what is lost by that passes for written.
