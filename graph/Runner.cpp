@@ -63,6 +63,7 @@ Graph::Result Runner::Run() {
     TellLog();
     TellProgress();
   }
+  for (int look = 0; look < 2; ++look) TellLog();  // the rest of it
   if (result.error) result.end = Graph::End::FAILURE;
   result.elapsedSeconds = Elapsed();
   if (result.end == Graph::End::DURATION && !WasCut()) result.end = Graph::End::STREAM;
@@ -305,26 +306,24 @@ void Runner::Fail(const Error& error) {
 }
 
 const std::vector<LogLine>& Runner::DrainLog() {
-  for (const LogLine& line : log.Drain()) {
-    recent.push_back(line);
-    if (line.level == 'W') warnings.push_back(line);
-  }
+  for (const LogLine& line : log.Drain()) recent.push_back(line);
   return recent;
 }
 
-/** Of the errors of routes after a failure, and while they are kept from starting, nothing: they come from being stopped. */
+/**
+ * What came before the last look: an error may be the reason of a failure of which the event is still to come. Of the
+ * errors of routes after a failure, and while they are kept from starting, nothing: they come from being stopped.
+ */
 void Runner::TellLog() {
-  auto lines = std::exchange(warnings, {});
-  recent.clear();
+  const auto lines = std::exchange(recent, {});
   DrainLog();
   const bool isKept = IsStarting() && isStopping;
-  const bool tellsErrors = result.end != Graph::End::FAILURE && !isKept;
-  const auto& fresh = tellsErrors ? recent : warnings;
-  lines.insert(lines.end(), fresh.begin(), fresh.end());
-  warnings.clear();
+  const bool wereKept = std::exchange(startsAreKept, isKept);
+  const bool tellsErrors = result.end != Graph::End::FAILURE && !isKept && !wereKept;
   if (log.IsShown() || !options.onWarning) return;
   std::size_t shown = 0;
   for (const LogLine& line : lines) {
+    if (line.level != 'W' && !tellsErrors) continue;
     if (++shown <= MOST_LINES_A_TICK) options.onWarning(live.Translate(line.text));
   }
   if (shown > MOST_LINES_A_TICK) options.onWarning("... and " + std::to_string(shown - MOST_LINES_A_TICK) + " more");

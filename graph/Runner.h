@@ -79,8 +79,8 @@ class Runner {
   Pace pace;
   std::vector<State> states;      // by route
   std::vector<bool> cannotEnd;    // by route: a source without the kit is in it, which nobody can ask
-  std::vector<LogLine> recent;    // since before the last tick
-  std::vector<LogLine> warnings;  // not told yet
+  std::vector<LogLine> recent;  // not told yet
+  bool startsAreKept = false;   // at the last look
   Clock::time_point started;
   Clock::time_point running;  // since when all routes have been
   Clock::time_point told;
