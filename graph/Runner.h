@@ -77,8 +77,8 @@ class Runner {
 
   Standstill standstill;
   Pace pace;
-  std::vector<State> states;      // by route
-  std::vector<bool> cannotEnd;    // by route: a source without the kit is in it, which nobody can ask
+  std::vector<State> states;    // by route
+  std::vector<bool> cannotEnd;  // by route: a source without the kit is in it, which nobody can ask
   std::vector<LogLine> recent;  // not told yet
   bool startsAreKept = false;   // at the last look
   Clock::time_point started;
