@@ -6,7 +6,7 @@
 #include <latch>
 
 #include "Config/Profile.h"
-#include "Vorn/TurnedAway.h"
+#include "TurnedAway.h"
 #include "Vorn/VornImpl.h"
 #include "testkit/ConsoleClient.h"
 #include "testkit/RouteTest.h"

@@ -27,7 +27,9 @@ Route::Position Route::Here() noexcept { return {Whereabouts::route, Whereabouts
 
 void RouteImpl::MainThread(RouteImpl* route) {
   Whereabouts::InRoute(route->name.c_str());
+  route->ShowInside(&Whereabouts::block);
   route->MainThreadLoop();
+  route->ShowInside(nullptr);
   route->threadEnded = true;
 }
 

@@ -88,17 +88,18 @@ Block* RouteImpl::NewBlock_l(const std::string& soFileName, bool first, bool las
     return block.release(), nullptr;
   }
   if (soHandles.size() == soHandles.capacity()) soHandles.reserve(2 * soHandles.size() + 8);
-  EnterBlock_l(*block);
+  EnterBlock_l(*block, {soFileName, args});
   soHandles.push_back(handle.release());
   WarnOfDump_l(*block);
   return block.release();
 }
 
 /** All or nothing, where memory runs out. */
-void RouteImpl::EnterBlock_l(Block& block) try {
+void RouteImpl::EnterBlock_l(Block& block, Origin origin) try {
   plan.Enter(block);
   const Topology::Lock lock;
   blocks.insert(&block);
+  origins[&block] = std::move(origin);
   if (!startsAll) added.push_back(&block);
   blockNumbers.find(StemOf(block.name))->second.Take(NumberOf(block.name));
 } catch (const std::bad_alloc&) {
@@ -109,6 +110,7 @@ void RouteImpl::EnterBlock_l(Block& block) try {
 void RouteImpl::RemoveBlock_l(Block& block) {
   plan.Leave(block);
   const Topology::Lock lock;
+  origins.erase(&block);
   blocks.erase(&block);
   blockNumbers.find(StemOf(block.name))->second.Release(NumberOf(block.name));
 }

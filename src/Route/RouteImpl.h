@@ -4,9 +4,11 @@
 // GraphEditing.cpp   the handlers that change the graph and talk to its blocks
 // StatusMachine.cpp  start, stop, the check of the graph, and what the thread does next
 // FrameLoop.cpp      the thread: frame cycles
+// Outlook.cpp        what it shows to those who look from outside
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <exception>
 #include <functional>
@@ -68,7 +70,7 @@ class RouteImpl : public Route {
   /** The route's own thread, on its way out of the process. */
   void Leave();
 
-  // For the console. Any thread; none of these waits for the route.
+  // For the console and the monitor. Any thread; none of these waits for the route.
 
   const std::string& Name() const { return name; }
   Status CurrentStatus() const { return status.load(std::memory_order_relaxed); }
@@ -78,7 +80,27 @@ class RouteImpl : public Route {
   /** The block, else the link, of that name; null for none. */
   void* FindInstance(const std::string& instanceName) const;
 
+  /** The block whose code the thread runs; empty for none. */
+  std::string BlockNow() const;
+  /** What the thread has used of the processor. */
+  std::chrono::nanoseconds ProcessorTime() const;
+  /** That the thread has, of SCHED_FIFO or SCHED_RR; 0: none. */
+  int RealTimePriority() const;
+  std::chrono::nanoseconds SinceStatus() const;
+  /** Why the thread has gone before it was told to. */
+  std::string LastFailure() const;
+  /** Which link is missing; empty where the graph is complete. */
+  std::string WhyIncomplete() const;
+
+  /** What a block was made of. */
+  struct Origin {
+    std::string soFileName;
+    std::vector<std::string> args;
+  };
+
   // These expect the topology lock.
+  /** Null for a block that is no longer there. */
+  const Origin* OriginOf_l(const Block* block) const;
   const std::set<Block*>& Blocks_l() const { return blocks; }
   const std::set<Link*>& Links_l() const { return links; }
 
@@ -120,7 +142,9 @@ class RouteImpl : public Route {
   template <class Call>
   void Tell(const char* callback, Call call);
   int IntegrityCheck(bool& ok) const;
-  void StoreStatus(Status newStatus) { status.store(newStatus, std::memory_order_relaxed); }
+  void StoreStatus(Status newStatus);
+  void ShowInside(const std::atomic<const Block*>* where);
+  void KeepFailure(const Block& block, int result);
 
   // The route's thread, with the mutex held; the frame cycle alone calls Stop_l without it.
   void ProcessActions();
@@ -144,7 +168,7 @@ class RouteImpl : public Route {
   void SetDump_l(const char* path);
   bool NameBlock_l(Block& block, const std::string& baseName);
   void WarnOfDump_l(const Block& block) const;
-  void EnterBlock_l(Block& block);
+  void EnterBlock_l(Block& block, Origin origin);
   void RemoveBlock_l(Block& block);
   void DestroyLink_l(Link* link);
 
@@ -173,9 +197,13 @@ class RouteImpl : public Route {
   // Changed by the route's thread alone, under the topology lock, and the plan with them; read there without it.
   std::set<Block*> blocks;
   std::set<Link*> links;
+  std::map<const Block*, Origin> origins;
+  const std::atomic<const Block*>* inside = nullptr;  // where the thread writes whose code it runs
+  std::string lastFailure;
 
   // Written by the route's thread, read by any.
   std::atomic<Status> status{STOPPED};
+  std::atomic<std::chrono::steady_clock::time_point> statusTime{std::chrono::steady_clock::now()};
   std::atomic<unsigned long long> okFrames{0};
   std::atomic<unsigned long long> errorFrames{0};
 

@@ -47,6 +47,7 @@ int RouteImpl::StartBlocks(const Blocks& starting) {
     if (ret < 0) {
       LOG_FROM('E', "Start_l", "%s: Failed to start %s (ret=%d)", name.c_str(), block->Name().c_str(), ret);
       board.failed.store(true, std::memory_order_relaxed);
+      KeepFailure(*block, ret);
       return ret;
     }
     if (ret > 0) everyBlockStarted = false;  // neither started nor failed: it is asked again before the next cycle

@@ -13,7 +13,8 @@
 #include <string>
 
 #include "Log.h"
-#include "Vorn/TurnedAway.h"
+#include "Peer.h"
+#include "TurnedAway.h"
 #include "Vorn/VornImpl.h"
 
 namespace vorn {
@@ -30,15 +31,6 @@ socklen_t FillAddress(sockaddr_un& address) {
   address.sun_family = AF_UNIX;
   std::memcpy(address.sun_path, SOCKET_NAME, sizeof SOCKET_NAME);
   return offsetof(sockaddr_un, sun_path) + sizeof SOCKET_NAME;
-}
-
-/** The console does what it is told, so it listens to its own user and to root alone. */
-bool MayCommand(int socket, uid_t& uid) {
-  ucred peer{};
-  socklen_t size = sizeof peer;
-  const bool known = getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0;
-  uid = known ? peer.uid : static_cast<uid_t>(-1);
-  return known && (uid == 0 || uid == geteuid());
 }
 
 }  // namespace
@@ -74,7 +66,7 @@ void VornImpl::DebugThreadLoop() {
     LOG_D("Accepted vrdb %d", client);
 
     uid_t uid = 0;
-    const bool mayCommand = MayCommand(client, uid);
+    const bool mayCommand = MayEnter(client, uid);
     if (const auto count = mayCommand ? std::nullopt : turnedAway.Count(std::chrono::steady_clock::now())) {
       LOG_W("Turned away vrdb of user %u, this console serves user %u and root%s", uid, geteuid(),
             *count > 1 ? (" (" + std::to_string(*count) + " times since this was said last)").c_str() : "");

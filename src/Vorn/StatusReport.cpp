@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <sstream>
 
+#include "Block/Glimpse.h"
 #include "Block/SampleFormat.h"
 #include "Block/Topology.h"
 #include "Vorn/VornImpl.h"
@@ -16,15 +17,6 @@ namespace {
 #define WEB_ADDRESS "https://example.org/vorn"
 
 constexpr std::size_t LINE_BUFFER_SIZE = 256;
-
-/**
- * Reads what plug-ins write, whenever they like and without a lock: frame buffers, and who stands at a FIFO's ends. The
- * report takes what it gets, a mixture of two frames included; each word is read once, and is the old one or the new.
- */
-template <class Word>
-__attribute__((no_sanitize("thread"))) Word Glimpse(const Word& word) {
-  return static_cast<const volatile Word&>(word);
-}
 
 FrameBuffer FrameOf(const Endpoint& ep) {
   FrameBuffer frame;

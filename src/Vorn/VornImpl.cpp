@@ -69,9 +69,25 @@ VornImpl::VornImpl(const char* configPath) {
     LOG_E("Unable to start the thread that listens to vrdb: %s", e.what());
     TellConsole(Console::NONE);
   }
+  monitor.Start();
+}
+
+std::string VornImpl::AnswerMonitor(const std::string& line) {
+  std::string text;
+  {
+    monitor::Registry registry;
+    {
+      const std::lock_guard<std::mutex> lock(registryMutex);
+      registry = {routes, fifos};
+    }
+    text = survey.Answer(line, registry);
+  }
+  ReleasedRoutes();
+  return text;
 }
 
 VornImpl::~VornImpl() {
+  monitor.Stop();
   ShutDownConsole();
   EndRoutes();  // a command may wait for one
   if (debugThread.joinable()) debugThread.join();

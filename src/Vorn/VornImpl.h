@@ -18,6 +18,8 @@
 
 #include <vorn/Vorn.h>
 
+#include "Monitor/Server.h"
+#include "Monitor/Survey.h"
 #include "RingBuffer/RingBuffer.h"
 #include "Route/RouteImpl.h"
 
@@ -71,6 +73,9 @@ class VornImpl final : public Vorn {
   int OnCommand_setdump(std::stringstream& args, std::string& reply);
   static void MainThread(VornImpl* vorn);
 
+  // The monitor's thread.
+  std::string AnswerMonitor(const std::string& line);
+
   // The end.
   void ShutDownConsole();
   void EndRoutes();
@@ -82,6 +87,9 @@ class VornImpl final : public Vorn {
   std::condition_variable routeReleased;         // the console dropped its shares of routes
   std::list<std::shared_ptr<RingBuffer>> fifos;  // newest first, as the routes
   std::list<std::shared_ptr<RouteImpl>> routes;
+
+  monitor::Survey survey;
+  monitor::Server monitor{[this](const std::string& line) { return AnswerMonitor(line); }};
 
   std::thread debugThread;
   std::atomic<bool> exiting{false};

@@ -1,0 +1,137 @@
+#include "Monitor/Server.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstddef>
+#include <cstring>
+#include <new>
+#include <optional>
+#include <system_error>
+#include <vector>
+
+#include "Log.h"
+#include "Peer.h"
+#include "Thread.h"
+
+namespace vorn::monitor {
+namespace {
+
+constexpr int BACKLOG = 16;
+constexpr std::size_t MOST_CLIENTS = 64;
+constexpr std::size_t LONGEST_LINE = 65536;
+constexpr std::size_t MOST_UNREAD = 8 << 20;
+
+}  // namespace
+
+void Server::Start() {
+  stopper = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  if (stopper < 0 || !Listen()) {
+    LOG_I("No monitor: %s", std::strerror(errno));
+    return;
+  }
+  try {
+    thread = StartThread("vorn monitor", [this] { Serve(); });
+  } catch (const std::system_error& e) {  // all else works without
+    LOG_E("Unable to start the monitor's thread: %s", e.what());
+  }
+}
+
+bool Server::Listen() {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  const std::string name = "vorn." + std::to_string(getpid());
+  name.copy(address.sun_path + 1, name.size());  // behind a NUL: an abstract name
+  listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+  return listener >= 0 && bind(listener, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
+         listen(listener, BACKLOG) == 0;
+}
+
+void Server::Stop() {
+  if (thread.joinable()) {
+    eventfd_write(stopper, 1);
+    thread.join();
+  }
+  for (int* const own : {&listener, &stopper}) {
+    if (*own >= 0) close(*own);
+    *own = -1;
+  }
+}
+
+void Server::Serve() try {
+  std::vector<pollfd> sockets;
+  for (;;) {
+    sockets = {{stopper, POLLIN, 0}, {listener, static_cast<short>(clients.size() < MOST_CLIENTS ? POLLIN : 0), 0}};
+    for (const Client& client : clients) {
+      sockets.push_back({client.socket, static_cast<short>(client.out.empty() ? POLLIN : POLLIN | POLLOUT), 0});
+    }
+    if (poll(sockets.data(), sockets.size(), -1) < 0 && errno != EINTR) break;
+    if (sockets[0].revents != 0) break;
+    std::size_t i = 2;
+    for (auto client = clients.begin(); client != clients.end();) {
+      const short happened = sockets[i++].revents;
+      const bool stays = ((happened & POLLOUT) == 0 || Say(*client)) &&
+                         ((happened & (POLLIN | POLLHUP | POLLERR)) == 0 || Hear(*client));
+      const auto next = std::next(client);
+      if (!stays) close(client->socket), clients.erase(client);
+      client = next;
+    }
+    if (sockets[1].revents != 0) Accept();
+  }
+  for (const Client& client : clients) close(client.socket);
+  clients.clear();
+} catch (const std::bad_alloc&) {
+  LOG_E("No memory for the monitor, it ends");
+}
+
+void Server::Accept() {
+  const int socket = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+  if (socket < 0) return;
+  uid_t uid = 0;
+  if (MayEnter(socket, uid)) {
+    clients.push_back({socket, {}, {}});
+    return;
+  }
+  if (const auto count = turnedAway.Count(std::chrono::steady_clock::now())) {
+    LOG_W("Turned away a client of user %u from the monitor, which serves user %u and root (%lu since this was said)",
+          uid, geteuid(), *count);
+  }
+  close(socket);
+}
+
+bool Server::Hear(Client& client) {
+  std::array<char, 4096> text;
+  const ssize_t got = recv(client.socket, text.data(), text.size(), 0);
+  if (got < 0) return errno == EAGAIN || errno == EINTR;
+  if (got == 0) return false;
+  client.in.append(text.data(), static_cast<std::size_t>(got));
+  return Reply(client) && Say(client);
+}
+
+bool Server::Reply(Client& client) {
+  std::size_t begin = 0;
+  for (std::size_t end; (end = client.in.find('\n', begin)) != client.in.npos; begin = end + 1) {
+    const bool isDos = end > begin && client.in[end - 1] == '\r';
+    client.out += answer(client.in.substr(begin, end - begin - (isDos ? 1 : 0))) + '\n';
+  }
+  client.in.erase(0, begin);
+  return client.in.size() <= LONGEST_LINE && client.out.size() <= MOST_UNREAD;
+}
+
+bool Server::Say(Client& client) {
+  while (!client.out.empty()) {
+    const ssize_t put = send(client.socket, client.out.data(), client.out.size(), MSG_NOSIGNAL);
+    if (put < 0) return errno == EAGAIN || errno == EINTR;
+    client.out.erase(0, static_cast<std::size_t>(put));
+  }
+  return true;
+}
+
+}  // namespace vorn::monitor
