@@ -11,6 +11,7 @@ namespace vorn::monitor {
 namespace {
 
 constexpr int VERSION = 1;
+constexpr int SHARE_OF_THE_BUSY = 100;  // who uses a hundredth of the time, on a crowded machine, does not sleep
 
 Object Begin(const char* request) {
   Object answer;
@@ -108,12 +109,11 @@ unsigned long long FramesOf(const RouteImpl& route) { return route.OkFrames() + 
 
 }  // namespace
 
-std::string Survey::Answer(const std::string& line, const Registry& registry) {
+std::string Survey::Answer(const std::string& line, const Registry& registry, Clock::time_point now) {
   std::istringstream words(line);
   std::string request, argument, rest;
   words >> request >> argument >> rest;
   const bool isAlone = argument.empty();
-  const auto now = Clock::now();
   if (request == "graph" && isAlone) return Graph(registry).Text();
   if (request == "stats" && isAlone) return Stats(registry, now).Text();
   if (request == "why" && !isAlone && rest.empty()) return Why(registry, argument, now).Text();
@@ -176,7 +176,7 @@ Object Survey::Why(const Registry& registry, const std::string& name, Clock::tim
   } else if ((*route)->CurrentStatus() == RouteImpl::BROKEN_RUNNING) {
     answer.Add("why", "broken").Add("reason", (*route)->WhyIncomplete());
   } else {
-    answer.Add("why", "stopped").Add("since", Seconds((*route)->SinceStatus()));
+    answer.Add("why", "stopped").Add("since", Seconds((*route)->SinceStatus())).Add("reason", (*route)->LastFailure());
   }
   return answer;
 }
@@ -216,7 +216,7 @@ void Survey::WhyItRuns(Object& answer, const RouteImpl& route, const Registry& r
     return;
   }
   const auto busy = route.ProcessorTime() - last.busy;
-  answer.Add("why", 2 * busy > stood ? "busy" : "sleeps");
+  answer.Add("why", SHARE_OF_THE_BUSY * busy > stood ? "busy" : "sleeps").Add("processorSeconds", Seconds(busy));
 }
 
 }  // namespace vorn::monitor

@@ -27,7 +27,7 @@ class Survey {
   using Clock = std::chrono::steady_clock;
 
   /** The answer to a line of words: one object on one line. */
-  std::string Answer(const std::string& line, const Registry& registry);
+  std::string Answer(const std::string& line, const Registry& registry, Clock::time_point now);
 
   /** To be called once a second or so: from it is known since when a route stands. */
   void Look(const Registry& registry, Clock::time_point now);

@@ -69,6 +69,11 @@ void RouteImpl::KeepFailure(const Block& block, int result) try {
 } catch (const std::bad_alloc&) {
 }
 
+void RouteImpl::ForgetFailure() {
+  const Topology::Lock lock;
+  lastFailure.clear();
+}
+
 std::string RouteImpl::LastFailure() const {
   const Topology::Lock lock;
   return lastFailure;

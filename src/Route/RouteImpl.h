@@ -87,7 +87,7 @@ class RouteImpl : public Route {
   /** That the thread has, of SCHED_FIFO or SCHED_RR; 0: none. */
   int RealTimePriority() const;
   std::chrono::nanoseconds SinceStatus() const;
-  /** Why the thread has gone before it was told to. */
+  /** Why the last start came to nothing, and the thread has gone perhaps; empty where it did not. */
   std::string LastFailure() const;
   /** Which link is missing; empty where the graph is complete. */
   std::string WhyIncomplete() const;
@@ -145,6 +145,7 @@ class RouteImpl : public Route {
   void StoreStatus(Status newStatus);
   void ShowInside(const std::atomic<const Block*>* where);
   void KeepFailure(const Block& block, int result);
+  void ForgetFailure();
 
   // The route's thread, with the mutex held; the frame cycle alone calls Stop_l without it.
   void ProcessActions();

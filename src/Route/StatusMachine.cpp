@@ -24,6 +24,7 @@ class HeldMutex {
 int RouteImpl::Start_l() {
   if (CurrentStatus() != RUNNING) board.failed.store(false, std::memory_order_relaxed);
   everyBlockStarted = true;
+  ForgetFailure();
   std::sort(added.begin(), added.end(), std::less<>());
   const int ret = startsAll ? StartBlocks(blocks) : StartBlocks(added);
   if (ret < 0) return ret;

@@ -80,7 +80,7 @@ std::string VornImpl::AnswerMonitor(const std::string& line) {
       const std::lock_guard<std::mutex> lock(registryMutex);
       registry = {routes, fifos};
     }
-    text = survey.Answer(line, registry);
+    text = survey.Answer(line, registry, monitor::Survey::Clock::now());
   }
   ReleasedRoutes();
   return text;
