@@ -186,7 +186,15 @@ struct Client {
 
 // Red if one client keeps another waiting, or one that is gone or mad does harm.
 TEST(Server, ServesManyWhateverTheyDo) {
-  Server server([](const std::string& line) { return line == "much" ? std::string(1 << 20, 'x') : "<" + line + ">"; });
+  std::atomic<int> answered{0};
+  const auto answer = [&](const std::string& line) {
+    ++answered;
+    if (line == "watch") return Server::Reply{"look", 10ms};
+    if (line == "enough") return Server::Reply{"done", 0ms};
+    return Server::Reply{line == "much" ? std::string(1 << 20, 'x') : "<" + line + ">"};
+  };
+  std::atomic<int> ticks{0};
+  Server server(answer, [&] { ++ticks; });
   server.Start();
   const Client half, deaf, mad, plain;
   half.Send("a\r\nb");
@@ -197,6 +205,11 @@ TEST(Server, ServesManyWhateverTheyDo) {
   half.Send("c\n");
   for (const char* line : {"<a>\n", "<bc>\n"}) EXPECT_EQ(half.Line(), line);
   EXPECT_EQ(mad.Line(), "(end)");
+  half.Send("watch\n");
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(half.Line(), "look\n");
+  half.Send("enough\n");
+  while (half.Line() != "done\n") continue;
+  EXPECT_GT(ticks, 0);
   while (deaf.Line() != "(end)") continue;
   server.Stop();
   EXPECT_EQ(plain.Line(), "(end)");

@@ -6,6 +6,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -27,6 +28,7 @@ constexpr int BACKLOG = 16;
 constexpr std::size_t MOST_CLIENTS = 64;
 constexpr std::size_t LONGEST_LINE = 65536;
 constexpr std::size_t MOST_UNREAD = 8 << 20;
+constexpr std::chrono::seconds TICK(1);
 
 }  // namespace
 
@@ -67,16 +69,20 @@ void Server::Stop() {
 
 void Server::Serve() try {
   std::vector<pollfd> sockets;
+  nextTick = Clock::now();
   for (;;) {
     sockets = {{stopper, POLLIN, 0}, {listener, static_cast<short>(clients.size() < MOST_CLIENTS ? POLLIN : 0), 0}};
     for (const Client& client : clients) {
       sockets.push_back({client.socket, static_cast<short>(client.out.empty() ? POLLIN : POLLIN | POLLOUT), 0});
     }
-    if (poll(sockets.data(), sockets.size(), -1) < 0 && errno != EINTR) break;
+    if (poll(sockets.data(), sockets.size(), Pause(Clock::now())) < 0 && errno != EINTR) break;
     if (sockets[0].revents != 0) break;
+    const auto now = Clock::now();
+    if (now >= nextTick) tick(), nextTick = now + TICK;
     std::size_t i = 2;
     for (auto client = clients.begin(); client != clients.end();) {
       const short happened = sockets[i++].revents;
+      Watch(*client, now);
       const bool stays = ((happened & POLLOUT) == 0 || Say(*client)) &&
                          ((happened & (POLLIN | POLLHUP | POLLERR)) == 0 || Hear(*client));
       const auto next = std::next(client);
@@ -96,7 +102,7 @@ void Server::Accept() {
   if (socket < 0) return;
   uid_t uid = 0;
   if (MayEnter(socket, uid)) {
-    clients.push_back({socket, {}, {}});
+    clients.push_back({socket});
     return;
   }
   if (const auto count = turnedAway.Count(std::chrono::steady_clock::now())) {
@@ -112,17 +118,43 @@ bool Server::Hear(Client& client) {
   if (got < 0) return errno == EAGAIN || errno == EINTR;
   if (got == 0) return false;
   client.in.append(text.data(), static_cast<std::size_t>(got));
-  return Reply(client) && Say(client);
+  return AnswerLines(client) && Say(client);
 }
 
-bool Server::Reply(Client& client) {
+bool Server::AnswerLines(Client& client) {
   std::size_t begin = 0;
   for (std::size_t end; (end = client.in.find('\n', begin)) != client.in.npos; begin = end + 1) {
     const bool isDos = end > begin && client.in[end - 1] == '\r';
-    client.out += answer(client.in.substr(begin, end - begin - (isDos ? 1 : 0))) + '\n';
+    AnswerLine(client, client.in.substr(begin, end - begin - (isDos ? 1 : 0)));
   }
   client.in.erase(0, begin);
   return client.in.size() <= LONGEST_LINE && client.out.size() <= MOST_UNREAD;
+}
+
+void Server::AnswerLine(Client& client, const std::string& line) {
+  const Reply reply = answer(line);
+  client.out += reply.text + '\n';
+  if (!reply.every) return;
+  client.watched = line;
+  client.every = *reply.every;
+  client.next = Clock::now() + client.every;
+}
+
+// Who has not read the last of them gets no more until then.
+void Server::Watch(Client& client, Clock::time_point now) {
+  if (client.every.count() == 0 || now < client.next) return;
+  client.next = std::max(client.next + client.every, now);
+  if (!client.out.empty()) return;
+  client.out += answer(client.watched).text + '\n';
+}
+
+/** Milliseconds until something is due; rounded up, so that it is by then. */
+int Server::Pause(Clock::time_point now) const {
+  auto next = nextTick;
+  for (const Client& client : clients) {
+    if (client.every.count() > 0) next = std::min(next, client.next);
+  }
+  return static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(std::max(next - now, {})).count());
 }
 
 bool Server::Say(Client& client) {

@@ -1,8 +1,10 @@
 // The monitor's socket: many clients at a time, lines in, lines out, on a thread of its own.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <list>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -16,10 +18,17 @@ namespace vorn::monitor {
  */
 class Server {
  public:
-  /** What to say to a line, without its line end. Called on the server's thread. */
-  using Answer = std::function<std::string(const std::string& line)>;
+  using Clock = std::chrono::steady_clock;
 
-  explicit Server(Answer newAnswer) : answer(std::move(newAnswer)) {}
+  struct Reply {
+    std::string text;                                     ///< Without its line end.
+    std::optional<std::chrono::milliseconds> every = {};  ///< Says it anew so often, or with 0 no more.
+  };
+  /** What to say to a line. All callbacks come on the server's thread. */
+  using Answer = std::function<Reply(const std::string& line)>;
+
+  /** @param newTick called once a second. */
+  Server(Answer newAnswer, std::function<void()> newTick) : answer(std::move(newAnswer)), tick(std::move(newTick)) {}
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
   ~Server() { Stop(); }
@@ -32,8 +41,11 @@ class Server {
  private:
   struct Client {
     int socket;
-    std::string in;
-    std::string out;
+    std::string in = {};
+    std::string out = {};
+    std::string watched = {};            // the line that is answered anew
+    std::chrono::milliseconds every{0};  // 0: none is
+    Clock::time_point next = {};
   };
 
   bool Listen();
@@ -42,9 +54,15 @@ class Server {
   /** @return whether the client stays. */
   bool Hear(Client& client);
   bool Say(Client& client);
-  bool Reply(Client& client);
+  bool AnswerLines(Client& client);
+  void AnswerLine(Client& client, const std::string& line);
+  /** What is due by now. */
+  void Watch(Client& client, Clock::time_point now);
+  int Pause(Clock::time_point now) const;
 
   const Answer answer;
+  const std::function<void()> tick;
+  Clock::time_point nextTick;
   int listener = -1;
   int stopper = -1;  // readable once the thread is to end
   std::list<Client> clients;

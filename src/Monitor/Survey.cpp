@@ -11,6 +11,8 @@ namespace vorn::monitor {
 namespace {
 
 constexpr int VERSION = 1;
+constexpr unsigned SHORTEST_PERIOD = 10;  // milliseconds
+constexpr unsigned LONGEST_PERIOD = 3'600'000;
 constexpr int SHARE_OF_THE_BUSY = 100;  // who uses a hundredth of the time, on a crowded machine, does not sleep
 
 Object Begin(const char* request) {
@@ -117,7 +119,19 @@ std::string Survey::Answer(const std::string& line, const Registry& registry, Cl
   if (request == "graph" && isAlone) return Graph(registry).Text();
   if (request == "stats" && isAlone) return Stats(registry, now).Text();
   if (request == "why" && !isAlone && rest.empty()) return Why(registry, argument, now).Text();
-  return Failure("expected graph, stats or why ROUTE, got '" + line + "'").Text();
+  if (PeriodOf(line)) return Stats(registry, now).Text();
+  return Failure("expected graph, stats, why ROUTE or watch MILLISECONDS (10 to 3600000, 0 for no more), got '" + line +
+                 "'")
+      .Text();
+}
+
+std::optional<std::chrono::milliseconds> Survey::PeriodOf(const std::string& line) {
+  std::istringstream words(line);
+  std::string request, rest;
+  unsigned milliseconds = 0;
+  if (!(words >> request >> milliseconds) || request != "watch" || words >> rest) return std::nullopt;
+  if (milliseconds > LONGEST_PERIOD || (milliseconds > 0 && milliseconds < SHORTEST_PERIOD)) return std::nullopt;
+  return std::chrono::milliseconds(milliseconds);
 }
 
 void Survey::Look(const Registry& registry, Clock::time_point now) {

@@ -7,6 +7,7 @@
 #include <list>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "Monitor/Json.h"
@@ -27,6 +28,9 @@ class Survey {
   using Clock = std::chrono::steady_clock;
 
   /** The answer to a line of words: one object on one line. */
+  /** How often a line is to be answered, if it says so: "watch MS", 0 for no more. */
+  static std::optional<std::chrono::milliseconds> PeriodOf(const std::string& line);
+
   std::string Answer(const std::string& line, const Registry& registry, Clock::time_point now);
 
   /** To be called once a second or so: from it is known since when a route stands. */

@@ -61,7 +61,8 @@ Vorn* Vorn::Instance() {
   return s_vorn.vorn;
 }
 
-VornImpl::VornImpl(const char* configPath) {
+VornImpl::VornImpl(const char* configPath)
+    : monitor([this](const std::string& line) { return AnswerMonitor(line); }, [this] { TickMonitor(); }) {
   Configure(configPath);
   try {
     debugThread = StartThread("vrdb", [this] { MainThread(this); });
@@ -72,18 +73,28 @@ VornImpl::VornImpl(const char* configPath) {
   monitor.Start();
 }
 
-std::string VornImpl::AnswerMonitor(const std::string& line) {
-  std::string text;
+/** Shows it what there is, for an instant. */
+template <class Look>
+void VornImpl::ForMonitor(Look look) {
   {
     monitor::Registry registry;
     {
       const std::lock_guard<std::mutex> lock(registryMutex);
       registry = {routes, fifos};
     }
-    text = survey.Answer(line, registry, monitor::Survey::Clock::now());
+    look(registry, monitor::Survey::Clock::now());
   }
   ReleasedRoutes();
-  return text;
+}
+
+monitor::Server::Reply VornImpl::AnswerMonitor(const std::string& line) {
+  monitor::Server::Reply reply{{}, monitor::Survey::PeriodOf(line)};
+  ForMonitor([&](const auto& registry, auto now) { reply.text = survey.Answer(line, registry, now); });
+  return reply;
+}
+
+void VornImpl::TickMonitor() {
+  ForMonitor([&](const auto& registry, auto now) { survey.Look(registry, now); });
 }
 
 VornImpl::~VornImpl() {

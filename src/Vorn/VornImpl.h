@@ -74,7 +74,10 @@ class VornImpl final : public Vorn {
   static void MainThread(VornImpl* vorn);
 
   // The monitor's thread.
-  std::string AnswerMonitor(const std::string& line);
+  monitor::Server::Reply AnswerMonitor(const std::string& line);
+  void TickMonitor();
+  template <class Look>
+  void ForMonitor(Look look);
 
   // The end.
   void ShutDownConsole();
@@ -89,7 +92,7 @@ class VornImpl final : public Vorn {
   std::list<std::shared_ptr<RouteImpl>> routes;
 
   monitor::Survey survey;
-  monitor::Server monitor{[this](const std::string& line) { return AnswerMonitor(line); }};
+  monitor::Server monitor;
 
   std::thread debugThread;
   std::atomic<bool> exiting{false};
