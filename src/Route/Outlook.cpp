@@ -69,7 +69,9 @@ void RouteImpl::KeepFailure(const Block& block, int result) try {
 } catch (const std::bad_alloc&) {
 }
 
+// Before every cycle, where a block has not started yet: no lock then.
 void RouteImpl::ForgetFailure() {
+  if (lastFailure.empty()) return;
   const Topology::Lock lock;
   lastFailure.clear();
 }
