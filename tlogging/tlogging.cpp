@@ -69,6 +69,46 @@ class Sink {
   std::atomic<int> descriptor;  // changes under the mutex
 };
 
+/** The last lines, for who looks into the process later. */
+class Recent {
+ public:
+  void Keep(std::string_view line) {
+    const std::lock_guard lock(mutex);
+    Slot& slot = slots[kept++ % COUNT];
+    slot.length = std::min(line.size(), sizeof slot.text);
+    std::copy_n(line.data(), slot.length, slot.text);
+    if (slot.length < line.size())
+      std::copy(CUT_HERE.begin(), CUT_HERE.end(), slot.text + slot.length - CUT_HERE.size());
+  }
+
+  /** As many of the last lines as fit. @return their bytes. */
+  size_t Copy(char* to, size_t size) {
+    const std::lock_guard lock(mutex);
+    size_t first = kept;
+    for (size_t left = size; first > 0 && kept - first < COUNT; --first) {
+      const size_t length = slots[(first - 1) % COUNT].length;
+      if (length > left) break;
+      left -= length;
+    }
+    char* end = to;
+    for (; first < kept; ++first) end = std::copy_n(slots[first % COUNT].text, slots[first % COUNT].length, end);
+    return end - to;
+  }
+
+ private:
+  static constexpr size_t COUNT = TLOGGING_RECENT_LINES;
+  struct Slot {
+    size_t length;
+    char text[TLOGGING_RECENT_BYTES];
+  };
+
+  std::mutex mutex;
+  size_t kept = 0;
+  Slot slots[COUNT]{};
+};
+
+constinit Recent recent;
+
 constinit std::atomic<int> maxLevel{4};
 constinit std::atomic<unsigned> options{TLOGGING_NO_POSITION};
 constinit std::atomic<bool> colours{false};
@@ -184,13 +224,14 @@ void Deliver(Line& line) {
 [[gnu::noinline, gnu::format(printf, 3, 0)]] int PrintLine(int level, const Source& source, const char* format,
                                                            va_list args) {
   const unsigned bits = options.load(std::memory_order_relaxed);
-  if (!(bits & (TLOGGING_STDOUT | TLOGGING_STDERR)) && !logFile.IsOpen()) return 0;
   const int callersErrno = errno;
   Line line(level);
   const int length = line.Compose(bits & TLOGGING_NO_POSITION ? nullptr : &source, format, args);
-  Deliver(line);
+  recent.Keep(line.Text());
+  const bool goesOut = (bits & (TLOGGING_STDOUT | TLOGGING_STDERR)) != 0 || logFile.IsOpen();
+  if (goesOut) Deliver(line);
   errno = callersErrno;
-  return length;
+  return goesOut ? length : 0;
 }
 
 bool WantsColours() {
@@ -209,6 +250,8 @@ int _tlogging_print(char level, const char* file, int line, const char* func, co
   va_end(args);
   return length;
 }
+
+size_t _tlogging_recent(char* text, size_t size) { return recent.Copy(text, size); }
 
 int _tlogging_set_level(int level) { return maxLevel.exchange(level, std::memory_order_relaxed); }
 

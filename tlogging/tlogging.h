@@ -16,6 +16,8 @@
 #ifndef TLOGGING_H
 #define TLOGGING_H
 
+#include <stddef.h>
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -45,6 +47,20 @@ enum {
  */
 TLOGGING_API int _tlogging_print(char level, const char* file, int line, const char* func, const char* format, ...)
     __attribute__((format(printf, 5, 6)));
+
+/** What _tlogging_recent() keeps. */
+enum {
+  TLOGGING_RECENT_LINES = 200,
+  TLOGGING_RECENT_BYTES = 312, /**< of a line; a longer one is cut there, and ends in "..." */
+};
+
+/**
+ * Copies the last lines that the level let pass, the oldest first, whether an output was on or not. Each ends with a
+ * newline; there is no NUL. Where not all fit the oldest are left out.
+ *
+ * @param text room for `size` bytes: TLOGGING_RECENT_LINES * TLOGGING_RECENT_BYTES hold all. @return bytes copied.
+ */
+TLOGGING_API size_t _tlogging_recent(char* text, size_t size);
 
 /** Sets the level: 0 prints nothing, 6 everything. At the start it is 4. @return the level before. */
 TLOGGING_API int _tlogging_set_level(int level);

@@ -51,6 +51,7 @@ namespace vorn {
 
 class Block;
 class Link;
+struct BlockView;
 struct RouteBoard;
 
 /** How one sample of one channel is encoded. LE and BE are the byte orders; 24-bit samples are packed. */
@@ -290,6 +291,8 @@ class VORN_API Block {
   const std::string& RouteName() const { return routeName; }
   /** What the blocks of the kit share in this route (see <vorn/kit/RouteBoard.h>); null for a block without a route. */
   RouteBoard* Board() const { return board; }
+  /** What a block of the kit shows to the library (see <vorn/kit/BlockView.h>); null for another block. */
+  const BlockView* View() const { return view; }
 
   /**
    * @name For the route
@@ -321,6 +324,10 @@ class VORN_API Block {
   void CloseDump();
   /**@}*/
 
+ protected:
+  /** For the kit: once, in the constructor. The view lives as long as the block. */
+  void Show(const BlockView* newView) { view = newView; }
+
  private:
   friend class RouteImpl;
 
@@ -345,7 +352,8 @@ class VORN_API Block {
   std::vector<InputEndpoint*> linkedInEps;
   std::vector<OutputEndpoint*> linkedOutEps;
 
-  RouteBoard* board = nullptr;  // the route's
+  RouteBoard* board = nullptr;      // the route's
+  const BlockView* view = nullptr;  // the block's own
 };
 
 }  // namespace vorn

@@ -45,6 +45,8 @@
  *     logtostderr=true
  *     # 0 nothing, 2 errors, 3 warnings, 4 changes of state, 5 debugging, 6 every frame
  *     loglevel=4
+ *     # the socket for looking: see docs/monitor.md
+ *     monitor=true
  *     # folder of the dump files of every route, and of vorn.log
  *     dumppath=/tmp/dump
  *

@@ -53,8 +53,8 @@ std::string Quoted(std::string_view text) {
 }
 
 Object& Object::Add(const char* name, double value) {
-  std::array<char, 64> number;
-  std::snprintf(number.data(), number.size(), "%.3f", value);
+  std::array<char, 400> number;
+  std::snprintf(number.data(), number.size(), "%.6f", value);
   return AddJson(name, number.data());
 }
 

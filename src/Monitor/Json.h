@@ -14,6 +14,7 @@ std::string Quoted(std::string_view text);
 class List {
  public:
   void Add(const std::string& json) { text += (text.empty() ? "" : ",") + json; }
+  bool IsEmpty() const { return text.empty(); }
   std::string Text() const { return '[' + text + ']'; }
 
  private:
@@ -29,10 +30,15 @@ class Object {
   requires(!std::same_as<Number, bool>) Object& Add(const char* name, Number value) {
     return AddJson(name, std::to_string(value));
   }
-  /** With three digits behind the point: seconds, shares. */
+  /** With six digits behind the point: seconds, microseconds, shares. */
   Object& Add(const char* name, double value);
   Object& Add(const char* name, const Object& value) { return AddJson(name, value.Text()); }
   Object& Add(const char* name, const List& value) { return AddJson(name, value.Text()); }
+  /** All members of another one. */
+  Object& Add(const Object& more) {
+    if (!more.text.empty()) text += (text.empty() ? "" : ",") + more.text;
+    return *this;
+  }
   std::string Text() const { return '{' + text + '}'; }
 
  private:

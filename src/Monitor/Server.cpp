@@ -17,6 +17,7 @@
 #include <system_error>
 #include <vector>
 
+#include "Chronicle.h"
 #include "Log.h"
 #include "Peer.h"
 #include "Thread.h"
@@ -32,9 +33,14 @@ constexpr std::chrono::seconds TICK(1);
 
 }  // namespace
 
+Server::~Server() {
+  Stop();
+  Finish();
+}
+
 void Server::Start() {
-  stopper = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-  if (stopper < 0 || !Listen()) {
+  bell = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  if (bell < 0 || !Listen()) {
     LOG_I("No monitor: %s", std::strerror(errno));
     return;
   }
@@ -58,43 +64,63 @@ bool Server::Listen() {
 
 void Server::Stop() {
   if (thread.joinable()) {
-    eventfd_write(stopper, 1);
+    stopping = true;
+    Ring();
     thread.join();
   }
-  for (int* const own : {&listener, &stopper}) {
-    if (*own >= 0) close(*own);
-    *own = -1;
-  }
+  if (listener >= 0) close(listener);
+  listener = -1;
 }
+
+void Server::Finish() {
+  for (auto& [id, worker] : workers) worker.join();
+  workers.clear();
+  if (bell >= 0) close(bell);
+  bell = -1;
+}
+
+void Server::Ring() const { eventfd_write(bell, 1); }
 
 void Server::Serve() try {
   std::vector<pollfd> sockets;
   nextTick = Clock::now();
   for (;;) {
-    sockets = {{stopper, POLLIN, 0}, {listener, static_cast<short>(clients.size() < MOST_CLIENTS ? POLLIN : 0), 0}};
+    sockets = {{bell, POLLIN, 0}, {listener, static_cast<short>(clients.size() < MOST_CLIENTS ? POLLIN : 0), 0}};
     for (const Client& client : clients) {
       sockets.push_back({client.socket, static_cast<short>(client.out.empty() ? POLLIN : POLLIN | POLLOUT), 0});
     }
     if (poll(sockets.data(), sockets.size(), Pause(Clock::now())) < 0 && errno != EINTR) break;
-    if (sockets[0].revents != 0) break;
+    if (stopping) break;
+    if (sockets[0].revents != 0) HearBell();
     const auto now = Clock::now();
-    if (now >= nextTick) tick(), nextTick = now + TICK;
+    if (now >= nextTick) speaker.Tick(), nextTick = now + TICK;
     std::size_t i = 2;
     for (auto client = clients.begin(); client != clients.end();) {
-      const short happened = sockets[i++].revents;
-      Watch(*client, now);
-      const bool stays = ((happened & POLLOUT) == 0 || Say(*client)) &&
-                         ((happened & (POLLIN | POLLHUP | POLLERR)) == 0 || Hear(*client));
       const auto next = std::next(client);
-      if (!stays) close(client->socket), clients.erase(client);
+      if (!Serve(*client, sockets[i++].revents, now)) close(client->socket), clients.erase(client);
       client = next;
     }
     if (sockets[1].revents != 0) Accept();
   }
-  for (const Client& client : clients) close(client.socket);
-  clients.clear();
+  LetGo();
 } catch (const std::bad_alloc&) {
   LOG_E("No memory for the monitor, it ends");
+  LetGo();
+}
+
+void Server::LetGo() {
+  for (const Client& client : clients) close(client.socket);
+  clients.clear();
+}
+
+/** @return whether the client stays. */
+bool Server::Serve(Client& client, short happened, Clock::time_point now) try {
+  Watch(client, now);
+  TellNews(client);
+  if (client.out.size() > MOST_UNREAD) return false;
+  return Say(client) && ((happened & (POLLIN | POLLHUP | POLLERR)) == 0 || Hear(client));
+} catch (const std::bad_alloc&) {
+  return false;
 }
 
 void Server::Accept() {
@@ -102,14 +128,15 @@ void Server::Accept() {
   if (socket < 0) return;
   uid_t uid = 0;
   if (MayEnter(socket, uid)) {
-    clients.push_back({socket});
+    clients.push_back({++lastClient, socket});
     return;
   }
+  close(socket);
   if (const auto count = turnedAway.Count(std::chrono::steady_clock::now())) {
     LOG_W("Turned away a client of user %u from the monitor, which serves user %u and root (%lu since this was said)",
           uid, geteuid(), *count);
+    Chronicle::Tell(Chronicle::Kind::REFUSED, "", "", "a client of user " + std::to_string(uid) + " at the monitor");
   }
-  close(socket);
 }
 
 bool Server::Hear(Client& client) {
@@ -132,12 +159,68 @@ bool Server::AnswerLines(Client& client) {
 }
 
 void Server::AnswerLine(Client& client, const std::string& line) {
-  const Reply reply = answer(line);
+  const Reply reply = speaker.Answer(line);
+  if (reply.takesLong) {
+    client.toCarryOut.push_back(line);
+    if (client.toCarryOut.size() == 1) Begin(client);
+    return;
+  }
   client.out += reply.text + '\n';
+  if (reply.newsAfter) client.newsAfter = reply.newsAfter;
   if (!reply.every) return;
   client.watched = line;
   client.every = *reply.every;
   client.next = Clock::now() + client.every;
+}
+
+/** Carries out the first of a client's lines, for which it may be gone by the end. */
+void Server::Begin(Client& client) try {
+  {
+    const std::lock_guard lock(mutex);
+    carriedOut.reserve(workers.size() + 1);
+  }
+  std::thread& worker = workers[client.id];
+  worker = StartThread("vorn edit", [this, id = client.id, line = client.toCarryOut[0]] { CarryOut(id, line); });
+} catch (const std::system_error& e) {
+  workers.erase(client.id);
+  client.out += speaker.Failure(e.what()) + '\n';
+  client.toCarryOut.pop_front();
+}
+
+void Server::CarryOut(unsigned long client, const std::string& line) {
+  std::string text;
+  try {
+    text = speaker.CarryOut(line);
+  } catch (const std::bad_alloc&) {  // nothing more to say to this client
+  }
+  const std::lock_guard lock(mutex);
+  carriedOut.emplace_back(client, std::move(text));  // there is room
+  Ring();
+}
+
+void Server::HearBell() {
+  eventfd_t rings = 0;
+  eventfd_read(bell, &rings);
+  std::vector<std::pair<unsigned long, std::string>> ended;
+  {
+    const std::lock_guard lock(mutex);
+    ended.swap(carriedOut);
+  }
+  for (const auto& [id, text] : ended) {
+    workers[id].join();
+    workers.erase(id);
+    const auto client = std::ranges::find(clients, id, &Client::id);
+    if (client == clients.end()) continue;
+    if (text.empty()) shutdown(client->socket, SHUT_RDWR);
+    client->out += text + '\n';
+    client->toCarryOut.pop_front();
+    if (!client->toCarryOut.empty()) Begin(*client);
+  }
+}
+
+void Server::TellNews(Client& client) {
+  if (!client.newsAfter) return;
+  if (const std::string news = speaker.News(*client.newsAfter); !news.empty()) client.out += news + '\n';
 }
 
 // Who has not read the last of them gets no more until then.
@@ -145,7 +228,7 @@ void Server::Watch(Client& client, Clock::time_point now) {
   if (client.every.count() == 0 || now < client.next) return;
   client.next = std::max(client.next + client.every, now);
   if (!client.out.empty()) return;
-  client.out += answer(client.watched).text + '\n';
+  client.out += speaker.Answer(client.watched).text + '\n';
 }
 
 /** Milliseconds until something is due; rounded up, so that it is by then. */

@@ -1,7 +1,13 @@
 #include "Monitor/Survey.h"
 
+#include <unistd.h>
+#include <vorn/kit/BlockView.h>
+#include <vorn/kit/Interrupt.h>
+#include <vorn/kit/Parameters.h>
+
 #include <algorithm>
-#include <sstream>
+#include <cerrno>
+#include <cstdlib>
 
 #include "Block/Glimpse.h"
 #include "Block/SampleFormat.h"
@@ -11,27 +17,16 @@ namespace vorn::monitor {
 namespace {
 
 constexpr int VERSION = 1;
-constexpr unsigned SHORTEST_PERIOD = 10;  // milliseconds
-constexpr unsigned LONGEST_PERIOD = 3'600'000;
-constexpr int SHARE_OF_THE_BUSY = 100;  // who uses a hundredth of the time, on a crowded machine, does not sleep
 
-Object Begin(const char* request) {
-  Object answer;
-  answer.Add("version", VERSION).Add("request", request);
-  return answer;
-}
+using Nanos = std::chrono::nanoseconds;
 
-Object Failure(const std::string& text) {
-  Object answer;
-  answer.Add("version", VERSION).Add("error", text);
-  return answer;
-}
+double Seconds(Nanos time) { return std::chrono::duration<double>(time).count(); }
+double Micros(Nanos time) { return std::chrono::duration<double, std::micro>(time).count(); }
 
-double Seconds(std::chrono::nanoseconds time) { return std::chrono::duration<double>(time).count(); }
-
-const char* StatusName(RouteImpl::Status status) {
-  static constexpr const char* NAMES[] = {"stopped", "running", "broken", "deleted"};
-  return NAMES[status];
+Object DescribeProcess() {
+  Object object;
+  object.Add("pid", getpid()).Add("name", program_invocation_short_name).Add("uid", geteuid());
+  return object;
 }
 
 Object DescribeEnd(const Endpoint& ep) {
@@ -40,7 +35,6 @@ Object DescribeEnd(const Endpoint& ep) {
   return end;
 }
 
-/** With the topology lock. */
 Object DescribeLink_l(const Link& link) {
   const FrameBuffer& frame = *link.SourceEp()->FB();
   Object object;
@@ -54,183 +48,269 @@ Object DescribeLink_l(const Link& link) {
   return object;
 }
 
+Object DescribeBlock_l(const RouteImpl& route, const Block& block) {
+  Object object;
+  object.Add("name", block.Name()).Add("first", block.IsFirst()).Add("last", block.IsLast());
+  const auto* const origin = route.OriginOf_l(&block);
+  if (!origin) return object;
+  List args;
+  for (const std::string& arg : origin->args) args.Add(Quoted(arg));
+  return object.Add("plugIn", origin->soFileName).Add("args", args);
+}
+
 Object DescribeRoute(const RouteImpl& route) {
   List blocks, links;
   {
     const Topology::Lock lock;
-    for (const Block* block : route.Blocks_l()) {
-      Object object;
-      object.Add("name", block->Name()).Add("first", block->IsFirst()).Add("last", block->IsLast());
-      if (const auto* origin = route.OriginOf_l(block)) {
-        List args;
-        for (const std::string& arg : origin->args) args.Add(Quoted(arg));
-        object.Add("plugIn", origin->soFileName).Add("args", args);
-      }
-      blocks.Add(object.Text());
-    }
+    for (const Block* block : route.Blocks_l()) blocks.Add(DescribeBlock_l(route, *block).Text());
     for (const Link* link : route.Links_l()) {
       if (link->SourceEp() && link->SinkEp()) links.Add(DescribeLink_l(*link).Text());
     }
   }
   Object object;
-  object.Add("name", route.Name()).Add("status", StatusName(route.CurrentStatus()));
-  object.Add("blocks", blocks).Add("links", links);
+  object.Add("name", route.Name()).Add("status", StatusName(route)).Add("blocks", blocks).Add("links", links);
   return object;
 }
 
-/** Null for a block that is gone. With the topology lock. */
-const Block* User_l(Block* const& user) {
-  const Block* const block = Glimpse(user);
-  return Topology::Exists_l(block) ? block : nullptr;
+const char* TypeName(ParameterType type) {
+  static constexpr const char* NAMES[] = {"number", "integer", "flag", "word", "text"};
+  return NAMES[static_cast<std::size_t>(type)];
 }
 
-Object DescribeUser(Block* const& user) {
+Object DescribeParameter(const Parameters& parameters, std::size_t index) {
+  const Parameter& parameter = parameters.Table()[index];
+  const auto line = ParameterLine::Parse(parameters.Line(index)).value_or(ParameterLine());
   Object object;
+  object.Add("id", parameter.id).Add("name", parameter.name).Add("type", TypeName(parameter.type));
+  object.Add("unit", line.unit).Add("range", line.range).Add("value", line.value).Add("access", line.access);
+  return object.Add("help", line.help);
+}
+
+/** Calls `use` with each block's name and its parameters, null for a block without the kit. The block stays meanwhile. */
+template <class Use>
+void ForBlocks(const RouteImpl& route, Use use) {
   const Topology::Lock lock;
-  if (const Block* const block = User_l(user)) object.Add("route", block->RouteName()).Add("block", block->Name());
-  return object;
+  for (const Block* block : route.Blocks_l()) {
+    const BlockView* const view = RouteImpl::ViewOf_l(block);
+    use(block->Name(), view ? view->parameters : nullptr);
+  }
 }
 
-Object DescribeFIFO(const RingBuffer& fifo) {
-  const FIFOState state = fifo.State();
+List DescribeReadings(const RouteImpl& route) {
+  List readings;
+  ForBlocks(route, [&](const std::string& name, const Parameters* parameters) {
+    if (!parameters) return;
+    for (std::size_t i = 0; i < parameters->Table().size(); ++i) {
+      const Parameter& parameter = parameters->Table()[i];
+      if (!parameter.IsReading()) continue;
+      Object object;
+      object.Add("block", name).Add("name", parameter.name).Add("unit", parameter.unit);
+      readings.Add(object.Add("value", parameters->TextOf(i)).Text());
+    }
+  });
+  return readings;
+}
+
+/** The longest frame that a first block sends: what a cycle has time for. */
+Nanos FrameOf(const RouteImpl& route) {
+  Nanos longest{0};
+  const Topology::Lock lock;
+  for (const Link* link : route.Links_l()) {
+    if (!link->SourceEp() || !link->SourceEp()->Owner()->IsFirst()) continue;
+    const FrameBuffer& frame = *link->SourceEp()->FB();
+    const unsigned rate = Glimpse(frame.rate);
+    if (rate == 0) continue;
+    longest = std::max(longest, Nanos(Nanos::rep{1'000'000'000} * Glimpse(frame.samplesPerFrame) / rate));
+  }
+  return longest;
+}
+
+double Part(double part, double whole) { return whole > 0 ? part / whole : 0; }
+
+/** @param cycles how many the total is of. */
+Object Describe(const CallTimes::Summary& times, Nanos frame, std::uint64_t cycles) {
+  const double total = Micros(times.total);
   Object object;
-  object.Add("name", fifo.name)
-      .Add("count", state.count)
-      .Add("capacity", state.capacity)
-      .Add("rate", fifo.Rate())
-      .Add("writer", DescribeUser(fifo.writer))
-      .Add("reader", DescribeUser(fifo.reader))
-      .Add("writerSleeps", state.writerSleeps)
-      .Add("readerSleeps", state.readerSleeps)
-      .Add("writingEnded", state.writingEnded)
-      .Add("readingEnded", state.readingEnded);
+  object.Add("calls", times.calls)
+      .Add("last", Micros(times.last))
+      .Add("mean", Part(total, static_cast<double>(times.calls)))
+      .Add("p99", Micros(times.p99))
+      .Add("worst", Micros(times.worst))
+      .Add("share", Part(total, Micros(frame) * static_cast<double>(cycles)));
   return object;
 }
 
-unsigned long long FramesOf(const RouteImpl& route) { return route.OkFrames() + route.ErrorFrames(); }
+Object DescribeTiming(RouteImpl& route) {
+  const Nanos frame = FrameOf(route);
+  const CallTimes::Summary cycle = route.CycleTimes().Read();
+  List blocks;
+  {
+    const Topology::Lock lock;
+    for (const Block* block : route.Blocks_l()) {
+      const CallTimes* const times = route.CallTimesOf_l(block);
+      if (times) blocks.Add(Describe(times->Read(), frame, cycle.calls).Add("name", block->Name()).Text());
+    }
+  }
+  Object object = Describe(cycle, frame, cycle.calls);
+  object.Add("name", route.Name()).Add("frame", Micros(frame));
+  return object.Add("worstSinceLook", Micros(route.CycleTimes().TakeWorst())).Add("blocks", blocks);
+}
+
+List DescribeFIFOs(const Registry& registry) {
+  List fifos;
+  for (const auto& fifo : registry.fifos) fifos.Add(DescribeFIFO(*fifo).Text());
+  return fifos;
+}
 
 }  // namespace
 
-std::string Survey::Answer(const std::string& line, const Registry& registry, Clock::time_point now) {
-  std::istringstream words(line);
-  std::string request, argument, rest;
-  words >> request >> argument >> rest;
-  const bool isAlone = argument.empty();
-  if (request == "graph" && isAlone) return Graph(registry).Text();
-  if (request == "stats" && isAlone) return Stats(registry, now).Text();
-  if (request == "why" && !isAlone && rest.empty()) return Why(registry, argument, now).Text();
-  if (PeriodOf(line)) return Stats(registry, now).Text();
-  return Failure("expected graph, stats, why ROUTE or watch MILLISECONDS (10 to 3600000, 0 for no more), got '" + line +
-                 "'")
-      .Text();
+Object Begin(const std::string& request) {
+  Object answer;
+  return answer.Add("version", VERSION).Add("request", request);
 }
 
-std::optional<std::chrono::milliseconds> Survey::PeriodOf(const std::string& line) {
-  std::istringstream words(line);
-  std::string request, rest;
-  unsigned milliseconds = 0;
-  if (!(words >> request >> milliseconds) || request != "watch" || words >> rest) return std::nullopt;
-  if (milliseconds > LONGEST_PERIOD || (milliseconds > 0 && milliseconds < SHORTEST_PERIOD)) return std::nullopt;
-  return std::chrono::milliseconds(milliseconds);
+Object Failure(const std::string& request, const std::string& text) { return Begin(request).Add("error", text); }
+
+Survey::Known& Survey::Look(const RouteImpl& route, Clock::time_point now) {
+  Known& known = routes[route.Name()];
+  known.standing.Look(route, now);
+  known.isMet = true;
+  return known;
 }
 
-void Survey::Look(const Registry& registry, Clock::time_point now) {
-  for (auto& [name, last] : seen) last.isMet = false;
-  for (const auto& route : registry.routes) {
-    Seen& last = seen[route->Name()];
-    const unsigned long long frames = FramesOf(*route);
-    std::string block = route->BlockNow();
-    if (last.since == Clock::time_point() || last.frames != frames || last.block != block) {
-      last = {frames, std::move(block), now, route->ProcessorTime(), true};
-    }
-    last.isMet = true;
+void Survey::Tick(const View& view) {
+  for (auto& [name, known] : routes) known.isMet = false;
+  for (const auto& route : view.registry.routes) {
+    Known& known = Look(*route, view.now);
+    Mark(*route, known, view.now);
+    CountXruns(*route, known);
+    if (isTimed != route->IsTimed()) route->Time(isTimed);  // one that is new
   }
-  std::erase_if(seen, [](const auto& entry) { return !entry.second.isMet; });
+  std::erase_if(routes, [](const auto& entry) { return !entry.second.isMet; });
 }
 
-Object Survey::Graph(const Registry& registry) const {
-  List routes, fifos;
-  for (const auto& route : registry.routes) routes.Add(DescribeRoute(*route).Text());
-  for (const auto& fifo : registry.fifos) fifos.Add(DescribeFIFO(*fifo).Text());
+void Survey::Mark(const RouteImpl& route, Known& known, Clock::time_point now) {
+  const unsigned long long frames = route.OkFrames() + route.ErrorFrames();
+  const auto processor = route.ProcessorTime();
+  const double passed = Seconds(now - known.marked);
+  const bool isFirst = known.marked == Clock::time_point();
+  known.framesPerSecond = isFirst || frames < known.frames ? 0 : static_cast<double>(frames - known.frames) / passed;
+  known.processorShare = isFirst ? 0 : Seconds(processor - known.processor) / passed;
+  known.marked = now;
+  known.frames = frames;
+  known.processor = processor;
+}
+
+void Survey::CountXruns(const RouteImpl& route, Known& known) {
+  std::map<std::string, long> counted;
+  ForBlocks(route, [&](const std::string& name, const Parameters* parameters) {
+    if (!parameters) return;
+    for (std::size_t i = 0; i < parameters->Table().size(); ++i) {
+      const Parameter& parameter = parameters->Table()[i];
+      if (parameter.IsReading() && parameter.name == "xruns")
+        counted[name] = std::strtol(parameters->TextOf(i).c_str(), nullptr, 10);
+    }
+  });
+  for (const auto& [block, count] : counted) {
+    const long before = known.xruns[block];
+    if (count <= before) continue;
+    Chronicle::Tell(Chronicle::Kind::XRUN, route.Name(), block,
+                    std::to_string(count - before) + " more, " + std::to_string(count) + " in all");
+  }
+  known.xruns = std::move(counted);
+}
+
+Object Survey::Graph(const View& view, bool hasConsole) const {
+  List all;
+  for (const auto& route : view.registry.routes) all.Add(DescribeRoute(*route).Text());
   Object answer = Begin("graph");
-  return answer.Add("routes", routes).Add("fifos", fifos);
+  answer.Add("process", DescribeProcess().Add("console", hasConsole).Add("library", VORN_VERSION));
+  return answer.Add("routes", all).Add("fifos", DescribeFIFOs(view.registry));
 }
 
-Object Survey::Stats(const Registry& registry, Clock::time_point now) {
-  Look(registry, now);
-  List routes, fifos;
-  for (const auto& route : registry.routes) {
-    const Seen& last = seen[route->Name()];
+Object Survey::Params(const View& view, const Words& names) const {
+  List all;
+  for (const auto& route : view.registry.routes) {
+    if (!names.empty() && route->Name() != names[0]) continue;
+    if (route->CurrentStatus() == RouteImpl::RUNNING) route->AskForReadings();
+    List blocks;
+    ForBlocks(*route, [&](const std::string& name, const Parameters* parameters) {
+      if (names.size() > 1 && name != names[1]) return;
+      Object object;
+      object.Add("name", name);
+      if (parameters) {
+        List list;
+        for (std::size_t i = 0; i < parameters->Table().size(); ++i) list.Add(DescribeParameter(*parameters, i).Text());
+        object.Add("parameters", list);
+      }
+      blocks.Add(object.Text());
+    });
+    if (names.size() > 1 && blocks.IsEmpty()) return Failure("params", "no block '" + names[1] + "' in " + names[0]);
     Object object;
-    object.Add("name", route->Name())
-        .Add("status", StatusName(route->CurrentStatus()))
-        .Add("frames", route->OkFrames())
-        .Add("errorFrames", route->ErrorFrames())
-        .Add("inBlock", last.block)
-        .Add("since", Seconds(now - last.since))
-        .Add("processorSeconds", Seconds(route->ProcessorTime()))
-        .Add("realTimePriority", route->RealTimePriority());
-    routes.Add(object.Text());
+    all.Add(object.Add("name", route->Name()).Add("blocks", blocks).Text());
   }
-  for (const auto& fifo : registry.fifos) fifos.Add(DescribeFIFO(*fifo).Text());
-  Object answer = Begin("stats");
-  return answer.Add("routes", routes).Add("fifos", fifos);
+  if (!names.empty() && all.IsEmpty()) return Failure("params", "no route '" + names[0] + "'");
+  return Begin("params").Add("routes", all);
 }
 
-Object Survey::Why(const Registry& registry, const std::string& name, Clock::time_point now) {
-  const auto route = std::ranges::find_if(registry.routes, [&](const auto& one) { return one->Name() == name; });
-  if (route == registry.routes.end()) return Failure("no route '" + name + "'");
-  Look(registry, now);
-  Object answer = Begin("why");
-  answer.Add("route", name).Add("status", StatusName((*route)->CurrentStatus()));
-  if ((*route)->IsLost()) {
-    answer.Add("why", "dead").Add("reason", (*route)->LastFailure());
-  } else if ((*route)->CurrentStatus() == RouteImpl::RUNNING) {
-    WhyItRuns(answer, **route, registry, now);
-  } else if ((*route)->CurrentStatus() == RouteImpl::BROKEN_RUNNING) {
-    answer.Add("why", "broken").Add("reason", (*route)->WhyIncomplete());
-  } else {
-    answer.Add("why", "stopped").Add("since", Seconds((*route)->SinceStatus())).Add("reason", (*route)->LastFailure());
+Object Survey::DescribeStats(RouteImpl& route, const View& view) {
+  const Known& known = Look(route, view.now);
+  const Reason reason = ReasonOf(route, known.standing, view.registry, view.now);
+  const auto [policy, priority] = route.Scheduling();
+  long xruns = 0;
+  for (const auto& [block, count] : known.xruns) xruns += count;
+  Object object;
+  object.Add("name", route.Name())
+      .Add("status", StatusName(route))
+      .Add("why", reason.why)
+      .Add("text", reason.text)
+      .Add("frames", route.OkFrames())
+      .Add("errorFrames", route.ErrorFrames())
+      .Add("framesPerSecond", known.framesPerSecond)
+      .Add("inBlock", known.standing.block)
+      .Add("since", Seconds(view.now - known.standing.since))
+      .Add("processorSeconds", Seconds(route.ProcessorTime()))
+      .Add("processorShare", known.processorShare)
+      .Add("policy", policy)
+      .Add("realTimePriority", priority)
+      .Add("xruns", xruns)
+      .Add("readings", DescribeReadings(route));
+  if (route.IsTimed()) {
+    const CallTimes::Summary cycle = route.CycleTimes().Read();
+    object.Add("cycle", Describe(cycle, FrameOf(route), cycle.calls));
   }
-  return answer;
+  if (route.CurrentStatus() == RouteImpl::RUNNING) route.AskForReadings();
+  return object;
 }
 
-void Survey::WhyItRuns(Object& answer, const RouteImpl& route, const Registry& registry, Clock::time_point now) {
-  const Seen& last = seen[route.Name()];
-  const auto stood = now - last.since;
-  constexpr std::chrono::milliseconds PATIENCE(200);  // a frame may be as long
-  if (last.block.empty() || stood < PATIENCE) {
-    answer.Add("why", "runs");
-    return;
+Object Survey::Stats(const View& view) {
+  List all;
+  for (const auto& route : view.registry.routes) all.Add(DescribeStats(*route, view).Text());
+  const std::chrono::duration<double> time = std::chrono::system_clock::now().time_since_epoch();
+  Object answer = Begin("stats").Add("time", time.count()).Add("process", DescribeProcess());
+  return answer.Add("routes", all).Add("fifos", DescribeFIFOs(view.registry));
+}
+
+Object Survey::Why(const View& view, const std::string& name) {
+  const auto& all = view.registry.routes;
+  const auto route = std::ranges::find_if(all, [&](const auto& one) { return one->Name() == name; });
+  if (route == all.end()) return Failure("why", "no route '" + name + "'");
+  const Reason reason = ReasonOf(**route, Look(**route, view.now).standing, view.registry, view.now);
+  Object answer = Begin("why").Add("route", name).Add("status", StatusName(**route));
+  return answer.Add("why", reason.why).Add("text", reason.text).Add(reason.members);
+}
+
+void Survey::SwitchTiming(const View& view, bool on) {
+  isTimed = on;
+  for (const auto& route : view.registry.routes) route->Time(on);
+}
+
+Object Survey::Timing(const View& view) const {
+  List all;
+  if (isTimed) {
+    for (const auto& route : view.registry.routes) all.Add(DescribeTiming(*route).Text());
   }
-  answer.Add("block", last.block).Add("since", Seconds(stood));
-  for (const auto& fifo : registry.fifos) {
-    const FIFOState state = fifo->State();
-    const auto isThis = [&](Block* const& user) {
-      const Topology::Lock lock;
-      const Block* const block = User_l(user);
-      return block && block->Name() == last.block && block->RouteName() == route.Name();
-    };
-    const bool reads = state.readerSleeps && isThis(fifo->reader);
-    if (!reads && !(state.writerSleeps && isThis(fifo->writer))) continue;
-    answer.Add("why", "waits").Add("for", reads ? "samples" : "room").Add("fifo", DescribeFIFO(*fifo));
-    std::string other;
-    {
-      const Topology::Lock lock;
-      if (const Block* const block = User_l(reads ? fifo->writer : fifo->reader)) other = block->RouteName();
-    }
-    const auto peer = std::ranges::find_if(registry.routes, [&](const auto& one) { return one->Name() == other; });
-    if (peer != registry.routes.end()) {
-      Object about;
-      about.Add("route", other)
-          .Add("status", (*peer)->IsLost() ? "dead" : StatusName((*peer)->CurrentStatus()))
-          .Add("since", Seconds((*peer)->SinceStatus()));
-      answer.Add("other", about);
-    }
-    return;
-  }
-  const auto busy = route.ProcessorTime() - last.busy;
-  answer.Add("why", SHARE_OF_THE_BUSY * busy > stood ? "busy" : "sleeps").Add("processorSeconds", Seconds(busy));
+  return Begin("timing").Add("on", isTimed).Add("routes", all);
 }
 
 }  // namespace vorn::monitor

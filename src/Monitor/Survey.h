@@ -3,55 +3,66 @@
 #pragma once
 
 #include <chrono>
-#include <functional>
-#include <list>
 #include <map>
-#include <memory>
-#include <optional>
 #include <string>
+#include <vector>
 
 #include "Monitor/Json.h"
-#include "RingBuffer/RingBuffer.h"
-#include "Route/RouteImpl.h"
+#include "Monitor/Monitor.h"
+#include "Monitor/Reason.h"
 
 namespace vorn::monitor {
-
-/** What there is at one instant, kept alive by those who look. */
-struct Registry {
-  std::list<std::shared_ptr<RouteImpl>> routes;
-  std::list<std::shared_ptr<RingBuffer>> fifos;
-};
 
 /** Thread: one. */
 class Survey {
  public:
   using Clock = std::chrono::steady_clock;
+  using Words = std::vector<std::string>;
 
-  /** The answer to a line of words: one object on one line. */
-  /** How often a line is to be answered, if it says so: "watch MS", 0 for no more. */
-  static std::optional<std::chrono::milliseconds> PeriodOf(const std::string& line);
+  /** One look at what there is. */
+  struct View {
+    const Registry& registry;
+    Clock::time_point now;
+  };
 
-  std::string Answer(const std::string& line, const Registry& registry, Clock::time_point now);
+  /** The reply to a request that looks: one object. */
+  Object Graph(const View& view, bool hasConsole) const;
+  /** @param names of a route and a block of it; of all, where they are left out. */
+  Object Params(const View& view, const Words& names) const;
+  Object Stats(const View& view);
+  Object Why(const View& view, const std::string& route);
+  Object Timing(const View& view) const;
 
-  /** To be called once a second or so: from it is known since when a route stands. */
-  void Look(const Registry& registry, Clock::time_point now);
+  void SwitchTiming(const View& view, bool on);
+
+  /** To be called once a second: from it are known rates, xruns, and since when a route stands. */
+  void Tick(const View& view);
 
  private:
-  /** What a route was last seen doing, and since when it does that. */
-  struct Seen {
+  /** What is known of a route from earlier looks. */
+  struct Known {
+    Standing standing;
+    Clock::time_point marked;  // the last tick, and what it saw:
     unsigned long long frames = 0;
-    std::string block;
-    Clock::time_point since;
-    std::chrono::nanoseconds busy{0};  // processor time then
+    std::chrono::nanoseconds processor{0};
+    double framesPerSecond = 0;
+    double processorShare = 0;
+    std::map<std::string, long> xruns;  // by block
     bool isMet = false;
   };
 
-  Object Graph(const Registry& registry) const;
-  Object Stats(const Registry& registry, Clock::time_point now);
-  Object Why(const Registry& registry, const std::string& name, Clock::time_point now);
-  void WhyItRuns(Object& answer, const RouteImpl& route, const Registry& registry, Clock::time_point now);
+  Known& Look(const RouteImpl& route, Clock::time_point now);
+  void Mark(const RouteImpl& route, Known& known, Clock::time_point now);
+  void CountXruns(const RouteImpl& route, Known& known);
+  Object DescribeStats(RouteImpl& route, const View& view);
 
-  std::map<std::string, Seen> seen;  // by route
+  std::map<std::string, Known> routes;
+  bool isTimed = false;
 };
+
+/** The start of every reply. */
+Object Begin(const std::string& request);
+/** A reply that says what is wrong. */
+Object Failure(const std::string& request, const std::string& text);
 
 }  // namespace vorn::monitor

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <mutex>
 
+#include "Block/SleepTime.h"
 #include "RingBuffer/AdaptiveMutex.h"
 
 namespace vorn {
@@ -26,6 +27,7 @@ class alignas(64) WakeUp {
 
   /** Gives the mutex up meanwhile. May come back for nothing. */
   void Wait(Lock& lock) {
+    const SleepTime::Counted counted;
     const std::uint32_t seen = signals.load(std::memory_order_relaxed);
     Look(lock, seen);
     if (HasChanged(seen)) return;

@@ -225,6 +225,7 @@ void RouteImpl::Dispatch_l(Action& action) {
       }
       Block* block = NewBlock_l(std::string(a.soFileName), a.first, a.last, a.args ? *a.args : NO_TEXTS);
       if (a.block) *a.block = block;
+      if (block) TellEdit(block->Name(), "was made");
       break;
     }
     case Type::NEW_LINK: {
@@ -232,6 +233,7 @@ void RouteImpl::Dispatch_l(Action& action) {
       a.link = nullptr;
       a.link = NewLink_l(a.rate, a.format, a.channels, a.samplesPerFrame, BlockAt(a.source), a.sourceBlkOutEpIdx,
                          BlockAt(a.sink), a.sinkBlkInEpIdx);
+      if (a.link) TellEdit(a.link->Name(), "was made");
       break;
     }
     case Type::START: action.start.ret = Start_l(); break;
@@ -247,7 +249,7 @@ void RouteImpl::Dispatch_l(Action& action) {
       break;
     }
     case Type::RESET: action.reset.ret = Reset_l(action.reset.block); break;
-    case Type::STOP: action.stop.ret = Stop_l(StopReason::STOP_REQUESTED); break;
+    case Type::STOP: action.stop.ret = Stop_l(StopReason::STOP_REQUESTED, "somebody asked for it"); break;
     case Type::DELETE: action.del.ret = Delete_l(action.del.instance); break;
     case Type::DELETE_ALL: action.deleteAll.ret = DeleteAll_l(); break;
     case Type::EXIT: Exit_l(); break;

@@ -1,7 +1,12 @@
 #include <new>
 #include <utility>
 
+#include <vorn/kit/BlockView.h>
+#include <vorn/kit/Interrupt.h>
+
+#include "Block/SleepTime.h"
 #include "Block/Whereabouts.h"
+#include "Line.h"
 #include "Log.h"
 #include "Route/RouteImpl.h"
 
@@ -23,6 +28,47 @@ void Increment(std::atomic<unsigned long long>& counter) {
 
 }  // namespace
 
+/** Of a cycle that is timed: one reading of the clock a call, which is the end of one and the beginning of the next. */
+class RouteImpl::Stopwatch {
+ public:
+  Stopwatch() { SleepTime::isTimed = true; }
+  ~Stopwatch() { SleepTime::isTimed = false; }
+  Stopwatch(const Stopwatch&) = delete;
+  Stopwatch& operator=(const Stopwatch&) = delete;
+
+  /** Calls the block, and notes how long that took. What it slept does not count. */
+  long Call(const FramePlan::Visit& visit, Block& block) {
+    const auto before = SleptBy(block);
+    const long result = block.ProcessFrame();
+    const auto now = Clock::now();
+    const auto slept = SleptBy(block) - before;
+    if (visit.times) visit.times->Add(now - last - slept);
+    sleptInAll += slept;
+    last = now;
+    return result;
+  }
+
+  std::chrono::nanoseconds Cycle() const { return Clock::now() - begin - sleptInAll; }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  static std::chrono::nanoseconds SleptBy(const Block& block) {
+    const BlockView* const view = block.View();
+    const Interrupt* const interrupt = view && view->interrupt ? view->interrupt->load() : nullptr;
+    return SleepTime::total + std::chrono::nanoseconds(interrupt ? interrupt->Slept() : 0);
+  }
+
+  const Clock::time_point begin = Clock::now();
+  Clock::time_point last = begin;
+  std::chrono::nanoseconds sleptInAll{0};
+};
+
+/** In place of the watch, where nobody times. */
+struct RouteImpl::NoWatch {
+  static long Call(const FramePlan::Visit&, Block& block) { return block.ProcessFrame(); }
+};
+
 Route::Position Route::Here() noexcept { return {Whereabouts::route, Whereabouts::Name()}; }
 
 void RouteImpl::MainThread(RouteImpl* route) {
@@ -38,7 +84,7 @@ void RouteImpl::MainThreadLoop() {
     switch (Preprocess()) {
       case RUN_CYCLE: RunFrameCycle(); break;
       case SLEPT: break;
-      case FORCE_STOP: Stop_l(StopReason::STOP_ERROR); break;
+      case FORCE_STOP: Stop_l(StopReason::STOP_ERROR, "no memory for frame cycles"); break;
       default: return;
     }
   }
@@ -54,8 +100,19 @@ bool RouteImpl::RefreshPlan() try {
   return false;
 }
 
-// Graphs are chains for most of their length: a wave of one block needs no sets.
 void RouteImpl::RunFrameCycle() {
+  if (!isTimed) {
+    NoWatch none;
+    return RunFrameCycle(none);
+  }
+  Stopwatch watch;
+  RunFrameCycle(watch);
+  cycleTimes.Add(watch.Cycle());
+}
+
+// Graphs are chains for most of their length: a wave of one block needs no sets.
+template <class Watch>
+void RouteImpl::RunFrameCycle(Watch& watch) {
   CycleState state;
   next.Clear();
   commit.Clear();
@@ -63,7 +120,7 @@ void RouteImpl::RunFrameCycle() {
   const FramePlan::Visit* alone = GoOn();
   for (std::size_t left = LAST_WAVES + plan.Size(); left > 0 && (alone != nullptr || !current.IsEmpty());) {
     if (ending.load(std::memory_order_relaxed)) --left;
-    alone = alone != nullptr ? RunAlone(*alone, state) : RunWave(state);
+    alone = alone != nullptr ? RunAlone(*alone, watch, state) : RunWave(watch, state);
   }
   Whereabouts::Outside();
   FinishCycle(state);
@@ -77,8 +134,9 @@ const FramePlan::Visit* RouteImpl::GoOn() {
   return current.TakeSingle();
 }
 
-const FramePlan::Visit* RouteImpl::RunAlone(const FramePlan::Visit& visit, CycleState& state) {
-  const long result = CallBlock(visit);
+template <class Watch>
+const FramePlan::Visit* RouteImpl::RunAlone(const FramePlan::Visit& visit, Watch& watch, CycleState& state) {
+  const long result = CallBlock(visit, watch);
   if (result >= 0 && visit.after.Size() <= 1) {
     Commit(visit);
     return visit.after.Size() == 0 ? nullptr : visit.after.Front();
@@ -90,21 +148,23 @@ const FramePlan::Visit* RouteImpl::RunAlone(const FramePlan::Visit& visit, Cycle
 }
 
 // Calls the current blocks in pointer order, then commits those that finished.
-const FramePlan::Visit* RouteImpl::RunWave(CycleState& state) {
+template <class Watch>
+const FramePlan::Visit* RouteImpl::RunWave(Watch& watch, CycleState& state) {
   next.Clear();
   commit.Clear();
   for (const FramePlan::Visit* visit : current) {
-    if (Take(*visit, CallBlock(*visit), state)) continue;
+    if (Take(*visit, CallBlock(*visit, watch), state)) continue;
     next.Clear();
     break;
   }
   return GoOn();
 }
 
-long RouteImpl::CallBlock(const FramePlan::Visit& visit) {
+template <class Watch>
+long RouteImpl::CallBlock(const FramePlan::Visit& visit, Watch& watch) {
   Block& block = *visit.block;
   Whereabouts::InBlock(block);
-  const long result = block.ProcessFrame();
+  const long result = watch.Call(visit, block);
   if (result >= 0) LOG_LOOP('V', "%s: %s %sis done", name.c_str(), visit.name, visit.label);
   return result;
 }
@@ -139,17 +199,17 @@ bool RouteImpl::TakeUnfinished(const FramePlan::Visit& visit, long result, Cycle
       return false;
     case FRAME_END_OF_FILE:
       LOG_LOOP('I', "%s: %s: End of file", name.c_str(), visit.name);
-      Stop_l(StopReason::STOP_END_OF_FILE);
+      Stop_l(StopReason::STOP_END_OF_FILE, "the streams have ended");
       state.endOfFile = true;
       return false;
     case FRAME_FADED_OUT:
       LOG_LOOP('I', "%s: %s: Faded out", name.c_str(), visit.name);
-      Stop_l(StopReason::STOP_REQUESTED);
+      Stop_l(StopReason::STOP_REQUESTED, Line("%s has faded out", visit.name).data());
       commit.Add(&visit);
       return false;
     default:
       LOG_LOOP('E', "%s: %s: Process frame failed %d", name.c_str(), visit.name, static_cast<int>(result));
-      Stop_l(StopReason::STOP_ERROR);
+      Stop_l(StopReason::STOP_ERROR, Line("%s failed: %ld", visit.name, result).data());
       commit.Add(&visit);
       state.error = true;
       return false;

@@ -29,6 +29,7 @@ void FramePlan::Enter(Block& block) {
   visit.block = &block;
   visit.name = block.Name().c_str();
   visit.label = Label(block);
+  visit.times = nullptr;
   visit.isComplete = true;
   if (block.IsFirst()) first.insert(std::lower_bound(first.begin(), first.end(), &block, IsBefore), &visit);
   Touch(visit);
@@ -39,6 +40,8 @@ void FramePlan::MakeRoom() {
   pages.push_back(std::make_unique<Visit[]>(PAGE));
   for (std::size_t i = PAGE; i-- > 0;) Push(unused, pages.back()[i]);
 }
+
+void FramePlan::Time(const Block& block, CallTimes* times) { visits.find(&block)->second->times = times; }
 
 void FramePlan::Touch(const Block& block) { Touch(*visits.find(&block)->second); }
 

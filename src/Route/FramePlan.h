@@ -8,6 +8,7 @@
 
 #include <vorn/Block.h>
 
+#include "Route/CallTimes.h"
 #include "Route/Few.h"
 
 namespace vorn {
@@ -27,7 +28,8 @@ class FramePlan {
     Few<Copy, 2> copies;          // what a commit carries over its links, in order
     bool isComplete = true;       // has the links that it needs
     bool isStale = false;
-    Visit* next = nullptr;  // of the stale or of the unused ones
+    CallTimes* times = nullptr;  // null while nobody times
+    Visit* next = nullptr;       // of the stale or of the unused ones
   };
 
   FramePlan() = default;
@@ -41,6 +43,9 @@ class FramePlan {
   /** One that goes, or was not entered; its links are gone. */
   void Leave(const Block& block);
   void Clear();
+
+  /** Where the calls of a block that is entered are timed; null: nowhere. */
+  void Time(const Block& block, CallTimes* times);
 
   /** Works out what has changed. To be done before anything below. Throws std::bad_alloc; the next one goes on. */
   void Refresh();

@@ -9,6 +9,7 @@
 
 #include "Block/Topology.h"
 #include "Block/Whereabouts.h"
+#include "Line.h"
 #include "Log.h"
 #include "Route/RouteImpl.h"
 
@@ -111,6 +112,7 @@ void RouteImpl::RemoveBlock_l(Block& block) {
   plan.Leave(block);
   const Topology::Lock lock;
   origins.erase(&block);
+  callTimes.erase(&block);
   blocks.erase(&block);
   blockNumbers.find(StemOf(block.name))->second.Release(NumberOf(block.name));
 }
@@ -190,6 +192,7 @@ void RouteImpl::DestroyLink_l(Link* link) {
 
 int RouteImpl::Delete_l(void* instance) {
   if (auto* link = static_cast<Link*>(instance); links.contains(link)) {
+    TellEdit(link->Name(), "was deleted");
     DestroyLink_l(link);
     return 0;
   }
@@ -198,6 +201,7 @@ int RouteImpl::Delete_l(void* instance) {
     LOG_E("%s: No instance %p", name.c_str(), instance);
     return REFUSED;
   }
+  TellEdit(block->Name(), "was deleted");
   for (std::size_t i = 0; i < Endpoint::COUNT; ++i) {
     if (block->InEp(i).IsActive()) DestroyLink_l(block->InEp(i).AttachedLink());
   }
@@ -219,7 +223,10 @@ int RouteImpl::DeleteAll_l() {
     const Topology::Lock lock;
     allLinks.swap(links);
     allBlocks.swap(blocks);
+    origins.clear();
+    callTimes.clear();
   }
+  if (!allBlocks.empty()) TellEdit({}, "everything was deleted");
   blockNumbers.clear();
   linkNumbers = Numbers();
   for (Link* link : allLinks) delete link;
@@ -241,7 +248,9 @@ int RouteImpl::SetParam_l(Block* block, unsigned int paramId, const std::vector<
   }
   LOG_I("%s: Setting parameter id %u to %s", name.c_str(), paramId, block->Name().c_str());
   Whereabouts::InBlock(*block);
-  return block->SetParameter(paramId, params);
+  const int ret = block->SetParameter(paramId, params);
+  if (ret == 0) TellEdit(block->Name(), Line("parameter %u was set", paramId).data());
+  return ret;
 }
 
 int RouteImpl::GetParam_l(Block* block, unsigned int paramId, std::vector<std::string>& params) {

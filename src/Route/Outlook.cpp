@@ -4,6 +4,9 @@
 #include <ctime>
 #include <new>
 
+#include <vorn/kit/BlockView.h>
+#include <vorn/kit/Conventions.h>
+
 #include "Block/Topology.h"
 #include "Route/RouteImpl.h"
 
@@ -53,32 +56,91 @@ std::chrono::nanoseconds RouteImpl::ProcessorTime() const {
   return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
-int RouteImpl::RealTimePriority() const {
+RouteImpl::Policy RouteImpl::Scheduling() const {
   const Topology::Lock lock;
   int policy = SCHED_OTHER;
   sched_param parameters{};
   if (!inside || pthread_getschedparam(const_cast<std::thread&>(thread).native_handle(), &policy, &parameters) != 0)
-    return 0;
-  return policy == SCHED_FIFO || policy == SCHED_RR ? parameters.sched_priority : 0;
+    return {"other", 0};
+  if (policy != SCHED_FIFO && policy != SCHED_RR) return {"other", 0};
+  return {policy == SCHED_FIFO ? "fifo" : "rr", parameters.sched_priority};
 }
 
-void RouteImpl::KeepFailure(const Block& block, int result) try {
-  std::string text = block.Name() + " did not start: " + std::to_string(result);
+void RouteImpl::KeepReason(const char* text) try {
   const Topology::Lock lock;
-  lastFailure = std::move(text);
+  lastReason = text;
 } catch (const std::bad_alloc&) {
 }
 
 // Before every cycle, where a block has not started yet: no lock then.
-void RouteImpl::ForgetFailure() {
-  if (lastFailure.empty()) return;
+void RouteImpl::ForgetReason() {
+  if (lastReason.empty()) return;
   const Topology::Lock lock;
-  lastFailure.clear();
+  lastReason.clear();
 }
 
-std::string RouteImpl::LastFailure() const {
+std::string RouteImpl::LastReason() const {
   const Topology::Lock lock;
-  return lastFailure;
+  return lastReason;
+}
+
+void RouteImpl::TellEvent(Chronicle::Kind kind, std::string_view text) const noexcept {
+  Chronicle::Tell(kind, name, {}, text);
+}
+
+/** Of a route that is not being built: what somebody changed may be why it sounds otherwise. */
+void RouteImpl::TellEdit(std::string_view instance, std::string_view text) const noexcept {
+  const Status now = CurrentStatus();
+  if (now == RUNNING || now == BROKEN_RUNNING) Chronicle::Tell(Chronicle::Kind::EDITED, name, instance, text);
+}
+
+void RouteImpl::Time(bool on) {
+  timingAsked.store(on, std::memory_order_relaxed);
+  unsettled.store(true, std::memory_order_release);
+}
+
+void RouteImpl::AskForReadings() {
+  readingsAsked.store(true, std::memory_order_relaxed);
+  unsettled.store(true, std::memory_order_release);
+}
+
+/** Between two cycles of a route that runs. */
+void RouteImpl::ServeWhoLooks() {
+  if (isTimed || IsTimed()) SwitchTiming();
+  if (!readingsAsked.exchange(false, std::memory_order_relaxed)) return;
+  for (Block* block : blocks) {
+    if (ViewOf_l(block)) block->ioctl(KIT_MEASURE, nullptr);
+  }
+}
+
+/** Also where it is on, for blocks that are new. */
+void RouteImpl::SwitchTiming() try {
+  const bool on = IsTimed();
+  if (on && !isTimed) cycleTimes.Clear();
+  for (const Block* block : blocks) {
+    CallTimes* times = nullptr;
+    if (on) {
+      const Topology::Lock lock;
+      auto& kept = callTimes[block];
+      if (!kept) kept = std::make_unique<CallTimes>();
+      if (!isTimed) kept->Clear();
+      times = kept.get();
+    }
+    plan.Time(*block, times);
+  }
+  isTimed = on;
+} catch (const std::bad_alloc&) {
+  LOG_E("%s: No memory to time the blocks", name.c_str());
+}
+
+CallTimes* RouteImpl::CallTimesOf_l(const Block* block) const {
+  const auto times = callTimes.find(block);
+  return times == callTimes.end() ? nullptr : times->second.get();
+}
+
+const BlockView* RouteImpl::ViewOf_l(const Block* block) {
+  const BlockView* const view = block->View();
+  return view && view->kitVersion == KIT_VERSION ? view : nullptr;
 }
 
 std::string RouteImpl::WhyIncomplete() const {

@@ -22,8 +22,10 @@
 #include <vector>
 
 #include <vorn/Route.h>
+#include <vorn/kit/BlockView.h>
 #include <vorn/kit/RouteBoard.h>
 
+#include "Chronicle.h"
 #include "Link/Link.h"
 #include "Log.h"
 #include "Route/FramePlan.h"
@@ -84,11 +86,14 @@ class RouteImpl : public Route {
   std::string BlockNow() const;
   /** What the thread has used of the processor. */
   std::chrono::nanoseconds ProcessorTime() const;
-  /** That the thread has, of SCHED_FIFO or SCHED_RR; 0: none. */
-  int RealTimePriority() const;
+  struct Policy {
+    const char* name;  ///< other, fifo or rr
+    int priority;      ///< Of the last two; else 0.
+  };
+  Policy Scheduling() const;
   std::chrono::nanoseconds SinceStatus() const;
-  /** Why the last start came to nothing, and the thread has gone perhaps; empty where it did not. */
-  std::string LastFailure() const;
+  /** Why it stopped, or did not start, and its thread has gone perhaps; empty after a start. */
+  std::string LastReason() const;
   /** Which link is missing; empty where the graph is complete. */
   std::string WhyIncomplete() const;
 
@@ -98,7 +103,18 @@ class RouteImpl : public Route {
     std::vector<std::string> args;
   };
 
+  /** Times the calls of blocks, and cycles, anew; or no more. */
+  void Time(bool on);
+  bool IsTimed() const { return timingAsked.load(std::memory_order_relaxed); }
+  CallTimes& CycleTimes() { return cycleTimes; }
+  /** Has blocks work out, before the next cycle, those readings that they work out when asked. */
+  void AskForReadings();
+
   // These expect the topology lock.
+  /** Null where the block is not timed. */
+  CallTimes* CallTimesOf_l(const Block* block) const;
+  /** What a block of the kit shows; null for another one. */
+  static const BlockView* ViewOf_l(const Block* block);
   /** Null for a block that is no longer there. */
   const Origin* OriginOf_l(const Block* block) const;
   const std::set<Block*>& Blocks_l() const { return blocks; }
@@ -120,6 +136,9 @@ class RouteImpl : public Route {
     bool endOfFile = false;
   };
 
+  class Stopwatch;
+  struct NoWatch;
+
   static Entries NewEntries(std::size_t count);
   void Await(Entries& entries, Action* actions);
 
@@ -128,12 +147,18 @@ class RouteImpl : public Route {
   void MainThreadLoop();
   Step Preprocess();
   Step AskToStartAgain();
+  Step Die();
   bool RefreshPlan();
   void RunFrameCycle();
+  template <class Watch>
+  void RunFrameCycle(Watch& watch);
   const FramePlan::Visit* GoOn();
-  const FramePlan::Visit* RunAlone(const FramePlan::Visit& visit, CycleState& state);
-  const FramePlan::Visit* RunWave(CycleState& state);
-  long CallBlock(const FramePlan::Visit& visit);
+  template <class Watch>
+  const FramePlan::Visit* RunAlone(const FramePlan::Visit& visit, Watch& watch, CycleState& state);
+  template <class Watch>
+  const FramePlan::Visit* RunWave(Watch& watch, CycleState& state);
+  template <class Watch>
+  long CallBlock(const FramePlan::Visit& visit, Watch& watch);
   bool Take(const FramePlan::Visit& visit, long result, CycleState& state);
   bool TakeUnfinished(const FramePlan::Visit& visit, long result, CycleState& state);
   void Commit(const FramePlan::Visit& visit);
@@ -144,8 +169,12 @@ class RouteImpl : public Route {
   int IntegrityCheck(bool& ok) const;
   void StoreStatus(Status newStatus);
   void ShowInside(const std::atomic<const Block*>* where);
-  void KeepFailure(const Block& block, int result);
-  void ForgetFailure();
+  void KeepReason(const char* text);
+  void ForgetReason();
+  void TellEvent(Chronicle::Kind kind, std::string_view text) const noexcept;
+  void TellEdit(std::string_view instance, std::string_view text) const noexcept;
+  void ServeWhoLooks();
+  void SwitchTiming();
 
   // The route's thread, with the mutex held; the frame cycle alone calls Stop_l without it.
   void ProcessActions();
@@ -158,7 +187,7 @@ class RouteImpl : public Route {
   template <class Blocks>
   int StartBlocks(const Blocks& starting);
   int StartBlock(Block& block);
-  int Stop_l(Route::StopReason reason);
+  int Stop_l(Route::StopReason reason, const char* why);
   int Exit_l();
   int SetParam_l(Block* block, unsigned int paramId, const std::vector<std::string>& params);
   int GetParam_l(Block* block, unsigned int paramId, std::vector<std::string>& params);
@@ -194,23 +223,29 @@ class RouteImpl : public Route {
   WaveSet current;  // called in this wave
   WaveSet next;     // called in the next one
   WaveSet commit;   // finished in this one
+  bool isTimed = false;
 
   // Changed by the route's thread alone, under the topology lock, and the plan with them; read there without it.
   std::set<Block*> blocks;
   std::set<Link*> links;
   std::map<const Block*, Origin> origins;
   const std::atomic<const Block*>* inside = nullptr;  // where the thread writes whose code it runs
-  std::string lastFailure;
+  std::string lastReason;
+  std::map<const Block*, std::unique_ptr<CallTimes>> callTimes;
 
   // Written by the route's thread, read by any.
   std::atomic<Status> status{STOPPED};
   std::atomic<std::chrono::steady_clock::time_point> statusTime{std::chrono::steady_clock::now()};
   std::atomic<unsigned long long> okFrames{0};
   std::atomic<unsigned long long> errorFrames{0};
+  CallTimes cycleTimes;
 
   // Set when actions wait or something stopped: the next cycle starts with the queue and a check of the graph. While it
   // is clear a cycle needs no lock at all.
   std::atomic<bool> unsettled{true};
+
+  std::atomic<bool> timingAsked{false};    // what isTimed is to be
+  std::atomic<bool> readingsAsked{false};  // blocks are to work out their readings
 
   std::atomic<bool> ending{false};       // the cycle that runs comes to its end
   std::atomic<bool> stopAsked{false};    // outside of the queue

@@ -3,6 +3,7 @@
 #include <functional>
 
 #include "Block/Whereabouts.h"
+#include "Line.h"
 #include "Log.h"
 #include "Route/RouteImpl.h"
 
@@ -24,7 +25,7 @@ class HeldMutex {
 int RouteImpl::Start_l() {
   if (CurrentStatus() != RUNNING) board.failed.store(false, std::memory_order_relaxed);
   everyBlockStarted = true;
-  ForgetFailure();
+  ForgetReason();
   std::sort(added.begin(), added.end(), std::less<>());
   const int ret = startsAll ? StartBlocks(blocks) : StartBlocks(added);
   if (ret < 0) return ret;
@@ -35,6 +36,7 @@ int RouteImpl::Start_l() {
   errorFrames.store(0, std::memory_order_relaxed);
   StoreStatus(RUNNING);
   LOG_I("%s: Started", name.c_str());
+  TellEvent(Chronicle::Kind::STARTED, "started");
   Tell("OnStarted", [](Callbacks& client) { client.OnStarted(); });
   LOG_I("%s: Status is RUNNING", name.c_str());
   return 0;
@@ -48,7 +50,7 @@ int RouteImpl::StartBlocks(const Blocks& starting) {
     if (ret < 0) {
       LOG_FROM('E', "Start_l", "%s: Failed to start %s (ret=%d)", name.c_str(), block->Name().c_str(), ret);
       board.failed.store(true, std::memory_order_relaxed);
-      KeepFailure(*block, ret);
+      KeepReason(Line("%s did not start: %d", block->Name().c_str(), ret).data());
       return ret;
     }
     if (ret > 0) everyBlockStarted = false;  // neither started nor failed: it is asked again before the next cycle
@@ -69,7 +71,7 @@ int RouteImpl::StartBlock(Block& block) {
   return ret;
 }
 
-int RouteImpl::Stop_l(StopReason reason) {
+int RouteImpl::Stop_l(StopReason reason, const char* why) {
   if (CurrentStatus() == STOPPED) return 0;
   unsettled.store(true, std::memory_order_relaxed);
   startsAll = true;
@@ -85,8 +87,11 @@ int RouteImpl::Stop_l(StopReason reason) {
     }
   }
   Whereabouts::Outside();
+  KeepReason(why);
+  const bool ran = CurrentStatus() == RUNNING;
   StoreStatus(STOPPED);
   LOG_I("%s: Stopped", name.c_str());
+  if (ran) TellEvent(Chronicle::Kind::STOPPED, why);
   Tell("OnStopped", [&](Callbacks& client) { client.OnStopped(reason); });
   return 0;
 }
@@ -113,7 +118,13 @@ int RouteImpl::IntegrityCheck(bool& ok) const {
 }
 
 // Before every cycle, as long as a block answers its start with more than 0. Nothing but that block has changed.
-RouteImpl::Step RouteImpl::AskToStartAgain() { return Start_l() == 0 ? RUN_CYCLE : END_THREAD; }
+RouteImpl::Step RouteImpl::AskToStartAgain() { return Start_l() == 0 ? RUN_CYCLE : Die(); }
+
+/** For ever: see Route::Start(). */
+RouteImpl::Step RouteImpl::Die() {
+  TellEvent(Chronicle::Kind::DIED, lastReason);
+  return END_THREAD;
+}
 
 // Carries out what is queued, then decides from the status: run a frame cycle, iterate again after a sleep, force a
 // stop, or end the thread.
@@ -124,7 +135,7 @@ RouteImpl::Step RouteImpl::Preprocess() {
   std::unique_lock<std::mutex> lock(mutex);
   const HeldMutex held(holdsMutex);
   ProcessActions();
-  if (stopAsked.exchange(false) && CurrentStatus() == RUNNING) Stop_l(StopReason::STOP_REQUESTED);
+  if (stopAsked.exchange(false) && CurrentStatus() == RUNNING) Stop_l(StopReason::STOP_REQUESTED, "the process ends");
   const auto sleep = [&] { wakeup.wait(lock, [this] { return !actionList.empty(); }); };
   switch (CurrentStatus()) {
     case EXIT: LOG_I("%s: Status is EXIT", name.c_str()); return END_THREAD;
@@ -144,12 +155,15 @@ RouteImpl::Step RouteImpl::Preprocess() {
     return FORCE_STOP;
   }
   if (ok) {
-    if (Start_l() != 0) return END_THREAD;  // whatever the number: there is no caller who could be told
+    if (Start_l() != 0) return Die();  // whatever the number: there is no caller who could be told
+    ServeWhoLooks();
     unsettled.store(false, std::memory_order_relaxed);
     return RUN_CYCLE;
   }
-  Stop_l(StopReason::STOP_ERROR);
+  const bool isNew = CurrentStatus() == RUNNING;
+  Stop_l(StopReason::STOP_ERROR, "its graph is incomplete");
   StoreStatus(BROKEN_RUNNING);
+  if (isNew) TellEvent(Chronicle::Kind::BROKEN, "its graph is incomplete");
   LOG_I("%s: Status is BROKEN_RUNNING, wait for new actions...", name.c_str());
   sleep();
   return SLEPT;

@@ -12,6 +12,7 @@
 #include <sstream>
 #include <string>
 
+#include "Chronicle.h"
 #include "Log.h"
 #include "Peer.h"
 #include "TurnedAway.h"
@@ -70,6 +71,7 @@ void VornImpl::DebugThreadLoop() {
     if (const auto count = mayCommand ? std::nullopt : turnedAway.Count(std::chrono::steady_clock::now())) {
       LOG_W("Turned away vrdb of user %u, this console serves user %u and root%s", uid, geteuid(),
             *count > 1 ? (" (" + std::to_string(*count) + " times since this was said last)").c_str() : "");
+      Chronicle::Tell(Chronicle::Kind::REFUSED, {}, {}, "a client of user " + std::to_string(uid) + " at the console");
     }
     // Nobody would shut down a client that was accepted after the framework began to end: it is not read from at all.
     for (const bool serve = mayCommand && !exiting; serve;) {

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <system_error>
 
+#include "Chronicle.h"
 #include "Config/Profile.h"
 #include "Log.h"
 #include "Thread.h"
@@ -61,8 +62,7 @@ Vorn* Vorn::Instance() {
   return s_vorn.vorn;
 }
 
-VornImpl::VornImpl(const char* configPath)
-    : monitor([this](const std::string& line) { return AnswerMonitor(line); }, [this] { TickMonitor(); }) {
+VornImpl::VornImpl(const char* configPath) : monitor(ForMonitor()) {
   Configure(configPath);
   try {
     debugThread = StartThread("vrdb", [this] { MainThread(this); });
@@ -70,37 +70,26 @@ VornImpl::VornImpl(const char* configPath)
     LOG_E("Unable to start the thread that listens to vrdb: %s", e.what());
     TellConsole(Console::NONE);
   }
-  monitor.Start();
+  if (hasMonitor) monitor.Start();
 }
 
-/** Shows it what there is, for an instant. */
-template <class Look>
-void VornImpl::ForMonitor(Look look) {
-  {
-    monitor::Registry registry;
-    {
-      const std::lock_guard<std::mutex> lock(registryMutex);
-      registry = {routes, fifos};
-    }
-    look(registry, monitor::Survey::Clock::now());
-  }
-  ReleasedRoutes();
-}
-
-monitor::Server::Reply VornImpl::AnswerMonitor(const std::string& line) {
-  monitor::Server::Reply reply{{}, monitor::Survey::PeriodOf(line)};
-  ForMonitor([&](const auto& registry, auto now) { reply.text = survey.Answer(line, registry, now); });
-  return reply;
-}
-
-void VornImpl::TickMonitor() {
-  ForMonitor([&](const auto& registry, auto now) { survey.Look(registry, now); });
+monitor::Framework VornImpl::ForMonitor() {
+  return {[this] {
+            const std::lock_guard<std::mutex> lock(registryMutex);
+            return monitor::Registry{routes, fifos};
+          },
+          [this] { ReleasedRoutes(); },
+          [this](const std::string& word, std::stringstream& args, std::string& reply) {
+            return RunCommand(word, args, reply);
+          },
+          [this] { return console.load() == Console::LISTENS; }};
 }
 
 VornImpl::~VornImpl() {
   monitor.Stop();
   ShutDownConsole();
-  EndRoutes();  // a command may wait for one
+  EndRoutes();  // a command or an edit may wait for one
+  monitor.Finish();
   if (debugThread.joinable()) debugThread.join();
   LeaveWhatCannotEnd();
   // A block may use a FIFO until its route is gone.
@@ -112,7 +101,9 @@ VornImpl::~VornImpl() {
 void VornImpl::EndRoutes() {
   {
     const std::lock_guard<std::mutex> lock(registryMutex);
-    for (const auto& route : routes) route->IsOwnThread() ? route->Leave() : route->BeginToEnd();
+    for (const auto& route : routes) {
+      route->IsOwnThread() || route->IsLost() ? route->Leave() : route->BeginToEnd();
+    }
   }
   const auto until = std::chrono::steady_clock::now() + TIME_TO_STOP;
   while (MustWaitForRoutes() && std::chrono::steady_clock::now() < until) {
@@ -175,6 +166,7 @@ void VornImpl::Configure(const char* configPath) {
     _tlogging_set_level(level);
     if (level > LEVEL_OF_SHORT_LINES) _tlogging_disable_options(LOG_SHORT_LINES);
   }
+  if (read("monitor")) hasMonitor = std::strcmp(value, "false") != 0;
   if (read("dumppath")) {
     dumpPath = value;
     if (!dumpPath.empty() && dumpPath.back() != '/') dumpPath += '/';
@@ -218,6 +210,7 @@ Route* VornImpl::NewRoute(const char* name, Route::Callbacks* callbacks) {
   }
   routes.push_front(std::make_shared<RouteImpl>(name, callbacks, dumpPath));
   LOG_I("Created %s", name);
+  Chronicle::Tell(Chronicle::Kind::MADE, name, {}, "was made");
   return routes.front().get();
 }
 
@@ -233,6 +226,7 @@ void VornImpl::DropRoute(Route* route, long sharesOfCaller) {
     // caller's back, who may free its callbacks next.
     routeReleased.wait(lock, [&] { return owner.use_count() <= 1 + sharesOfCaller; });
   }
+  if (owner) Chronicle::Tell(Chronicle::Kind::DELETED, owner->Name(), {}, "was deleted");
   if (!owner) LOG_FROM('W', "DeleteRoute", "Can't find route %p", static_cast<void*>(route));
 }
 

@@ -18,8 +18,7 @@
 
 #include <vorn/Vorn.h>
 
-#include "Monitor/Server.h"
-#include "Monitor/Survey.h"
+#include "Monitor/Monitor.h"
 #include "RingBuffer/RingBuffer.h"
 #include "Route/RouteImpl.h"
 
@@ -73,11 +72,7 @@ class VornImpl final : public Vorn {
   int OnCommand_setdump(std::stringstream& args, std::string& reply);
   static void MainThread(VornImpl* vorn);
 
-  // The monitor's thread.
-  monitor::Server::Reply AnswerMonitor(const std::string& line);
-  void TickMonitor();
-  template <class Look>
-  void ForMonitor(Look look);
+  monitor::Framework ForMonitor();
 
   // The end.
   void ShutDownConsole();
@@ -91,8 +86,8 @@ class VornImpl final : public Vorn {
   std::list<std::shared_ptr<RingBuffer>> fifos;  // newest first, as the routes
   std::list<std::shared_ptr<RouteImpl>> routes;
 
-  monitor::Survey survey;
-  monitor::Server monitor;
+  monitor::Monitor monitor;
+  bool hasMonitor = true;  // as configured
 
   std::thread debugThread;
   std::atomic<bool> exiting{false};

@@ -56,6 +56,7 @@ enum KitCommand : unsigned {
   KIT_INTERRUPT = 0x564B0006,  ///< Brings the block back from its waits: see InterruptBlock. `arg` is not used. 0.
   KIT_RESUME = 0x564B0007,     ///< Takes that back. `arg` is not used. 0.
   KIT_ATTACH_INTERRUPT = 0x564B0008,  ///< `arg` is the Interrupt* to obey, or null for the block's own. 0.
+  KIT_MEASURE = 0x564B0009,           ///< Works out the readings that are worked out when asked. `arg` is not used. 0.
 
   KIT_REQUEST = 0x564B0010,  ///< Between blocks of one route, on its thread. `arg` is a KitRequest*.
 };

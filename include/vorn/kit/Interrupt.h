@@ -74,9 +74,12 @@ class Interrupt {
 
   /** The same for several at once, whose `revents` say which. @param fds has room for one more behind the last. */
   Result Await(pollfd* fds, std::size_t count, int millis = FOR_EVER) noexcept {
+    const auto begin = Clock::now();
     waiting.store(true, std::memory_order_relaxed);
-    const Result result = AwaitNow(fds, count, millis);
+    const Result result = AwaitNow(fds, count, millis, begin);
     waiting.store(false, std::memory_order_relaxed);
+    const auto passed = std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now() - begin).count();
+    slept.store(slept.load(std::memory_order_relaxed) + passed, std::memory_order_relaxed);
     return result;
   }
 
@@ -89,15 +92,19 @@ class Interrupt {
   /** Whether somebody waits now. Any thread. */
   bool IsWaiting() const noexcept { return waiting.load(std::memory_order_relaxed); }
 
+  /** Nanoseconds that all waits took. Any thread. */
+  std::int64_t Slept() const noexcept { return slept.load(std::memory_order_relaxed); }
+
   /** How many waits ended as they should: a host sees from it that a block moves. Any thread. */
   std::uint64_t Waits() const noexcept { return waits.load(std::memory_order_relaxed); }
 
  private:
+  using Clock = std::chrono::steady_clock;
+
   static constexpr int SLICE_MILLIS = 20;  // between two looks at the flag, where there is no descriptor
 
-  Result AwaitNow(pollfd* fds, std::size_t count, int millis) noexcept {
-    using Clock = std::chrono::steady_clock;
-    const auto end = Clock::now() + std::chrono::milliseconds(std::max(millis, 0));
+  Result AwaitNow(pollfd* fds, std::size_t count, int millis, Clock::time_point begin) noexcept {
+    const auto end = begin + std::chrono::milliseconds(std::max(millis, 0));
     for (;;) {
       const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
       const int wait = millis < 0 ? FOR_EVER : static_cast<int>(std::max<long>(left, 0));
@@ -142,6 +149,7 @@ class Interrupt {
   std::atomic<int> descriptor{-1};
   std::atomic<bool> waiting{false};
   std::atomic<std::uint64_t> waits{0};
+  std::atomic<std::int64_t> slept{0};
 };
 
 }  // namespace vorn

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdint>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -21,6 +22,8 @@ namespace vorn {
  * A table of parameters with a value for each.
  *
  * Values are looked up by id, in a short table without hashing: fine once a frame, not once a sample.
+ *
+ * Threads: the block's own. Any other may call Line(), TextOf() and Table() once the block is made.
  */
 class Parameters {
  public:
@@ -85,7 +88,10 @@ class Parameters {
 
   /** All there is to a value, for Restore() where a Set() turns out to be wrong. */
   const Value& ValueOf(unsigned id) const { return At(id); }
-  void Restore(unsigned id, Value value) { values[IndexOf(id)] = std::move(value); }
+  void Restore(unsigned id, Value value) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    values[IndexOf(id)] = std::move(value);
+  }
 
   const Parameter* Find(unsigned id) const {
     const std::size_t i = IndexOf(id);
@@ -101,18 +107,22 @@ class Parameters {
     return Assign(i, refusal, text);
   }
 
-  /** Stores a measurement. What is no reading stays as it was set. No allocation; read back as text with TextOf. */
+  /** Stores a measurement. What is no reading stays as it was set. No allocation, no lock; read back as text with TextOf. */
   void Store(unsigned id, double number) {
     const std::size_t i = IndexOf(id);
     if (i == table.size() || !table[i].IsReading()) return;
-    values[i].number = number;
-    values[i].stale = true;
+    __atomic_store(&values[i].number, &number, __ATOMIC_RELAXED);
+    __atomic_store_n(&values[i].stale, true, __ATOMIC_RELAXED);
   }
 
   /** The value of a parameter as GetParameter answers it. */
   std::string TextOf(std::size_t index) const {
+    const std::lock_guard<std::mutex> lock(mutex);
     const Value& value = values[index];
-    return value.stale ? NumberText(value.number) : value.text;
+    if (!__atomic_load_n(&value.stale, __ATOMIC_RELAXED)) return value.text;
+    double number = 0;
+    __atomic_load(&value.number, &number, __ATOMIC_RELAXED);
+    return NumberText(number);
   }
 
   const std::vector<Parameter>& Table() const { return table; }
@@ -189,6 +199,7 @@ class Parameters {
     Value value;
     if (!Read(table[i], text, value)) return refusal.Got("'" + text + "'").Takes(Taken(table[i]));
     value.given = true;
+    const std::lock_guard<std::mutex> lock(mutex);
     values[i] = std::move(value);
     return {};
   }
@@ -282,6 +293,7 @@ class Parameters {
   bool extensible;
   std::vector<Parameter> table;
   std::vector<Value> values;
+  mutable std::mutex mutex;  // held while a value that is no reading changes, and while another thread reads one
   std::vector<std::pair<std::string, std::string>> kept;  // arguments for parameters that Extend will add
 };
 

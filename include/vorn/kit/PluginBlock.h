@@ -15,6 +15,7 @@
 
 #include <vorn/Block.h>
 #include <vorn/FIFO.h>
+#include <vorn/kit/BlockView.h>
 #include <vorn/kit/Conventions.h>
 #include <vorn/kit/Cycle.h>
 #include <vorn/kit/Description.h>
@@ -196,6 +197,7 @@ class PluginBlock : public Block, protected FlowOwner {
 
   int Undo();
   int Accept();  // forgets the last refusal; 0
+  int MeasureAll();
   void Measure(const Parameter& reading);
   std::vector<std::string> LastRefusal() const;
   Refusal CheckLink(bool input, std::size_t index);
@@ -224,9 +226,10 @@ class PluginBlock : public Block, protected FlowOwner {
   FIFO* fifoToWrite = nullptr;
   Interrupt ownInterrupt;
   std::atomic<Interrupt*> interrupt{&ownInterrupt};  // or the host's
-  Refusal lastRefusal;                               // since the last link or start that was not refused
-  std::int64_t refusedAt = 0;                        // in nanoseconds of the monotonic clock
-  bool isAsked = false;                              // OnGet runs
+  BlockView view;
+  Refusal lastRefusal;         // since the last link or start that was not refused
+  std::int64_t refusedAt = 0;  // in nanoseconds of the monotonic clock
+  bool isAsked = false;        // OnGet runs
   unsigned askedFor = 0;
   bool running = false;
   bool isSpoilt = false;                           // Release failed
@@ -242,6 +245,10 @@ inline PluginBlock::PluginBlock(Setup setup)
   if ((description.flags & (BLOCK_SETS_PACE | BLOCK_READS_FIFO | BLOCK_WRITES_FIFO)) != 0) flow.SetPace();
   const Refusal refusal = parameters.Parse(setup.arguments);
   if (!refusal.empty()) throw std::invalid_argument(refusal.Text());
+  view.parameters = &parameters;
+  view.interrupt = &interrupt;
+  view.setsPace = (description.flags & BLOCK_SETS_PACE) != 0;
+  Show(&view);
 }
 
 inline PluginBlock::~PluginBlock() {
@@ -565,6 +572,17 @@ inline int PluginBlock::GetParameter(unsigned int paramId, std::vector<std::stri
   }
 }
 
+inline int PluginBlock::MeasureAll() {
+  try {
+    for (const Parameter& parameter : parameters.Table()) {
+      if (parameter.IsReading()) Measure(parameter);
+    }
+    return 0;
+  } catch (const std::exception& e) {
+    return Refuse(e.what());
+  }
+}
+
 inline void PluginBlock::Measure(const Parameter& reading) {
   struct Asked {
     explicit Asked(bool& newFlag) : flag(newFlag) { flag = true; }
@@ -588,6 +606,7 @@ inline int PluginBlock::ioctl(unsigned int cmd, void* arg) {
     case KIT_END_STREAM: return IsFirst() ? (RaiseInterrupt(), 0) : -20;
     case KIT_INTERRUPT: return RaiseInterrupt(), 0;
     case KIT_RESUME: return ClearInterrupt(), 0;
+    case KIT_MEASURE: return MeasureAll();
     case KIT_ATTACH_INTERRUPT: return interrupt = arg != nullptr ? static_cast<Interrupt*>(arg) : &ownInterrupt, 0;
     case KIT_FOLLOW: return flow.Follow(), 0;
     case KIT_ATTACH_PRODUCER:

@@ -1,0 +1,20 @@
+// A line of text without memory of its own, for where none may be left.
+#pragma once
+
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+
+namespace vorn {
+
+/** As printf; what does not fit is cut. */
+__attribute__((format(printf, 1, 2))) inline std::array<char, 256> Line(const char* format, ...) {
+  std::array<char, 256> line;
+  va_list args;
+  va_start(args, format);
+  std::vsnprintf(line.data(), line.size(), format, args);
+  va_end(args);
+  return line;
+}
+
+}  // namespace vorn
