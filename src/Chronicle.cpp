@@ -29,7 +29,7 @@ bool Repeats(const Chronicle::Event& a, const Chronicle::Event& b) {
 void Chronicle::Tell(Kind kind, std::string_view route, std::string_view block, std::string_view text) noexcept try {
   Kept& kept = All();
   const std::lock_guard lock(kept.mutex);
-  Event event{kept.last + 1,      std::chrono::system_clock::now(), kind, std::string(route), std::string(block),
+  Event event{kept.last + 1,    std::chrono::system_clock::now(), kind, std::string(route), std::string(block),
               std::string(text)};
   if (!kept.events.empty() && Repeats(event, kept.events.back())) {
     kept.events.back() = std::move(event);

@@ -31,13 +31,17 @@ class AlsaSink final : public vorn::PluginBlock {
 
  protected:
   int Prepare() override {
+    Store(alsa::XRUNS, 0);
     const vorn::Refusal refusal = device.Open(alsa::WantedOf(Table(), vorn::StreamOf(In())));
     return refusal.empty() ? 0 : Refuse(refusal);
   }
 
   long Process() override {
     const alsa::Device::Result result = device.Write(In().data, In().samples, Interruption());
-    if (const long gaps = device.NewXruns()) VORN_LOG_W("%ld underrun%s", gaps, gaps > 1 ? "s" : "");
+    if (const long gaps = device.NewXruns()) {
+      VORN_LOG_W("%ld underrun%s", gaps, gaps > 1 ? "s" : "");
+      Store(alsa::XRUNS, static_cast<double>(device.Xruns()));
+    }
     if (result == alsa::Device::Result::TIMEOUT) return vorn::FRAME_TIMEOUT;
     if (result == alsa::Device::Result::DONE) return vorn::FRAME_DONE;
     if (result == alsa::Device::Result::INTERRUPTED) {
@@ -46,10 +50,6 @@ class AlsaSink final : public vorn::PluginBlock {
       return vorn::FRAME_END_OF_FILE;
     }
     return Fail(alsa::OfDevice(Text(alsa::DEVICE), device.Error()));
-  }
-
-  void OnGet(unsigned id) override {
-    if (id == alsa::XRUNS) Store(alsa::XRUNS, static_cast<double>(device.Xruns()));
   }
 
   int Release() override {

@@ -41,6 +41,7 @@ class AlsaSource final : public vorn::PluginBlock {
   }
 
   int Prepare() override {
+    Store(alsa::XRUNS, 0);
     const vorn::Refusal refusal = device.Open(alsa::WantedOf(Table(), vorn::StreamOf(Out())));
     return refusal.empty() ? 0 : Refuse(refusal);
   }
@@ -48,7 +49,10 @@ class AlsaSource final : public vorn::PluginBlock {
   long Process() override {
     vorn::FrameBuffer& out = Out();
     const alsa::Device::Result result = device.Read(out.data, out.samplesPerFrame, Interruption());
-    if (const long lost = device.NewXruns()) VORN_LOG_W("%ld overrun%s: samples lost", lost, lost > 1 ? "s" : "");
+    if (const long lost = device.NewXruns()) {
+      VORN_LOG_W("%ld overrun%s: samples lost", lost, lost > 1 ? "s" : "");
+      Store(alsa::XRUNS, static_cast<double>(device.Xruns()));
+    }
     if (result == alsa::Device::Result::TIMEOUT) return vorn::FRAME_TIMEOUT;
     if (result == alsa::Device::Result::FAILED) return Fail(alsa::OfDevice(Text(alsa::DEVICE), device.Error()));
     if (device.Moved() == 0) return vorn::FRAME_END_OF_FILE;  // interrupted
@@ -57,10 +61,6 @@ class AlsaSource final : public vorn::PluginBlock {
     out.samples = device.Moved();
     out.timestamp = now - (out.samples + device.Delay()) * 1000000 / out.rate;
     return vorn::FRAME_DONE;
-  }
-
-  void OnGet(unsigned id) override {
-    if (id == alsa::XRUNS) Store(alsa::XRUNS, static_cast<double>(device.Xruns()));
   }
 
   int Release() override { return device.Close(Interruption()), 0; }

@@ -32,6 +32,7 @@ class JackSink final : public vorn::PluginBlock {
 
  protected:
   int Prepare() override {
+    Store(jack::XRUNS, 0);
     reported = 0;
     samples.Prepare(In());
     vorn::Refusal refusal = client->Connect(Table());
@@ -47,6 +48,7 @@ class JackSink final : public vorn::PluginBlock {
         client->Write(samples.Read(in), static_cast<std::size_t>(in.samples) * in.channels, Interruption());
     if (const long gaps = client->Xruns() - std::exchange(reported, client->Xruns())) {
       VORN_LOG_W("%ld cycle%s of the server ran dry", gaps, gaps > 1 ? "s" : "");
+      Store(jack::XRUNS, static_cast<double>(client->Xruns()));
     }
     if (result == jack::Client::Result::DONE) return vorn::FRAME_DONE;
     if (result == jack::Client::Result::TIMEOUT) return vorn::FRAME_TIMEOUT;
@@ -55,10 +57,6 @@ class JackSink final : public vorn::PluginBlock {
       return vorn::FRAME_END_OF_FILE;
     }
     return Fail("the JACK server is gone");
-  }
-
-  void OnGet(unsigned id) override {
-    if (id == jack::XRUNS) Store(jack::XRUNS, static_cast<double>(client->Xruns()));
   }
 
   int Release() override {

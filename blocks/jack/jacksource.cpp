@@ -39,6 +39,7 @@ class JackSource final : public vorn::PluginBlock {
   }
 
   int Prepare() override {
+    Store(jack::XRUNS, 0);
     reported = 0;
     samples.Prepare(Out());
     vorn::Refusal refusal = client->Connect(Table());
@@ -54,6 +55,7 @@ class JackSource final : public vorn::PluginBlock {
     const jack::Client::Result result = client->Read(samples.Data(), count, Interruption());
     if (const long lost = client->Xruns() - std::exchange(reported, client->Xruns())) {
       VORN_LOG_W("%ld cycle%s of the server lost", lost, lost > 1 ? "s" : "");
+      Store(jack::XRUNS, static_cast<double>(client->Xruns()));
     }
     if (result == jack::Client::Result::TIMEOUT) return vorn::FRAME_TIMEOUT;
     if (result == jack::Client::Result::SERVER_GONE) return Fail("the JACK server is gone");
@@ -61,10 +63,6 @@ class JackSource final : public vorn::PluginBlock {
     const std::size_t rest = client->ReadRest(samples.Data(), count) / out.channels;
     if (rest == 0) return vorn::FRAME_END_OF_FILE;
     return samples.Write(out, static_cast<long>(rest)), vorn::FRAME_DONE;
-  }
-
-  void OnGet(unsigned id) override {
-    if (id == jack::XRUNS) Store(jack::XRUNS, static_cast<double>(client->Xruns()));
   }
 
   int Release() override { return jack::CloseClient(client, JackPortIsInput, Interruption()), 0; }

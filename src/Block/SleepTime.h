@@ -1,4 +1,5 @@
-// How long the calling thread has slept in FIFOs: who times what it does leaves that out. Counted only while it is timed.
+// How long the calling thread has slept in FIFOs: who times what it does leaves that out. Counted only while it is
+// timed.
 #pragma once
 
 #include <chrono>

@@ -25,6 +25,7 @@ using std::chrono::milliseconds;
 
 constexpr unsigned SHORTEST_PERIOD = 10;  // milliseconds
 constexpr unsigned LONGEST_PERIOD = 3'600'000;
+constexpr milliseconds LONGEST_HOLD(20);  // until routes have readings ready: one that stands has none
 constexpr char EXPECTED[] =
     "expected graph, params [ROUTE [BLOCK]], stats, why ROUTE, timing [on|off], events [once], log, watch MILLISECONDS "
     "(10 to 3600000, 0 for no more) or an edit";
@@ -82,11 +83,18 @@ class Monitor::Speaker final : public Server::Speaker {
  public:
   explicit Speaker(Framework newFramework) : framework(std::move(newFramework)) {}
 
-  Server::Reply Answer(const std::string& line) override {
+  Server::Reply Answer(const std::string& line, Server::Clock::duration held) override {
     const Words words = Split(line);
     if (words.empty()) return {monitor::Failure("", EXPECTED).Text()};
+    const bool showsReadings = words[0] == "params" || words[0] == "stats" || words[0] == "watch";
     Server::Reply reply;
-    Look([&](const Survey::View& view) { reply = AnswerLook(words, view); });
+    Look([&](const Survey::View& view) {
+      if (showsReadings && held < LONGEST_HOLD && Survey::AwaitsReadings(view, held == held.zero())) {
+        reply.comesSoon = true;
+      } else {
+        reply = AnswerLook(words, view);
+      }
+    });
     return reply;
   }
 
@@ -153,7 +161,8 @@ class Monitor::Speaker final : public Server::Speaker {
 
   Server::Reply AnswerWatch(const std::string& word, const Survey::View& view) {
     const auto period = PeriodOf(word);
-    if (!period) return {monitor::Failure("watch", "expected 0, or 10 to 3600000 milliseconds, got '" + word + "'").Text()};
+    if (!period)
+      return {monitor::Failure("watch", "expected 0, or 10 to 3600000 milliseconds, got '" + word + "'").Text()};
     return {survey.Stats(view).Text(), period};
   }
 

@@ -1,4 +1,5 @@
-// The second door of a process, for looking: see docs/monitor.md. Built without it (VORN_MONITOR=OFF), None.cpp stands in.
+// The second door of a process, for looking: see docs/monitor.md. Built without it (VORN_MONITOR=OFF), None.cpp stands
+// in.
 //
 // Server.cpp    the socket and its clients
 // Survey.cpp    what is said of routes, blocks, links and FIFOs

@@ -5,7 +5,6 @@ namespace vorn::monitor {
 
 class Monitor::Speaker {};
 
-
 Monitor::Monitor(Framework) {}
 Monitor::~Monitor() = default;
 void Monitor::Start() {}

@@ -65,7 +65,10 @@ std::string TellOther(const User& user, const char* verb, const Registry& regist
   if (!other) return std::string("; no block ") + verb + " it";
   const auto since = other->SinceStatus();
   Object about;
-  about.Add("route", user.route).Add("block", user.block).Add("status", StatusName(*other)).Add("since", Seconds(since));
+  about.Add("route", user.route)
+      .Add("block", user.block)
+      .Add("status", StatusName(*other))
+      .Add("since", Seconds(since));
   members.Add("other", about);
   std::string text = "; " + user.block + " of " + user.route + ' ' + verb + " it";
   if (other->CurrentStatus() == RouteImpl::RUNNING && !other->IsLost()) return text + ", which runs";

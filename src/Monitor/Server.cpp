@@ -30,6 +30,7 @@ constexpr std::size_t MOST_CLIENTS = 64;
 constexpr std::size_t LONGEST_LINE = 65536;
 constexpr std::size_t MOST_UNREAD = 8 << 20;
 constexpr std::chrono::seconds TICK(1);
+constexpr std::chrono::milliseconds SOON(1);
 
 }  // namespace
 
@@ -118,6 +119,7 @@ bool Server::Serve(Client& client, short happened, Clock::time_point now) try {
   Watch(client, now);
   TellNews(client);
   if (client.out.size() > MOST_UNREAD) return false;
+  if (client.heldSince && !AnswerLines(client)) return false;
   return Say(client) && ((happened & (POLLIN | POLLHUP | POLLERR)) == 0 || Hear(client));
 } catch (const std::bad_alloc&) {
   return false;
@@ -152,25 +154,32 @@ bool Server::AnswerLines(Client& client) {
   std::size_t begin = 0;
   for (std::size_t end; (end = client.in.find('\n', begin)) != client.in.npos; begin = end + 1) {
     const bool isDos = end > begin && client.in[end - 1] == '\r';
-    AnswerLine(client, client.in.substr(begin, end - begin - (isDos ? 1 : 0)));
+    if (!AnswerLine(client, client.in.substr(begin, end - begin - (isDos ? 1 : 0)))) break;
   }
   client.in.erase(0, begin);
   return client.in.size() <= LONGEST_LINE && client.out.size() <= MOST_UNREAD;
 }
 
-void Server::AnswerLine(Client& client, const std::string& line) {
-  const Reply reply = speaker.Answer(line);
+bool Server::AnswerLine(Client& client, const std::string& line) {
+  const auto now = Clock::now();
+  const Reply reply = speaker.Answer(line, now - client.heldSince.value_or(now));
+  if (reply.comesSoon) {
+    if (!client.heldSince) client.heldSince = now;
+    return false;
+  }
+  client.heldSince.reset();
   if (reply.takesLong) {
     client.toCarryOut.push_back(line);
     if (client.toCarryOut.size() == 1) Begin(client);
-    return;
+    return true;
   }
   client.out += reply.text + '\n';
   if (reply.newsAfter) client.newsAfter = reply.newsAfter;
-  if (!reply.every) return;
+  if (!reply.every) return true;
   client.watched = line;
   client.every = *reply.every;
-  client.next = Clock::now() + client.every;
+  client.next = now + client.every;
+  return true;
 }
 
 /** Carries out the first of a client's lines, for which it may be gone by the end. */
@@ -228,7 +237,7 @@ void Server::Watch(Client& client, Clock::time_point now) {
   if (client.every.count() == 0 || now < client.next) return;
   client.next = std::max(client.next + client.every, now);
   if (!client.out.empty()) return;
-  client.out += speaker.Answer(client.watched).text + '\n';
+  client.out += speaker.Answer(client.watched, Clock::duration::max()).text + '\n';
 }
 
 /** Milliseconds until something is due; rounded up, so that it is by then. */
@@ -236,6 +245,7 @@ int Server::Pause(Clock::time_point now) const {
   auto next = nextTick;
   for (const Client& client : clients) {
     if (client.every.count() > 0) next = std::min(next, client.next);
+    if (client.heldSince) next = std::min(next, now + SOON);
   }
   return static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(std::max(next - now, {})).count());
 }

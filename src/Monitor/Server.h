@@ -31,13 +31,14 @@ class Server {
     std::optional<std::chrono::milliseconds> every = {};  ///< Says it anew so often, or with 0 no more.
     std::optional<unsigned long> newsAfter = {};          ///< Says what is new from this number on.
     bool takesLong = false;                               ///< There is no text yet: CarryOut() is to be called.
+    bool comesSoon = false;                               ///< There is no text yet: Answer() is to be called again.
   };
 
   /** What is said. */
   class Speaker {
    public:
-    /** The reply to a line. On the server's thread: never waits. */
-    virtual Reply Answer(const std::string& line) = 0;
+    /** The reply to a line. On the server's thread: never waits. @param held since Answer() said first that it comes soon. */
+    virtual Reply Answer(const std::string& line, Clock::duration held) = 0;
     /** The reply to a line of which Answer() said that it takes long. On a thread of its own, one at a time a client. */
     virtual std::string CarryOut(const std::string& line) = 0;
     /** Once a second. On the server's thread. */
@@ -75,7 +76,8 @@ class Server {
     std::chrono::milliseconds every{0};  // 0: none is
     Clock::time_point next = {};
     std::optional<unsigned long> newsAfter = {};
-    std::deque<std::string> toCarryOut = {};  // the first of them now
+    std::optional<Clock::time_point> heldSince = {};  // its first line has no answer yet
+    std::deque<std::string> toCarryOut = {};          // the first of them now
   };
 
   bool Listen();
@@ -87,7 +89,8 @@ class Server {
   bool Hear(Client& client);
   bool Say(Client& client);
   bool AnswerLines(Client& client);
-  void AnswerLine(Client& client, const std::string& line);
+  /** @return false where the answer comes soon. */
+  bool AnswerLine(Client& client, const std::string& line);
   /** What is due by now. */
   void Watch(Client& client, Clock::time_point now);
   void TellNews(Client& client);

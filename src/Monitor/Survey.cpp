@@ -232,7 +232,6 @@ Object Survey::Params(const View& view, const Words& names) const {
   List all;
   for (const auto& route : view.registry.routes) {
     if (!names.empty() && route->Name() != names[0]) continue;
-    if (route->CurrentStatus() == RouteImpl::RUNNING) route->AskForReadings();
     List blocks;
     ForBlocks(*route, [&](const std::string& name, const Parameters* parameters) {
       if (names.size() > 1 && name != names[1]) return;
@@ -279,7 +278,6 @@ Object Survey::DescribeStats(RouteImpl& route, const View& view) {
     const CallTimes::Summary cycle = route.CycleTimes().Read();
     object.Add("cycle", Describe(cycle, FrameOf(route), cycle.calls));
   }
-  if (route.CurrentStatus() == RouteImpl::RUNNING) route.AskForReadings();
   return object;
 }
 
@@ -298,6 +296,16 @@ Object Survey::Why(const View& view, const std::string& name) {
   const Reason reason = ReasonOf(**route, Look(**route, view.now).standing, view.registry, view.now);
   Object answer = Begin("why").Add("route", name).Add("status", StatusName(**route));
   return answer.Add("why", reason.why).Add("text", reason.text).Add(reason.members);
+}
+
+bool Survey::AwaitsReadings(const View& view, bool ask) {
+  bool awaits = false;
+  for (const auto& route : view.registry.routes) {
+    if (route->CurrentStatus() != RouteImpl::RUNNING) continue;
+    if (ask) route->AskForReadings();
+    awaits = awaits || route->AwaitsReadings();
+  }
+  return awaits;
 }
 
 void Survey::SwitchTiming(const View& view, bool on) {

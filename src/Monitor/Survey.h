@@ -33,6 +33,12 @@ class Survey {
   Object Why(const View& view, const std::string& route);
   Object Timing(const View& view) const;
 
+  /**
+   * Whether routes that run have yet to work out their readings.
+   * @param ask asks them to, first.
+   */
+  static bool AwaitsReadings(const View& view, bool ask);
+
   void SwitchTiming(const View& view, bool on);
 
   /** To be called once a second: from it are known rates, xruns, and since when a route stands. */

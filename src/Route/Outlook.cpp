@@ -107,10 +107,11 @@ void RouteImpl::AskForReadings() {
 /** Between two cycles of a route that runs. */
 void RouteImpl::ServeWhoLooks() {
   if (isTimed || IsTimed()) SwitchTiming();
-  if (!readingsAsked.exchange(false, std::memory_order_relaxed)) return;
+  if (!readingsAsked.load(std::memory_order_relaxed)) return;
   for (Block* block : blocks) {
     if (ViewOf_l(block)) block->ioctl(KIT_MEASURE, nullptr);
   }
+  readingsAsked.store(false, std::memory_order_release);
 }
 
 /** Also where it is on, for blocks that are new. */

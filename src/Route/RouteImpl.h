@@ -109,6 +109,7 @@ class RouteImpl : public Route {
   CallTimes& CycleTimes() { return cycleTimes; }
   /** Has blocks work out, before the next cycle, those readings that they work out when asked. */
   void AskForReadings();
+  bool AwaitsReadings() const { return readingsAsked.load(std::memory_order_acquire); }
 
   // These expect the topology lock.
   /** Null where the block is not timed. */
