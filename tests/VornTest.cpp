@@ -4,6 +4,7 @@
 #include <csignal>
 #include <future>
 #include <latch>
+#include <optional>
 
 #include "Config/Profile.h"
 #include "TurnedAway.h"
@@ -231,11 +232,15 @@ void LeaveWhenStuck(const std::string& how) {
   if (how == "fifo") block = Add<Sleeper>(*route, ALONE, fifo);
   if (how == "pending" || how == "deletion") block = Add(*route, ALONE, "a", Script{FRAME_PENDING});
   if (how == "loop") block = Add(*route, FIRST, "a"), Join(*route, block, block);
-  if (how == "lost") block = Add(*route, ALONE, "a");
+  if (how == "lost" || how == "asked") block = Add(*route, ALONE, "a");
   if (block) route->Start(), WaitUntil([&] { return block->calls > 0; });
-  if (how == "lost") {
+  std::optional<ConsoleClient> asker;
+  if (how == "lost" || how == "asked") {
+    if (how == "asked") asker.emplace(), Log::Keep("D");
     route->NewBlock("libstartfails.so", true, true, {});
     WaitUntil([] { return TasksNamed("RouteA").empty(); });
+    if (asker) asker->Send("getparam RouteA " + block->Name() + " 1");
+    WaitUntil([&] { return !asker || Log::Take().find("Received command") != std::string::npos; });
   }
   if (how == "deletion") vorn.DeleteRoute(route);
   if (how == "clients") {
@@ -272,7 +277,7 @@ void LeaveWhenStuck(const std::string& how) {
 // Red if the end of a process waits for a thread that will never be done, or that there is not, or for itself.
 TEST_F(VornDeathTest, EndsWhateverIsStuck) {
   for (const std::string how :
-       {"fifo", "pending", "loop", "lost", "deletion", "clients", "child", "frame", "callback", "parameter"}) {
+       {"fifo", "pending", "loop", "lost", "asked", "deletion", "clients", "child", "frame", "callback", "parameter"}) {
     EXPECT_EXIT(LeaveWhenStuck(how), testing::ExitedWithCode(0), "") << how;
   }
 }
