@@ -7,6 +7,8 @@
 #include "Monitor/Json.h"
 #include "Monitor/Monitor.h"
 #include "Monitor/Server.h"
+#include "Vorn/VornImpl.h"
+#include "testkit/Files.h"
 #include "testkit/RouteTest.h"
 
 namespace vorn::monitor {
@@ -31,16 +33,18 @@ TEST(Json, IsReadByAnybodyWhateverTheNames) {
   EXPECT_EQ(object.Text(), R"({"a":true,"b":18446744073709551615,"c":0.123400,"d":[]})");
 }
 
+bool Connects(int fd) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  const std::string name = "vorn." + std::to_string(getpid());
+  name.copy(address.sun_path + 1, name.size());
+  const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+  return connect(fd, reinterpret_cast<sockaddr*>(&address), length) == 0;
+}
+
 /** A client of the socket. */
 struct Client {
   Client() {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    const std::string name = "vorn." + std::to_string(getpid());
-    name.copy(address.sun_path + 1, name.size());
-    EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address),
-                      static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size())),
-              0);
     const timeval limit{20, 0};
     setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
   }
@@ -55,6 +59,7 @@ struct Client {
     return line;
   }
   const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const bool isConnected = Connects(fd);
 };
 
 /** Reads from or writes to a FIFO, or does not come back at all. */
@@ -238,6 +243,15 @@ TEST_F(MonitorTest, ShowsTheWholeGraph) {
   for (const char* line : {"", "graph x", "why", "why RouteA x", "nonsense"})
     EXPECT_TRUE(Has(Ask(line), "expected graph, params"));
   EXPECT_TRUE(Has(Ask("params RouteA probe_7"), "no block 'probe_7' in RouteA"));
+}
+
+TEST(Monitor, OpensUnlessTheConfigurationSaysNo) {
+  const testkit::Folder folder;
+  for (const bool isWanted : {false, true}) {
+    const std::string path = testkit::Write(folder / "conf", isWanted ? "" : "[config]\nmonitor=false\n");
+    const VornImpl vorn(path.c_str());
+    EXPECT_EQ(Client().isConnected, isWanted);
+  }
 }
 
 // Red if one client keeps another waiting, or one that is gone or mad does harm.

@@ -166,12 +166,12 @@ void VornImpl::Configure(const char* configPath) {
     _tlogging_set_level(level);
     if (level > LEVEL_OF_SHORT_LINES) _tlogging_disable_options(LOG_SHORT_LINES);
   }
-  if (read("monitor")) hasMonitor = std::strcmp(value, "false") != 0;
   if (read("dumppath")) {
     dumpPath = value;
     if (!dumpPath.empty() && dumpPath.back() != '/') dumpPath += '/';
     _tlogging_set_file((dumpPath + "vorn.log").c_str());
   }
+  if (read("monitor")) hasMonitor = std::strcmp(value, "false") != 0;
 }
 
 std::shared_ptr<RouteImpl> VornImpl::FindRoute(const std::string& name) const {
