@@ -249,6 +249,7 @@ Device::Result Device::Recover(long error) {
 
 /** In naps: what is to be polled differs from plug-in to plug-in of ALSA. @return as snd_pcm_wait(). */
 int Device::Wait(vorn::Interrupt& interrupt) {
+  const vorn::Interrupt::Waiting waiting(interrupt);
   for (int waited = 0; waited < WAIT_MS && !interrupt.IsRaised(); waited += NAP_MS) {
     const int ready = snd_pcm_wait(pcm.get(), NAP_MS);
     if (ready != 0) return ready;

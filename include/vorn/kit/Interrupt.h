@@ -27,6 +27,8 @@ namespace vorn {
  * Threads: Raise(), Clear() and IsRaised() any; the rest is the waiting block's.
  */
 class Interrupt {
+  using Clock = std::chrono::steady_clock;
+
  public:
   enum Result { READY, INTERRUPTED, TIMEOUT };
 
@@ -74,14 +76,33 @@ class Interrupt {
 
   /** The same for several at once, whose `revents` say which. @param fds has room for one more behind the last. */
   Result Await(pollfd* fds, std::size_t count, int millis = FOR_EVER) noexcept {
-    const auto begin = Clock::now();
-    waiting.store(true, std::memory_order_relaxed);
-    const Result result = AwaitNow(fds, count, millis, begin);
-    waiting.store(false, std::memory_order_relaxed);
-    const auto passed = std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now() - begin).count();
-    slept.store(slept.load(std::memory_order_relaxed) + passed, std::memory_order_relaxed);
-    return result;
+    const Waiting wait(*this);
+    return AwaitNow(fds, count, millis, wait.begin);
   }
+
+  /**
+   * Says that the block waits, as long as the object lives: for a wait by other means than Await(), in a library say. A
+   * host sees then that the block waits and does not work.
+   */
+  class Waiting {
+   public:
+    explicit Waiting(Interrupt& newInterrupt) noexcept : interrupt(newInterrupt), begin(Clock::now()) {
+      interrupt.waiting.store(true, std::memory_order_relaxed);
+    }
+    ~Waiting() {
+      interrupt.waiting.store(false, std::memory_order_relaxed);
+      const auto passed = std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now() - begin).count();
+      interrupt.slept.store(interrupt.Slept() + passed, std::memory_order_relaxed);
+    }
+    Waiting(const Waiting&) = delete;
+    Waiting& operator=(const Waiting&) = delete;
+
+   private:
+    friend class Interrupt;
+
+    Interrupt& interrupt;
+    const std::chrono::steady_clock::time_point begin;
+  };
 
   /** Waits for the interrupt alone. */
   Result Sleep(int millis) noexcept {
@@ -99,8 +120,6 @@ class Interrupt {
   std::uint64_t Waits() const noexcept { return waits.load(std::memory_order_relaxed); }
 
  private:
-  using Clock = std::chrono::steady_clock;
-
   static constexpr int SLICE_MILLIS = 20;  // between two looks at the flag, where there is no descriptor
 
   Result AwaitNow(pollfd* fds, std::size_t count, int millis, Clock::time_point begin) noexcept {
