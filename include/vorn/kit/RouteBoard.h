@@ -11,7 +11,7 @@ namespace vorn {
  * Grows when a layout of the kit or what its blocks say to each other changes. Blocks, the library and hosts work
  * together only where they were built with the same one.
  */
-constexpr std::uint32_t KIT_VERSION = 4;
+constexpr std::uint32_t KIT_VERSION = 5;
 
 /**
  * Counts from which a source knows that its route is over, and whether the route failed. The route makes one and hands
