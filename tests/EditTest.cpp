@@ -219,7 +219,7 @@ TEST_F(EditTest, LeavesNoTraceWhereItFails) {
     Edit edit;
     edit.SetParameter(edit.Insert("lnk_0", PROBE, Of<Middle>(SOUND)), "size", {"7"});
     edit.Replace("probe_2", PROBE, Of<Sink>());
-    edit.NewLink(48000, SampleFormat::S32_LE, 1, 4, middle, 0, sink, 0);
+    edit.NewLink(48000, SampleFormat::S32_LE, 1, 4, middle, 0, middle, 1);
     return route->Execute(edit);
   };
   const auto other = [&] {
@@ -235,7 +235,7 @@ TEST_F(EditTest, LeavesNoTraceWhereItFails) {
       [&] { return std::pair(route->Insert("lnk_1", "libthrows.so", {}), "made no block"); },
       [&] { return std::pair(route->Insert("lnk_1", "libgain.so", {"loud"}), "argument 'gain'"); },
       [&] { return std::pair(route->Insert("lnk_7", PROBE, Of<Middle>(SOUND)), "RouteA has no link 'lnk_7'"); },
-      [&] { return std::pair(insert(REFUSES_LINK), "probe_3 refuses input 0 (lnk_2): input 0: got"); },
+      [&] { return std::pair(insert(REFUSES_LINK), "probe_3 refuses output 0 (lnk_1): output 0: got"); },
       [&] { return std::pair(insert(FAILS_START), "probe_3 does not start: no device"); },
       [&] { return std::pair(insert(THROWS_AT_START), "probe_3 does not start: tired"); },
       [&] { return std::pair(insert(STARTS_LATER), "probe_3 has not started yet (1)"); },
@@ -283,6 +283,168 @@ TEST_F(EditTest, KeepsWhatWaitsInAJoin) {
   }
   route->Stop();
   EXPECT_TRUE(both->wrong == 0 && sink->wrong == 0 && both->starts == 1 && sink->from == 0);
+}
+
+// Red if a frame that nobody has taken yet is lost or comes twice where its link gets other ends.
+TEST_F(EditTest, KeepsAFrameThatWaitsInALink) {
+  Plain *const source = Add<Plain>(FIRST), *const sink = Add<Plain>(LAST, 3);
+  Join(source, sink);
+  route->Start();
+  for (int round = 0; round < 300; ++round) {
+    const auto insert = [&](int k) { return route->Insert("lnk_0", PROBE, k ? Of<Plain>(k) : Of<Middle>(SOUND)); };
+    const EditResult first = insert(round % 3), second = insert(round % 2);
+    EXPECT_TRUE(first.ok && second.ok) << first.reason << second.reason;
+    EXPECT_FALSE(route->Replace(first.made.at(0).block, PROBE, Of<Middle>(FAILS_START)).ok);
+    EXPECT_TRUE(round % 5 != 0 || Flows(*sink));
+    const EditResult third = route->Replace(first.made.at(0).block, PROBE, Of<Plain>(2));
+    const EditResult gone = route->Remove(second.made.at(0).block);
+    EXPECT_TRUE(third.ok && gone.ok) << third.reason << gone.reason;
+    EXPECT_TRUE(route->Remove(third.made.at(0).block).ok);
+  }
+  EXPECT_TRUE(Flows(*sink));
+  route->Stop();
+  EXPECT_TRUE(sink->wrong == 0 && source->next - sink->next <= 3 && source->starts == 1 && sink->starts == 1);
+}
+
+// Red if an edit on one side of a FIFO is heard on the other.
+TEST_F(EditTest, KeepsWhatWaitsInAFIFO) {
+  RouteImpl other("RouteB", nullptr, "");
+  RingBuffer fifo(48000, 4, 64, 0);
+  Source* const source = Add<Source>(FIRST);
+  Sink* const sink = static_cast<Sink*>(other.NewBlock(PROBE, false, true, Of<Sink>()));
+  Block* const writer = route->NewBlock("libfifosink.so", false, true, {});
+  Block* const reader = other.NewBlock("libfifosource.so", true, false, {});
+  vorn::AttachConsumer(writer, &fifo);
+  vorn::AttachProducer(reader, &fifo);
+  Join(source, writer);
+  other.NewLink(48000, SampleFormat::S32_LE, 1, 7, reader, 0, sink, 0);
+  other.Start();
+  route->Start();
+  for (int round = 0; round < 100; ++round) {
+    for (RouteImpl* side : {route.get(), &other}) {
+      const EditResult done = side->Insert("lnk_0", PROBE, Of<Middle>(SOUND));
+      EXPECT_TRUE(done.ok && Flows(*sink)) << done.reason;
+      EXPECT_TRUE(side->Remove(done.made.at(0).block).ok);
+    }
+  }
+  vorn::EndStream(source);
+  EXPECT_TRUE(WaitUntil([&] { return sink->next == source->next && other.CurrentStatus() == RouteImpl::STOPPED; }));
+  EXPECT_TRUE(sink->wrong == 0 && sink->from == 0 && sink->starts == 1);
+  route->DeleteAll();  // before the FIFO
+  other.DeleteAll();
+}
+
+// Red if a block of a stopped route is started, an incomplete graph is mended with a block that does not start, or
+// either leaves a trace.
+TEST_F(EditTest, AlsoChangesARouteThatStandsOrIsBroken) {
+  Source* const source = Add<Source>(FIRST);
+  Sink* const sink = Add<Sink>(LAST);
+  Join(source, sink);
+  EXPECT_EQ(Done(route->Insert("lnk_0", PROBE, Of<Middle>(FAILS_START))), "probe_2 lnk_1 / ");
+  EXPECT_EQ(route->Start(), -20);
+  EXPECT_EQ(Done(route->Replace("probe_2", PROBE, Of<Middle>(SOUND))), "probe_3 / probe_2 ");
+  EXPECT_EQ(route->Remove("probe_1").reason, "what is left would be incomplete: probe_3 has no output linked, and is no last block");
+  route->Start();
+  EXPECT_TRUE(Flows(*sink));
+  route->Delete(route->FindInstance("lnk_1"));
+  EXPECT_TRUE(WaitUntil([&] { return route->CurrentStatus() == RouteImpl::BROKEN_RUNNING; }));
+  const auto mend = [&](Fault fault) {
+    Edit edit;
+    const Edit::Instance block = edit.NewBlock(PROBE, false, false, Of<Middle>(fault));
+    edit.NewLink(48000, SampleFormat::S32_LE, 1, 4, source, 0, block, 0);
+    edit.NewLink(48000, SampleFormat::S32_LE, 1, 4, block, 0, "probe_3", 0);
+    return route->Execute(edit);
+  };
+  const std::string before = Graph();
+  const int starts = source->starts;
+  EXPECT_EQ(mend(FAILS_START).reason, "probe_2 does not start: no device");
+  EXPECT_TRUE(Graph() == before && source->starts == source->stops && route->CurrentStatus() == RouteImpl::BROKEN_RUNNING);
+  EXPECT_EQ(Done(mend(SOUND)), "probe_2 lnk_1 lnk_2 / ");
+  EXPECT_TRUE(Flows(*sink));
+  EXPECT_EQ(route->CurrentStatus(), RouteImpl::RUNNING);
+  EXPECT_LE(source->starts, starts + 2);
+}
+
+// Red if memory that runs out at any place leaves half an edit, or a route that does not go on.
+TEST_F(EditTest, LeavesNoTraceWhereMemoryRunsOut) {
+  Source* const source = Add<Source>(FIRST);
+  Middle* const middle = Add<Middle>(MIDDLE, SOUND);
+  Sink* const sink = Add<Sink>(LAST);
+  Join(source, middle);
+  Join(middle, sink);
+  route->Start();
+  const Texts good = Of<Middle>(SOUND), tap = Of<Sink>();
+  int failed = 0;
+  for (long n = 0, untried = 0; untried == 0; ++n) {
+    EXPECT_TRUE(Flows(*sink));
+    const std::string before = Graph();
+    Edit edit;
+    const Edit::Instance first = edit.Insert("lnk_0", PROBE, good);
+    edit.Replace(middle, PROBE, good);
+    edit.Tap("lnk_1", PROBE, tap);
+    edit.SetParameter(first, "size", {"3"});
+    allocationsLeft = n;
+    const EditResult result = route->Execute(edit);
+    untried = allocationsLeft.exchange(-1) + 1;
+    failed += !result.ok;
+    EXPECT_TRUE(result.ok ? result.deleted.size() == 1 : Graph() == before && !result.reason.empty()) << n;
+    if (result.ok) break;
+  }
+  EXPECT_GT(failed, 100);
+  EXPECT_TRUE(Flows(*sink) && sink->wrong == 0 && sink->starts == 1 && source->starts == 1);
+}
+
+std::atomic<long> badLives{0};
+/** Counts those that were started or stopped more than once. */
+template <class Kind>
+struct Watched : Kind {
+  using Kind::Kind;
+  ~Watched() override { badLives += this->wrong != 0 || this->starts > 1 || this->stops > 1; }
+};
+
+// 10000 edits of any kind, in any order, at three sinks that compare. Red if one of them makes a gap anywhere.
+TEST_F(EditTest, SurvivesAnyEditsInAnyOrder) {
+  std::mt19937 dice(1);
+  const auto roll = [&](std::size_t sides) { return static_cast<std::size_t>(dice() % sides); };
+  Source *const a = Add<Source>(FIRST), *const b = Add<Source>(FIRST);
+  Joiner* const both = Add<Joiner>(MIDDLE);
+  Sink* const sink = Add<Sink>(LAST);
+  Join(a, both, 4, 0);
+  Join(b, both, 3, 1);
+  Join(both, sink, 4);
+  route->Start();
+  const Texts kinds[] = {Of<Watched<Middle>>(SOUND), Of<Watched<Middle>>(SOUND), Of<Watched<Plain>>(),
+                         Of<Middle>(FAILS_START), Of<Middle>(REFUSES_LINK), Of<Middle>(GROWS_AND_FAILS)};
+  const Texts tap = Of<Watched<Sink>>();
+  long done[4] = {}, failed = 0;
+  for (int round = 0; round < 10000; ++round) {
+    std::vector<std::string> links, inner;
+    for (const Link* link : route->Links_l()) links.push_back(link->Name());
+    for (const Block* block : route->Blocks_l()) {
+      if (block != a && block != b && block != both && block != sink) inner.push_back(block->Name());
+    }
+    std::sort(links.begin(), links.end());
+    std::sort(inner.begin(), inner.end());
+    const std::string& link = links[roll(links.size())];
+    const std::string block = inner.empty() ? "none" : inner[roll(inner.size())];
+    const std::size_t what = inner.size() > 12 ? 2 : roll(4);
+    const Texts& kind = kinds[roll(6)];
+    const EditResult result = what == 0   ? route->Insert(link, PROBE, kind)
+                              : what == 1 ? route->Replace(block, PROBE, kind)
+                              : what == 2 ? route->Remove(block)
+                                          : route->Tap(link, PROBE, tap);
+    (result.ok ? done[what] : failed) += 1;
+    ASSERT_TRUE(round % 100 != 0 || Flows(*sink)) << round << result.reason << "\n" << Graph();
+  }
+  route->Stop();
+  for (const long count : done) EXPECT_GT(count, 300);
+  EXPECT_GT(failed, 1000);
+  EXPECT_TRUE(both->wrong == 0 && sink->wrong == 0 && sink->from == 0);
+  for (const KitBlock* block : {static_cast<KitBlock*>(a), static_cast<KitBlock*>(b), static_cast<KitBlock*>(both)}) {
+    EXPECT_TRUE(block->starts == 1 && block->stops == 1);
+  }
+  route->DeleteAll();
+  EXPECT_EQ(badLives, 0);
 }
 
 }  // namespace
