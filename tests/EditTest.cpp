@@ -20,13 +20,15 @@ enum Fault { SOUND, REFUSES_LINK, FAILS_START, THROWS_AT_START, STARTS_LATER, GR
 struct Counts {
   std::atomic<int> starts{0}, stops{0};
   std::atomic<long> next{0}, wrong{0};
-  /** The samples that a source sends, or a sink gets. */
-  void Meet(const FrameBuffer& fb) {
-    for (long k = 0; k < fb.samples; ++k) {
-      int sample = 0;
-      std::memcpy(&sample, fb.data + 4 * k, 4);
-      wrong += sample != next++;
-    }
+  int from = -1;  // the first that came
+  void Send(FrameBuffer& fb, long samples) {
+    fb.samples = samples;
+    for (long k = 0; k < samples; ++k) reinterpret_cast<int*>(fb.data)[k] = static_cast<int>(next++);
+  }
+  void Get(const FrameBuffer& fb) {
+    const int* const samples = reinterpret_cast<const int*>(fb.data);
+    if (from < 0) next = from = samples[0];
+    for (long k = 0; k < fb.samples; ++k) wrong += samples[k] != next++;
   }
 };
 
@@ -40,10 +42,7 @@ struct Source : KitBlock {
   using KitBlock::KitBlock;
   static Description Describe() { return Description("source", "").Output(vorn::Port("out")); }
   long Process() override {
-    FrameBuffer& out = Out();
-    out.samples = out.samplesPerFrame;
-    for (long k = 0; k < out.samples; ++k) reinterpret_cast<int*>(out.data)[k] = static_cast<int>(next + k);
-    return Meet(out), FRAME_DONE;
+    return Send(Out(), Out().samplesPerFrame), FRAME_DONE;
   }
 };
 
@@ -88,25 +87,23 @@ struct Sink : KitBlock {
   using KitBlock::KitBlock;
   static Description Describe() { return Description("sink", "").Input(vorn::Port("in")); }
   long Process() override {
-    if (next == 0) std::memcpy(&from, In().data, sizeof from), next = from;
-    return Meet(In()), FRAME_DONE;
+    return Get(In()), FRAME_DONE;
   }
-  int from = 0;
 };
 
 /** Without the kit, in the place of any of these. It moves a frame in every `pace`-th cycle, and waits until it can. */
 struct Plain : Block, Counts {
   Plain(bool isFirst, bool isLast, int newPace = 1) : Block(isFirst, isLast), pace(newPace) {}
+  int OnOutEpLinked(unsigned long index) override { return index == 0 ? 0 : -1; }
   int Start() override { return ++starts, 0; }
   int Stop() override { return ++stops, 0; }
   long ProcessFrame() override {
     FrameBuffer* const in = IsFirst() ? nullptr : InEp(0).FB();
     FrameBuffer* const out = IsLast() ? nullptr : OutEp(0).FB();
     if (++cycles % pace != 0 || (in && in->samples == 0) || (out && out->samples != 0)) return FRAME_DONE;
-    if (out) out->samples = in ? in->samples : 3;
-    if (in && out) std::memcpy(out->data, in->data, 4 * static_cast<std::size_t>(in->samples));
-    if (!in) for (int k = 0; k < 3; ++k) reinterpret_cast<int*>(out->data)[k] = static_cast<int>(next + k);
-    if (!in || !out) Meet(in ? *in : *out);
+    if (in && out) std::memcpy(out->data, in->data, 4 * static_cast<std::size_t>(out->samples = in->samples));
+    if (!in) Send(*out, 3);
+    if (!out) Get(*in);
     if (in) in->samples = 0;
     return FRAME_DONE;
   }
@@ -123,7 +120,8 @@ struct EditTest : RouteTest {
   Texts Of(Args... args) {
     makers.push_back([=](bool isFirst, bool isLast) -> Block* {
       if constexpr (std::is_base_of_v<PluginBlock, T>) {
-        return new T({isFirst, isLast, NO_TEXTS, T::Describe()}, args...);
+        const Description plan = T::Describe();
+        return new T({IsOpenEnd(plan.inputs, isFirst), IsOpenEnd(plan.outputs, isLast), NO_TEXTS, plan}, args...);
       } else {
         return new T(isFirst, isLast, args...);
       }
