@@ -6,6 +6,7 @@
 #include <deque>
 #include <random>
 
+#include "Monitor/Edits.h"
 #include "RingBuffer/RingBuffer.h"
 #include "testkit/FailingNew.h"
 #include "testkit/RouteTest.h"
@@ -41,9 +42,7 @@ struct KitBlock : vorn::PluginBlock, Counts {
 struct Source : KitBlock {
   using KitBlock::KitBlock;
   static Description Describe() { return Description("source", "").Output(vorn::Port("out")); }
-  long Process() override {
-    return Send(Out(), Out().samplesPerFrame), FRAME_DONE;
-  }
+  long Process() override { return Send(Out(), Out().samplesPerFrame), FRAME_DONE; }
 };
 
 struct Middle : KitBlock {
@@ -74,7 +73,9 @@ struct Middle : KitBlock {
 /** Both inputs count the same, in frames of different sizes: one of them always has samples that wait. */
 struct Joiner : KitBlock {
   using KitBlock::KitBlock;
-  static Description Describe() { return Description("join", "").Inputs(1, 2, vorn::Port("in")).Output(vorn::Port("out")); }
+  static Description Describe() {
+    return Description("join", "").Inputs(1, 2, vorn::Port("in")).Output(vorn::Port("out"));
+  }
   long Process() override {
     Out().samples = In(0).samples;
     std::memcpy(Out().data, In(0).data, FrameBytes(In(0)));
@@ -86,9 +87,7 @@ struct Joiner : KitBlock {
 struct Sink : KitBlock {
   using KitBlock::KitBlock;
   static Description Describe() { return Description("sink", "").Input(vorn::Port("in")); }
-  long Process() override {
-    return Get(In()), FRAME_DONE;
-  }
+  long Process() override { return Get(In()), FRAME_DONE; }
 };
 
 /** Without the kit, in the place of any of these. It moves a frame in every `pace`-th cycle, and waits until it can. */
@@ -239,7 +238,9 @@ TEST_F(EditTest, LeavesNoTraceWhereItFails) {
       [&] { return std::pair(insert(STARTS_LATER), "probe_3 has not started yet (1)"); },
       [&] { return std::pair(insert(GROWS_AND_FAILS), "probe_3 does not start: no device"); },
       [&] { return std::pair(route->Insert("lnk_1", PROBE, Of<Sink>()), "probe_3 refuses output 0"); },
-      [&] { return std::pair(route->Replace(middle, "libstartfails.so", {}), "startfails_0 does not start: it answered -7"); },
+      [&] {
+        return std::pair(route->Replace(middle, "libstartfails.so", {}), "startfails_0 does not start: it answered -7");
+      },
       [&] { return std::pair(route->Remove(sink), "incomplete: probe_1 has no output linked"); },
       [&] { return std::pair(route->Remove("lnk_0"), "RouteA has no block 'lnk_0'"); },
       [&] { return std::pair(set("5", "color", "1"), "probe_1 has no parameter 'color', expected size"); },
@@ -341,7 +342,8 @@ TEST_F(EditTest, AlsoChangesARouteThatStandsOrIsBroken) {
   EXPECT_EQ(Done(route->Insert("lnk_0", PROBE, Of<Middle>(FAILS_START))), "probe_2 lnk_1 / ");
   EXPECT_EQ(route->Start(), -20);
   EXPECT_EQ(Done(route->Replace("probe_2", PROBE, Of<Middle>(SOUND))), "probe_3 / probe_2 ");
-  EXPECT_EQ(route->Remove("probe_1").reason, "what is left would be incomplete: probe_3 has no output linked, and is no last block");
+  EXPECT_EQ(route->Remove("probe_1").reason,
+            "what is left would be incomplete: probe_3 has no output linked, and is no last block");
   route->Start();
   EXPECT_TRUE(Flows(*sink));
   route->Delete(route->FindInstance("lnk_1"));
@@ -356,7 +358,8 @@ TEST_F(EditTest, AlsoChangesARouteThatStandsOrIsBroken) {
   const std::string before = Graph();
   const int starts = source->starts;
   EXPECT_EQ(mend(FAILS_START).reason, "probe_2 does not start: no device");
-  EXPECT_TRUE(Graph() == before && source->starts == source->stops && route->CurrentStatus() == RouteImpl::BROKEN_RUNNING);
+  EXPECT_TRUE(Graph() == before && source->starts == source->stops &&
+              route->CurrentStatus() == RouteImpl::BROKEN_RUNNING);
   EXPECT_EQ(Done(mend(SOUND)), "probe_2 lnk_1 lnk_2 / ");
   EXPECT_TRUE(Flows(*sink));
   EXPECT_EQ(route->CurrentStatus(), RouteImpl::RUNNING);
@@ -412,7 +415,7 @@ TEST_F(EditTest, SurvivesAnyEditsInAnyOrder) {
   Join(both, sink, 4);
   route->Start();
   const Texts kinds[] = {Of<Watched<Middle>>(SOUND), Of<Watched<Middle>>(SOUND), Of<Watched<Plain>>(),
-                         Of<Middle>(FAILS_START), Of<Middle>(REFUSES_LINK), Of<Middle>(GROWS_AND_FAILS)};
+                         Of<Middle>(FAILS_START),    Of<Middle>(REFUSES_LINK),   Of<Middle>(GROWS_AND_FAILS)};
   const Texts tap = Of<Watched<Sink>>();
   long done[4] = {}, failed = 0;
   for (int round = 0; round < 10000; ++round) {
@@ -443,6 +446,91 @@ TEST_F(EditTest, SurvivesAnyEditsInAnyOrder) {
   }
   route->DeleteAll();
   EXPECT_EQ(badLives, 0);
+}
+
+std::string Split(const std::string& line) {
+  std::vector<monitor::Word> words;
+  if (!monitor::SplitWords(line, words)) return "open";
+  std::string text;
+  for (const auto& word : words) text += (word.isQuoted ? 'q' : '=') + word.text + '|';
+  return text;
+}
+
+// Red if a word is cut, glued or unquoted in the wrong place.
+TEST(EditRequest, ConsistsOfWords) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"", ""},
+      {" \t ", ""},
+      {"a  b\r", "=a|=b|"},
+      {R"("a b" c)", "qa b|=c|"},
+      {R"x("")x", "q|"},
+      {R"("\"\\")", R"(q"\|)"},
+      {R"(a"b c"d ";")", "qab cd|q;|"},
+      {R"(\n)", R"(=\n|)"},
+      {R"("a)", "open"},
+      {R"("a\")", "open"},
+      {R"("\)", "open"},
+  };
+  for (const auto& [line, words] : cases) EXPECT_EQ(Split(line), words) << line;
+  std::mt19937 dice(1);
+  for (int round = 0; round < 20000; ++round) {  // no route, so nothing comes of it
+    std::string line = dice() % 2 ? "edit { " : "do ";
+    for (std::size_t k = dice() % 30; k-- > 0;) line += "\"\\{}; aR\t0"[dice() % 10];
+    const monitor::Edits edits({[](const std::string&) { return nullptr; }, [](auto&&...) { return false; }});
+    EXPECT_EQ(edits.Answer(line).find("{\"version\":1,\"error\":"), 0u) << line;
+  }
+}
+
+// Red if a request does not do what it says, or an error does not say what was expected.
+TEST_F(EditTest, IsAskedForInALineOfWords) {
+  route->NewBlock("libtone.so", true, false, {});
+  route->NewBlock("libnull.so", false, true, {});
+  route->NewLink(48000, SampleFormat::S16_LE, 1, 48, static_cast<Block*>(route->FindInstance("tone_0")), 0,
+                 static_cast<Block*>(route->FindInstance("null_0")), 0);
+  route->Start();
+  const std::shared_ptr<RouteImpl> share(route.get(), [](RouteImpl*) {});
+  std::string command;
+  const monitor::Edits edits({[&](const std::string& name) { return name == "RouteA" ? share : nullptr; },
+                              [&](const std::string& word, std::stringstream& args, std::string& reply) {
+                                command = word + '|' + args.str();
+                                return word == "status" && (reply = "fine\n", true);
+                              }});
+  const std::pair<const char*, const char*> cases[] = {
+      {"insert RouteA lnk_0 gain -6",
+       R"("request":"insert","route":"RouteA","ok":true,"made":["gain_0","lnk_1"],"deleted":[]})"},
+      {"replace RouteA gain_0 libgain.so", R"("made":["gain_1"],"deleted":["gain_0"]})"},
+      {"tap RouteA lnk_0 null", R"("made":["null_1","tee_0","lnk_2","lnk_3"])"},
+      {"remove RouteA null_1", R"("made":[],"deleted":["null_1","lnk_3"]})"},
+      {"edit { newblock RouteA delay false false 1 ; delete RouteA lnk_0 ; newlink RouteA 48000 S16_LE 1 48 tee_0 0 "
+       "delay_0 0"
+       " ; newlink RouteA 48000 S16_LE 1 48 delay_0 0 null_0 0 ; setparam RouteA gain_1 gain -9 ; }",
+       R"("request":"edit","route":"RouteA","ok":true,"made":["delay_0","lnk_3","lnk_4"],"deleted":["lnk_0"]})"},
+      {"do status --dot", R"("request":"do","reply":"fine\u000a"})"},
+      {"do nonsense", R"("error":"the console has no command 'nonsense'"})"},
+      {"insert RouteB lnk_0 gain", R"("error":"no route 'RouteB'"})"},
+      {"insert RouteA lnk_9 gain", R"("error":"RouteA has no link 'lnk_9'"})"},
+      {"insert RouteA lnk_1", R"("error":"expected insert ROUTE LINK PLUG-IN [ARG...]"})"},
+      {"remove RouteA a b", R"("error":"expected remove ROUTE BLOCK"})"},
+      {"setparam RouteA gain_1 gain 0",
+       R"("error":"expected insert, remove, replace, tap, edit or do, got 'setparam'"})"},
+      {"edit newblock RouteA", R"("error":"expected edit { COMMAND ; COMMAND ... }, with blanks around { ; and }"})"},
+      {"edit { }", R"("error":"there is no command between the braces"})"},
+      {"edit { remove RouteA gain_1 ; remove RouteB x }",
+       R"("error":"command 2: an edit is of one route, expected RouteA, got 'RouteB'"})"},
+      {"edit { newlink RouteA 48k S16_LE 1 48 a 0 b 0 }",
+       R"("error":"command 1: RATE: expected a number, got '48k'"})"},
+      {"edit { newlink RouteA 48000 S16 1 48 a 0 b 0 }",
+       R"("error":"command 1: FORMAT: expected one of BYTE, S16_LE,)"},
+      {"edit { newblock RouteA gain no false }", R"("error":"command 1: ISFIRST: expected true or false, got 'no'"})"},
+      {"edit { setparam RouteA gain_1 gain 100 }", R"("error":"gain_1: parameter 'gain')"},
+      {"edit { jump }", R"("error":"command 1: expected one of insert, remove,)"},
+      {"insert RouteA lnk_1 gain \"", R"("error":"a quote is not closed"})"},
+  };
+  for (const auto& [line, part] : cases) {
+    EXPECT_NE(edits.Answer(line).find(part), std::string::npos) << line << "\n" << edits.Answer(line);
+  }
+  EXPECT_TRUE(monitor::Edits::Takes(" tap") && monitor::Edits::Takes("do x") && !monitor::Edits::Takes("setparam"));
+  EXPECT_EQ(command, "nonsense| nonsense");
 }
 
 }  // namespace

@@ -200,8 +200,8 @@ void RouteImpl::ProcessActions() {
       Dispatch_l(*entry);
     } catch (const std::exception& e) {  // no memory, or a block that throws: the request's failure alone
       const char* const block = Whereabouts::Name();
-      LOG_E("%s: %s%sAction '%s' failed: %s", name.c_str(), block ? block : "", block ? ": " : "",
-            TypeName(*entry), e.what());
+      LOG_E("%s: %s%sAction '%s' failed: %s", name.c_str(), block ? block : "", block ? ": " : "", TypeName(*entry),
+            e.what());
     }
     Whereabouts::Outside();
     Release_l(*entry);

@@ -77,7 +77,8 @@ bool GraphEdit::Goes() const {
 }
 
 bool GraphEdit::IsNew(const Block* block) const {
-  return std::any_of(comers.begin(), comers.end(), [=](const auto& comer) { return comer.loaded->block.get() == block; });
+  return std::any_of(comers.begin(), comers.end(),
+                     [=](const auto& comer) { return comer.loaded->block.get() == block; });
 }
 
 // Room for everything
@@ -290,7 +291,8 @@ void GraphEdit::PutFramesBack() {
     const Wire& wire = *waiting.wire;
     const FrameBuffer link = wire.link->EmptyFrame();
     if (BytesOf(link, link.samplesPerFrame) < waiting.bytes.size()) {
-      throw Refused{wire.source->Owner()->Name() + " makes the frames of " + wire.name + " smaller than what waits there"};
+      throw Refused{wire.source->Owner()->Name() + " makes the frames of " + wire.name +
+                    " smaller than what waits there"};
     }
     std::copy(waiting.bytes.begin(), waiting.bytes.end(), link.data);
     ShowFrame(*wire.source->FB(), waiting.frame);

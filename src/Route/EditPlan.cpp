@@ -2,8 +2,8 @@
 #include <algorithm>
 #include <string_view>
 
-#include <vorn/kit/Marks.h>
 #include <vorn/kit/Conventions.h>
+#include <vorn/kit/Marks.h>
 
 #include "Block/SampleFormat.h"
 #include "Route/GraphEdit.h"
@@ -124,8 +124,8 @@ void GraphEdit::PlanRemove(Node& node) {
 
 void GraphEdit::Join(Wire& in, Wire& out) {
   if (!IsSame(in.stream, out.stream)) {
-    throw Refused{in.sink->Owner()->Name() + " gives out another stream than it takes in (" + TextOf(in.stream) +
-                  "; " + TextOf(out.stream) + "), so that its neighbours cannot be joined"};
+    throw Refused{in.sink->Owner()->Name() + " gives out another stream than it takes in (" + TextOf(in.stream) + "; " +
+                  TextOf(out.stream) + "), so that its neighbours cannot be joined"};
   }
   out.source = in.source;
   in.isGone = true;
@@ -201,7 +201,8 @@ void GraphEdit::CheckWhole() const {
   for (const Block* block : neighbours) {
     const auto isIt = [&](const Node& node) { return node.block == block && !node.isGone; };
     if (std::none_of(nodes.begin(), nodes.end(), isIt)) continue;
-    if (const std::string lack = LackOf(*block); !lack.empty()) throw Refused{"what is left would be incomplete: " + lack};
+    if (const std::string lack = LackOf(*block); !lack.empty())
+      throw Refused{"what is left would be incomplete: " + lack};
   }
   const bool breaks = Goes() && lackBefore.empty() && !lackAfter.empty();
   if (breaks) throw Refused{"the graph would be incomplete: " + lackAfter};
@@ -250,8 +251,9 @@ GraphEdit::Wire* GraphEdit::FindLink(const Edit::Instance& which) {
   const void* const pointer = EditImpl::PointerOf(which);
   for (Wire& wire : wires) {
     if (wire.isGone) continue;
-    const bool isIt = step > 0 ? &wire == madeWires[step - 1] : pointer ? wire.link == pointer
-                                                                        : wire.name == EditImpl::NameOf(which);
+    const bool isIt = step > 0  ? &wire == madeWires[step - 1]
+                      : pointer ? wire.link == pointer
+                                : wire.name == EditImpl::NameOf(which);
     if (isIt) return &wire;
   }
   return nullptr;

@@ -27,7 +27,8 @@ std::pair<bool, bool> EndsOf(const RouteImpl& route, const Edit::Instance& which
   const Topology::Lock lock;
   for (const Block* block : route.Blocks_l()) {
     const void* const pointer = EditImpl::PointerOf(which);
-    if (pointer ? block == pointer : block->Name() == EditImpl::NameOf(which)) return {block->IsFirst(), block->IsLast()};
+    if (pointer ? block == pointer : block->Name() == EditImpl::NameOf(which))
+      return {block->IsFirst(), block->IsLast()};
   }
   return {};  // the route's thread says that there is none
 }
@@ -90,7 +91,8 @@ std::string FailureOf(const RouteImpl& route) {
 }
 
 EditResult ResultOf(EditJob& job) {
-  if (job.outcome == Outcome::BUSY) job.result.reason = "frames wait before and behind the block, and nobody takes them";
+  if (job.outcome == Outcome::BUSY)
+    job.result.reason = "frames wait before and behind the block, and nobody takes them";
   if (job.outcome == Outcome::LEFT) job.result.reason = "the process ends";
   return std::move(job.result);
 }

@@ -36,8 +36,6 @@ class Numbers {
 
 /** What stands before the number of a name. */
 inline std::string_view StemOf(std::string_view name) { return name.substr(0, name.rfind('_') + 1); }
-inline std::size_t NumberOf(const std::string& name) {
-  return std::strtoul(&name[StemOf(name).size()], nullptr, 10);
-}
+inline std::size_t NumberOf(const std::string& name) { return std::strtoul(&name[StemOf(name).size()], nullptr, 10); }
 
 }  // namespace vorn

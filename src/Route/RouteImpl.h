@@ -117,7 +117,7 @@ class RouteImpl : public Route {
 
  private:
   struct ActionPlus {
-    Route::Action* action = nullptr;          // the caller's, who waits; or else:
+    Route::Action* action = nullptr;  // the caller's, who waits; or else:
     EditJob* edit = nullptr;
     std::condition_variable* done = nullptr;  // with the last action of a batch, else null
     bool* finished = nullptr;                 // goes with done: a waiter that wakes without it sleeps on
