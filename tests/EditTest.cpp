@@ -6,6 +6,7 @@
 #include <deque>
 #include <random>
 
+#include "Block/Glimpse.h"
 #include "Monitor/Edits.h"
 #include "RingBuffer/RingBuffer.h"
 #include "testkit/FailingNew.h"
@@ -146,7 +147,7 @@ struct EditTest : RouteTest {
       lines.insert(link->Name() + " " + link->SourceEp()->Owner()->Name() + ":" +
                    std::to_string(link->SourceEp()->Index()) + " " + link->SinkEp()->Owner()->Name() + ":" +
                    std::to_string(link->SinkEp()->Index()) + " " +
-                   std::to_string(link->SinkEp()->FB()->samplesPerFrame));
+                   std::to_string(Glimpse(link->SinkEp()->FB()->samplesPerFrame)));
     }
     std::string text;
     for (const std::string& line : lines) text += line + "\n";
