@@ -57,8 +57,8 @@ void GraphEdit::Run() {
     PutFramesBack();
     SetOthers();
     return Commit();
-  } catch (EditJob::Outcome outcome) {
-    job.outcome = outcome;
+  } catch (const Retry& retry) {
+    job.outcome = retry.why;
   } catch (Refused& refused) {
     job.outcome = EditJob::Outcome::REFUSED;
     job.result.reason = std::move(refused.why);
@@ -413,12 +413,13 @@ void GraphEdit::GiveBack(const Wire& wire) {
 }
 
 void GraphEdit::UndoSettings() {
-  for (auto setting = settings.rbegin(); setting != settings.rend(); ++setting) {
+  for (std::size_t i = settings.size(); i-- > 0;) {  // one may be set twice
+    const Setting& setting = settings[i];
     try {
-      if (!setting->before.empty()) route.SetParam_l(setting->block, setting->id, setting->before);
+      if (!setting.before.empty()) route.SetParam_l(setting.block, setting.id, setting.before);
     } catch (const std::exception& e) {
-      LOG_E("%s: %s: Parameter %u keeps its new value: %s", route.name.c_str(), setting->block->Name().c_str(),
-            setting->id, e.what());
+      LOG_E("%s: %s: Parameter %u keeps its new value: %s", route.name.c_str(), setting.block->Name().c_str(),
+            setting.id, e.what());
     }
   }
 }
@@ -432,9 +433,9 @@ void GraphEdit::UndoHooks() {
     if (!IsNew(block)) block->BaseStop();
   }
   if (wasFailed) route.board.failed.store(true);
-  for (auto ep = hooked.rbegin(); ep != hooked.rend(); ++ep) {
-    Block& block = *(*ep)->Owner();
-    IsInput(**ep) ? block.BaseOnInEpUnlinked((*ep)->Index()) : block.BaseOnOutEpUnlinked((*ep)->Index());
+  for (const Endpoint* ep : hooked) {
+    Block& block = *ep->Owner();
+    IsInput(*ep) ? block.BaseOnInEpUnlinked(ep->Index()) : block.BaseOnOutEpUnlinked(ep->Index());
   }
 }
 

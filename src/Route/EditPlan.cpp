@@ -146,7 +146,7 @@ void GraphEdit::PlanTap(Wire& wire, Block& block) {
     while (output < Endpoint::COUNT && HasLink(tee->OutEp(output))) ++output;
   }
   if (!IsTee(*tee) || output == Endpoint::COUNT) {
-    if (teesUsed == job.tees.size()) throw EditJob::Outcome::NEEDS_TEE;
+    if (teesUsed == job.tees.size()) throw Retry{EditJob::Outcome::NEEDS_TEE};
     tee = &Enlist(job.tees[teesUsed++]);
     PlanInsert(wire, *tee);
     output = 1;
@@ -176,7 +176,7 @@ void GraphEdit::Inherit() {
   }
   for (const Wire& gone : wires) {
     if (!gone.isGone || !gone.heir || gone.heir->IsNew() || !Goes()) continue;
-    if (HasArrived(*gone.oldSink->FB()) && HasArrived(*gone.heir->oldSink->FB())) throw EditJob::Outcome::BUSY;
+    if (HasArrived(*gone.oldSink->FB()) && HasArrived(*gone.heir->oldSink->FB())) throw Retry{EditJob::Outcome::BUSY};
   }
 }
 

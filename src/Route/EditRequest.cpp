@@ -15,7 +15,7 @@ namespace {
 using Kind = EditImpl::Kind;
 using Outcome = EditJob::Outcome;
 
-constexpr int MOST_TRIES = 1000;  // with a cycle between them
+constexpr int MOST_TRIES = 100;  // with a cycle between them
 constexpr const char* TEE = "libtee.so";
 
 struct Unmade : std::runtime_error {

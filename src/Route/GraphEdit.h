@@ -90,6 +90,10 @@ class GraphEdit {
   struct Refused {
     std::string why;
   };
+  /** The caller has to try again. */
+  struct Retry {
+    EditJob::Outcome why;
+  };
 
   struct Node {
     Block* block;
@@ -134,7 +138,7 @@ class GraphEdit {
     Edit::Texts before{};
   };
 
-  // EditPlan.cpp: works out what is to be. Throws Refused, an Outcome, or std::bad_alloc.
+  // EditPlan.cpp: works out what is to be. Throws Refused, Retry, or std::bad_alloc.
   void ReadGraph();
   void PlanStep(std::size_t index);
   void PlanNewLink(const Step& step);

@@ -27,6 +27,7 @@ std::string RefusedArgument(void* handle, const std::vector<std::string>& args) 
   const BlockInfo* const info = describe ? describe() : nullptr;
   if (!info || info->kitVersion != KIT_VERSION || !info->planStreams) return {};
   std::vector<const char*> texts;
+  texts.reserve(args.size());
   for (const std::string& text : args) texts.push_back(text.c_str());
   PlanRefusal refusal{};
   const int ret = info->planStreams(texts.data(), texts.size(), nullptr, 0, nullptr, 0, &refusal);
