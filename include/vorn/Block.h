@@ -172,7 +172,9 @@ class VORN_API OutputEndpoint : public Endpoint {
  * The base class of every block.
  *
  * Threads: a route calls every operation of its blocks on its own thread, one at a time: construction and
- * destruction, hooks, parameters, ProcessFrame. A block needs no lock for its own data.
+ * destruction, hooks, parameters, ProcessFrame. A block needs no lock for its own data. An Edit makes a block on
+ * another thread, and stops, unlinks and deletes the blocks that it takes out there: before the route knows the block,
+ * and after it has forgotten it.
  *
  * No operation of a block may call an operation of its own route: that thread would wait for itself.
  * Nothing may throw out of a block. Where a caller waits for an answer (a block is made, linked, started, given a
@@ -199,6 +201,8 @@ class VORN_API Block {
   /**
    * A link was made at this endpoint, whose frame buffer already describes the stream. A negative result refuses
    * it, and the link is undone. The endpoint is among the active ones while this runs.
+   *
+   * An Edit that gives a linked endpoint another neighbour, with the same stream, calls none of these hooks.
    */
   virtual int OnInEpLinked(unsigned long index);
   /** The link at this endpoint is gone; the endpoint is no longer among the active ones. */

@@ -22,6 +22,7 @@
 #include <vector>
 
 #include <vorn/Block.h>
+#include <vorn/Edit.h>
 
 namespace vorn {
 
@@ -181,7 +182,7 @@ class VORN_API Route {
    * route's thread ends: there is nobody to tell, and whatever waits for this route from then on waits for ever,
    * DeleteRoute included; the end of the process does not. Those are the starts
    *
-   * - of a block that is added while the route runs (better add it while the route is stopped);
+   * - of a block that NewBlock adds while the route runs (better by an Edit, which starts it itself);
    * - of all blocks, when an action mends an incomplete graph;
    * - of a block that answered an earlier start with more than 0, and is asked again;
    * - of the blocks that a stop had stopped before another block refused to.
@@ -232,6 +233,21 @@ class VORN_API Route {
    * memory for the batch none is carried out, and all results stay as they were.
    */
   virtual void ExecuteActions(Action* actions, std::size_t count) = 0;
+
+  /**
+   * Changes the graph between two frame cycles, whole or not at all: see Edit. No other block stops, starts or loses a
+   * sample, and a block that fails does not end the route's thread.
+   *
+   * Thread: the caller's makes the new blocks, and deletes those that go, while the route runs on.
+   * Errors: the result says in words what was expected.
+   */
+  EditResult Execute(const Edit& edit);
+
+  /** Edits of one step: see Edit. */
+  EditResult Insert(const Edit::Instance& link, const std::string& soFileName, const Edit::Texts& args);
+  EditResult Remove(const Edit::Instance& block);
+  EditResult Replace(const Edit::Instance& block, const std::string& soFileName, const Edit::Texts& args);
+  EditResult Tap(const Edit::Instance& link, const std::string& soFileName, const Edit::Texts& args);
 };
 
 }  // namespace vorn

@@ -11,6 +11,19 @@ namespace vorn {
 class Block;
 
 struct Whereabouts {
+  /** Puts back where the thread was, which may be in a block of another route. */
+  class Excursion {
+   public:
+    ~Excursion() {
+      block.store(itsBlock, std::memory_order_relaxed);
+      file.store(itsFile, std::memory_order_relaxed);
+    }
+
+   private:
+    const Block* const itsBlock = block.load(std::memory_order_relaxed);
+    const char* const itsFile = file.load(std::memory_order_relaxed);
+  };
+
   static void InRoute(const char* name) { route.store(name, std::memory_order_relaxed); }
   static void InBlock(const Block& which) { block.store(&which, std::memory_order_relaxed); }
   /** In the code of a plug-in that makes a block. */

@@ -87,19 +87,27 @@ std::size_t Link::FrameBytes(long samples) const {
 
 void Link::Attach(OutputEndpoint* source, InputEndpoint* sink) {
   const Topology::Lock lock;
+  Place(source, sink);
+}
+
+void Link::Place(OutputEndpoint* source, InputEndpoint* sink) {
   sourceEp = source;
   sinkEp = sink;
   source->link = sink->link = this;
 }
 
-void Link::DescribeEmptyFrame() {
+FrameBuffer Link::EmptyFrame() {
   FrameBuffer frame;
   frame.data = buffer.data();
   frame.format = format;
   frame.channels = channels;
   frame.samplesPerFrame = samplesPerFrame;
   frame.rate = rate;
-  sourceEp->fb = frame;
+  return frame;
+}
+
+void Link::DescribeEmptyFrame() {
+  sourceEp->fb = EmptyFrame();
   CommitForth();
 }
 
@@ -117,9 +125,10 @@ void Link::RollBack() {
 template <class Ep>
 void Link::Detach(Ep*& end, void (Block::*unlinked)(unsigned long)) {
   if (!end) return;
-  if (end->link) (end->Owner()->*unlinked)(end->Index());
+  const bool isOurs = end->link == this;  // an edit may have given it another link
+  if (isOurs) (end->Owner()->*unlinked)(end->Index());
   const Topology::Lock lock;
-  end->link = nullptr;
+  if (isOurs) end->link = nullptr;
   end = nullptr;
 }
 

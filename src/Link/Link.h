@@ -27,6 +27,18 @@ class Link {
   /** Changes the frame size. The link is connected. */
   void Reallocate(long samplesPerFrame);
 
+  // For edits, which put a link elsewhere without a word to the blocks at its ends. Under the topology lock; no hook is
+  // called, no memory asked for.
+
+  /** Makes room for a frame, before the link is placed for the first time. Throws. */
+  void MakeRoom() { buffer.resize(FrameBytes(samplesPerFrame)); }
+  /** Makes these the ends of the link, and the link that of these endpoints. What was there before keeps pointing at it. */
+  void Place(OutputEndpoint* source, InputEndpoint* sink);
+  /** Says of an endpoint which link it has; null: none. */
+  static void Hang(Endpoint& ep, Link* itsLink) { ep.link = itsLink; }
+  /** Of this stream, in this link's memory; `samples` is 0. */
+  FrameBuffer EmptyFrame();
+
   /** Carries the description of the frame to the other end: the one that the reader left, the one that the writer made. */
   void CommitBack() { sourceEp->fb = sinkEp->fb; }
   void CommitForth() { sinkEp->fb = sourceEp->fb; }

@@ -58,4 +58,12 @@ Object& Object::Add(const char* name, double value) {
   return AddJson(name, number.data());
 }
 
+Object Begin(const std::string& request) {
+  constexpr int VERSION = 1;
+  Object answer;
+  return answer.Add("version", VERSION).Add("request", request);
+}
+
+Object Failure(const std::string& request, const std::string& text) { return Begin(request).Add("error", text); }
+
 }  // namespace vorn::monitor

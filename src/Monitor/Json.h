@@ -50,4 +50,9 @@ class Object {
   std::string text;
 };
 
+/** The start of every reply. */
+Object Begin(const std::string& request);
+/** A reply that says what is wrong. */
+Object Failure(const std::string& request, const std::string& text);
+
 }  // namespace vorn::monitor

@@ -3,13 +3,13 @@
 #include <tlogging.h>
 
 #include <charconv>
-#include <iomanip>
 #include <new>
 #include <optional>
 #include <vector>
 
 #include "Chronicle.h"
 #include "Log.h"
+#include "Monitor/Edits.h"
 #include "Monitor/Json.h"
 #include "Monitor/Server.h"
 #include "Monitor/Survey.h"
@@ -29,13 +29,6 @@ constexpr milliseconds LONGEST_HOLD(20);  // until routes have readings ready: o
 constexpr char EXPECTED[] =
     "expected graph, params [ROUTE [BLOCK]], stats, why ROUTE, timing [on|off], events [once], log, watch MILLISECONDS "
     "(10 to 3600000, 0 for no more) or an edit";
-
-Words Split(const std::string& line) {
-  std::istringstream text(line);
-  Words words;
-  for (std::string word; text >> std::quoted(word); word.clear()) words.push_back(word);
-  return words;
-}
 
 std::optional<milliseconds> PeriodOf(const std::string& word) {
   unsigned count = 0;
@@ -84,8 +77,12 @@ class Monitor::Speaker final : public Server::Speaker {
   explicit Speaker(Framework newFramework) : framework(std::move(newFramework)) {}
 
   Server::Reply Answer(const std::string& line, Server::Clock::duration held) override {
-    const Words words = Split(line);
-    if (words.empty()) return {monitor::Failure("", EXPECTED).Text()};
+    if (Edits::Takes(line)) return {"", {}, {}, true};
+    std::vector<Word> split;
+    if (!SplitWords(line, split)) return {monitor::Failure("", "a quote is not closed").Text()};
+    if (split.empty()) return {monitor::Failure("", EXPECTED).Text()};
+    Words words;
+    for (const Word& word : split) words.push_back(word.text);
     const bool showsReadings = words[0] == "params" || words[0] == "stats" || words[0] == "watch";
     Server::Reply reply;
     Look([&](const Survey::View& view) {
@@ -98,7 +95,11 @@ class Monitor::Speaker final : public Server::Speaker {
     return reply;
   }
 
-  std::string CarryOut(const std::string& line) override { return monitor::Failure(line, "unknown").Text(); }
+  std::string CarryOut(const std::string& line) override {
+    std::string reply = edits.Answer(line);
+    framework.released();
+    return reply;
+  }
   std::string Failure(const std::string& why) override { return monitor::Failure("", why).Text(); }
 
   void Tick() override {
@@ -166,8 +167,16 @@ class Monitor::Speaker final : public Server::Speaker {
     return {survey.Stats(view).Text(), period};
   }
 
+  std::shared_ptr<RouteImpl> FindRoute(const std::string& name) const {
+    for (const auto& route : framework.registry().routes) {
+      if (route->Name() == name) return route;
+    }
+    return nullptr;
+  }
+
   const Framework framework;
   Survey survey;
+  const Edits edits{{[this](const std::string& name) { return FindRoute(name); }, framework.command}};
 };
 
 Monitor::Monitor(Framework framework) : speaker(std::make_unique<Speaker>(std::move(framework))) {}

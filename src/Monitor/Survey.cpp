@@ -16,8 +16,6 @@
 namespace vorn::monitor {
 namespace {
 
-constexpr int VERSION = 1;
-
 using Nanos = std::chrono::nanoseconds;
 
 double Seconds(Nanos time) { return std::chrono::duration<double>(time).count(); }
@@ -163,13 +161,6 @@ List DescribeFIFOs(const Registry& registry) {
 }
 
 }  // namespace
-
-Object Begin(const std::string& request) {
-  Object answer;
-  return answer.Add("version", VERSION).Add("request", request);
-}
-
-Object Failure(const std::string& request, const std::string& text) { return Begin(request).Add("error", text); }
 
 Survey::Known& Survey::Look(const RouteImpl& route, Clock::time_point now) {
   Known& known = routes[route.Name()];

@@ -66,9 +66,4 @@ class Survey {
   bool isTimed = false;
 };
 
-/** The start of every reply. */
-Object Begin(const std::string& request);
-/** A reply that says what is wrong. */
-Object Failure(const std::string& request, const std::string& text);
-
 }  // namespace vorn::monitor

@@ -5,6 +5,7 @@
 
 #include "Block/Whereabouts.h"
 #include "Log.h"
+#include "Route/GraphEdit.h"
 #include "Route/RouteImpl.h"
 #include "Thread.h"
 
@@ -167,9 +168,19 @@ RouteImpl::Entries RouteImpl::NewEntries(std::size_t count) {
 
 /** Queues the actions, one an entry, and waits until they are carried out. Allocates nothing. */
 void RouteImpl::Await(Entries& entries, Action* actions) {
+  for (const auto& entry : entries) entry->action = actions++;
+  Await(entries);
+}
+
+void RouteImpl::CarryOut(EditJob& job) {
+  Entries entry = NewEntries(1);
+  entry.front()->edit = &job;
+  Await(entry);
+}
+
+void RouteImpl::Await(Entries& entries) {
   std::condition_variable done;
   bool finished = false;
-  for (const auto& entry : entries) entry->action = actions++;
   entries.back()->done = &done;
   entries.back()->finished = &finished;
 
@@ -184,13 +195,13 @@ void RouteImpl::Await(Entries& entries, Action* actions) {
 void RouteImpl::ProcessActions() {
   while (!actionList.empty()) {
     const std::shared_ptr<ActionPlus> entry = actionList.front();
-    LOG_D("%s: Processing action '%s'", name.c_str(), TypeName(entry->action->type));
+    LOG_D("%s: Processing action '%s'", name.c_str(), TypeName(*entry));
     try {
-      Dispatch_l(*entry->action);
+      Dispatch_l(*entry);
     } catch (const std::exception& e) {  // no memory, or a block that throws: the request's failure alone
       const char* const block = Whereabouts::Name();
-      LOG_E("%s: %s%sAction '%s' failed: %s", name.c_str(), block ? block : "", block ? ": " : "",
-            TypeName(entry->action->type), e.what());
+      LOG_E("%s: %s%sAction '%s' failed: %s", name.c_str(), block ? block : "", block ? ": " : "", TypeName(*entry),
+            e.what());
     }
     Whereabouts::Outside();
     Release_l(*entry);
@@ -210,6 +221,14 @@ void RouteImpl::Leave() {
   isLeft = true;
   for (const auto& entry : actionList) Release_l(*entry);
   mutex.unlock();
+}
+
+const char* RouteImpl::TypeName(const ActionPlus& entry) {
+  return entry.edit ? "EDIT" : vorn::TypeName(entry.action->type);
+}
+
+void RouteImpl::Dispatch_l(const ActionPlus& entry) {
+  entry.edit ? GraphEdit(*this, *entry.edit).Run() : Dispatch_l(*entry.action);
 }
 
 void RouteImpl::Dispatch_l(Action& action) {
@@ -254,7 +273,7 @@ void RouteImpl::Dispatch_l(Action& action) {
     case Type::DELETE_ALL: action.deleteAll.ret = DeleteAll_l(); break;
     case Type::EXIT: Exit_l(); break;
     case Type::SET_DUMP: SetDump_l(action.setDump.path); break;
-    default: LOG_FROM('E', "ProcessActions", "%s: Unknown action: %s", name.c_str(), TypeName(action.type));
+    default: LOG_FROM('E', "ProcessActions", "%s: Unknown action: %s", name.c_str(), vorn::TypeName(action.type));
   }
 }
 

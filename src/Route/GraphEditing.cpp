@@ -1,50 +1,20 @@
-#include <dlfcn.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <exception>
 #include <memory>
 #include <new>
-#include <string_view>
 
 #include "Block/Topology.h"
 #include "Block/Whereabouts.h"
 #include "Line.h"
 #include "Log.h"
+#include "Route/LoadedBlock.h"
 #include "Route/RouteImpl.h"
 
 namespace vorn {
 namespace {
 
 constexpr int REFUSED = -20;
-constexpr std::size_t LAST_NUMBER = 4294967294;  // of blocks and of links
-
-using CreateBlockFunction = Block* (*)(bool first, bool last, const std::vector<std::string>& args);
-
-/** What stands before the last ".so" of a file name, less "lib" in front; empty where there is nothing. */
-std::string BaseName(const std::string& soFileName) {
-  const std::size_t end = soFileName.rfind(".so");
-  if (end == std::string::npos) return {};
-  const std::size_t begin = soFileName.compare(0, 3, "lib") == 0 ? 3 : 0;
-  return end > begin ? soFileName.substr(begin, end - begin) : std::string();
-}
-
-struct CloseHandle {
-  void operator()(void* handle) const { dlclose(handle); }
-};
-using Handle = std::unique_ptr<void, CloseHandle>;
-
-Block* CallCreateBlock(void* function, bool first, bool last, const std::vector<std::string>& args) {
-  try {
-    return reinterpret_cast<CreateBlockFunction>(function)(first, last, args);
-  } catch (...) {
-    return nullptr;  // as if it had said so itself
-  }
-}
-
-/** What a name was made of. */
-std::string_view StemOf(std::string_view name) { return name.substr(0, name.rfind('_') + 1); }
-std::size_t NumberOf(const std::string& name) { return std::strtoul(&name[StemOf(name).size()], nullptr, 10); }
 
 template <class Instances>
 typename Instances::value_type FindByName(const Instances& instances, const std::string& name) {
@@ -61,38 +31,20 @@ Block* RouteImpl::NewBlock_l(const std::string& soFileName, bool first, bool las
   LOG_D("%s: soFileName=%s, first=%d, last=%d", name.c_str(), soFileName.c_str(), first, last);
   for (std::size_t i = 0; i < args.size(); ++i) LOG_D("%s: args[%zu]=%s", name.c_str(), i, args[i].c_str());
 
-  const std::string baseName = BaseName(soFileName);
-  if (baseName.empty()) {
-    LOG_E("%s: Invalid so file name", name.c_str());
-    return nullptr;
-  }
-  Whereabouts::InFile(soFileName.c_str());  // it has no name yet
-  Handle handle(dlopen(soFileName.c_str(), RTLD_LAZY));
-  if (!handle) {
-    LOG_E("%s: Can't open %s", name.c_str(), soFileName.c_str());
-    LOG_D("%s: %s", name.c_str(), dlerror());
-    return nullptr;
-  }
-  void* function = dlsym(handle.get(), "CreateBlock");
-  if (!function) {
-    LOG_E("%s: Can't find 'CreateBlock' function in %s", name.c_str(), soFileName.c_str());
-    return nullptr;
-  }
-  std::unique_ptr<Block> block(CallCreateBlock(function, first, last, args));  // goes before its code does
-  if (!block) {
-    LOG_E("%s: CreateBlock() returns nullptr", name.c_str());
-    return nullptr;
-  }
-  if (!NameBlock_l(*block, baseName)) {
+  std::string why;
+  LoadedBlock loaded = LoadBlock(name, soFileName, first, last, args, why);
+  if (!loaded.block) return nullptr;
+  Block* const block = loaded.block.get();
+  if (!NameBlock_l(*block, BaseName(soFileName))) {
     LOG_E("%s: Unable to give a name to this block", name.c_str());
-    static_cast<void>(handle.release());  // a block that got no name stays, and so does its code
-    return block.release(), nullptr;
+    static_cast<void>(loaded.handle.release());  // a block that got no name stays, and so does its code
+    return loaded.block.release(), nullptr;
   }
   if (soHandles.size() == soHandles.capacity()) soHandles.reserve(2 * soHandles.size() + 8);
   EnterBlock_l(*block, {soFileName, args});
-  soHandles.push_back(handle.release());
+  soHandles.push_back(loaded.handle.release());
   WarnOfDump_l(*block);
-  return block.release();
+  return loaded.block.release();
 }
 
 /** All or nothing, where memory runs out. */
@@ -102,7 +54,7 @@ void RouteImpl::EnterBlock_l(Block& block, Origin origin) try {
   blocks.insert(&block);
   origins[&block] = std::move(origin);
   if (!startsAll) added.push_back(&block);
-  blockNumbers.find(StemOf(block.name))->second.Take(NumberOf(block.name));
+  TakeNumber_l(block.name);
 } catch (const std::bad_alloc&) {
   RemoveBlock_l(block);
   throw;
@@ -114,14 +66,23 @@ void RouteImpl::RemoveBlock_l(Block& block) {
   origins.erase(&block);
   callTimes.erase(&block);
   blocks.erase(&block);
-  blockNumbers.find(StemOf(block.name))->second.Release(NumberOf(block.name));
+  std::erase(added, &block);
+  ReleaseNumber_l(block.name);
+}
+
+void RouteImpl::TakeNumber_l(const std::string& blockName) {
+  blockNumbers.find(StemOf(blockName))->second.Take(NumberOf(blockName));
+}
+
+void RouteImpl::ReleaseNumber_l(const std::string& blockName) {
+  blockNumbers.find(StemOf(blockName))->second.Release(NumberOf(blockName));
 }
 
 bool RouteImpl::NameBlock_l(Block& block, const std::string& baseName) {
   const char* subname = block.Subname();
   const std::string stem = baseName + (subname && *subname ? "_" + std::string(subname) : "") + "_";
   const std::size_t number = blockNumbers[stem].Lowest();
-  if (number > LAST_NUMBER) return false;
+  if (number > Numbers::LAST) return false;
   block.board = &board;
   block.SetName(name, stem + std::to_string(number), &dumpPath);
   return true;
@@ -156,7 +117,7 @@ Link* RouteImpl::NewLink_l(unsigned int rate, SampleFormat format, unsigned int 
     return nullptr;
   }
   const std::size_t number = linkNumbers.Lowest();
-  if (number > LAST_NUMBER) {
+  if (number > Numbers::LAST) {
     LOG_E("%s: Unable to give a name to this link", name.c_str());
     return nullptr;
   }

@@ -3,12 +3,17 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdlib>
+#include <string>
+#include <string_view>
 #include <vector>
 
 namespace vorn {
 
 class Numbers {
  public:
+  static constexpr std::size_t LAST = 4294967294;  // of blocks and of links
+
   /** The lowest that is free. Throws std::bad_alloc where there is no room to take it. */
   std::size_t Lowest() {
     if (lowest == taken.size()) taken.push_back(false);
@@ -28,5 +33,9 @@ class Numbers {
   std::vector<bool> taken;
   std::size_t lowest = 0;  // all below are taken
 };
+
+/** What stands before the number of a name. */
+inline std::string_view StemOf(std::string_view name) { return name.substr(0, name.rfind('_') + 1); }
+inline std::size_t NumberOf(const std::string& name) { return std::strtoul(&name[StemOf(name).size()], nullptr, 10); }
 
 }  // namespace vorn

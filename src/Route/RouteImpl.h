@@ -2,6 +2,10 @@
 //
 // ActionQueue.cpp    requests: from the caller through the queue to their handlers
 // GraphEditing.cpp   the handlers that change the graph and talk to its blocks
+// EditRequest.cpp    edits, several changes as one: from the caller to the route's thread and back
+// EditPlan.cpp       what the graph is to be, worked out before anything is touched
+// EditChange.cpp     the change itself, which happens or leaves no trace
+// LoadedBlock.cpp    from a plug-in's file to a block
 // StatusMachine.cpp  start, stop, the check of the graph, and what the thread does next
 // FrameLoop.cpp      the thread: frame cycles
 // Outlook.cpp        what it shows to those who look from outside
@@ -34,7 +38,11 @@
 
 namespace vorn {
 
+struct EditJob;
+
 class RouteImpl : public Route {
+  friend class GraphEdit;
+
  public:
   enum Status : std::int32_t { STOPPED = 0, RUNNING = 1, BROKEN_RUNNING = 2, EXIT = 3 };
 
@@ -53,6 +61,9 @@ class RouteImpl : public Route {
   int DeleteAll() override;
   void SetDump(const char* path) override;
   void ExecuteActions(Action* actions, std::size_t count) override;
+
+  /** Has the route's thread carry it out, and waits for that. Throws std::bad_alloc. */
+  void CarryOut(EditJob& job);
 
   // For the end of the process.
 
@@ -123,7 +134,8 @@ class RouteImpl : public Route {
 
  private:
   struct ActionPlus {
-    Route::Action* action = nullptr;          // the caller's, who waits
+    Route::Action* action = nullptr;  // the caller's, who waits; or else:
+    EditJob* edit = nullptr;
     std::condition_variable* done = nullptr;  // with the last action of a batch, else null
     bool* finished = nullptr;                 // goes with done: a waiter that wakes without it sleeps on
   };
@@ -142,6 +154,7 @@ class RouteImpl : public Route {
 
   static Entries NewEntries(std::size_t count);
   void Await(Entries& entries, Action* actions);
+  void Await(Entries& entries);
 
   // The route's thread.
   static void MainThread(RouteImpl* route);
@@ -180,6 +193,8 @@ class RouteImpl : public Route {
   // The route's thread, with the mutex held; the frame cycle alone calls Stop_l without it.
   void ProcessActions();
   static void Release_l(const ActionPlus& entry);
+  static const char* TypeName(const ActionPlus& entry);
+  void Dispatch_l(const ActionPlus& entry);
   void Dispatch_l(Route::Action& action);
   Block* NewBlock_l(const std::string& soFileName, bool first, bool last, const std::vector<std::string>& args);
   Link* NewLink_l(unsigned int rate, SampleFormat format, unsigned int channels, long samplesPerFrame, Block* source,
@@ -198,7 +213,11 @@ class RouteImpl : public Route {
   int DeleteAll_l();
   void SetDump_l(const char* path);
   bool NameBlock_l(Block& block, const std::string& baseName);
+  void TakeNumber_l(const std::string& blockName);
+  void ReleaseNumber_l(const std::string& blockName);
   void WarnOfDump_l(const Block& block) const;
+  static bool IsStarted(const Block& block) { return block.started; }
+  static void SetBoard(Block& block, RouteBoard* itsBoard) { block.board = itsBoard; }
   void EnterBlock_l(Block& block, Origin origin);
   void RemoveBlock_l(Block& block);
   void DestroyLink_l(Link* link);

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "testkit/TestGraph.h"
+#include "testkit/Wait.h"
 
 namespace {
 
@@ -65,6 +66,30 @@ TEST_F(Alsa, AnswersWhatTheDeviceDoesAndRefusesAnUnknownOne) {
   EXPECT_LT(graph->GetParameter(source, vorn::PARAMETER_STREAMS, streams), 0);
   ASSERT_TRUE(graph.Chain({source, graph.Add("testsink", {}, false, true)}, {}));
   EXPECT_LT(graph->Start(), 0);
+}
+
+// Red if an edit costs or doubles a sample where a device sets the pace, on its own link or behind it.
+TEST_F(Alsa, LosesNothingWhileItsGraphIsEdited) {
+  const Samples spoken = Count(1000000);
+  testkit::WriteSamples(folder / "recorded", spoken);
+  {
+    Graph graph;
+    vorn::Block* source = graph.Add("alsasource", {"recorder", "rate=48000", "channels=1"});
+    vorn::Block* sink = graph.Add("alsasink", {"player"});
+    ASSERT_TRUE(graph.Chain({source, sink}, {.channels = 1, .frame = 48}));
+    ASSERT_EQ(graph->Start(), 0);
+    const auto played = [&] { return std::filesystem::file_size(folder / "played") / sizeof spoken[0]; };
+    for (int round = 0; round < 20 || played() < spoken.size() / 2; ++round) {
+      EXPECT_TRUE(graph->Insert("lnk_0", "libgain.so", {}).ok);
+      EXPECT_TRUE(graph->Tap("lnk_0", "libtestsink.so", {}).ok && graph->Remove("gain_0").ok);
+      EXPECT_TRUE(graph->Remove("testsink_0").ok && graph->Remove("tee_0").ok);
+    }
+    EXPECT_TRUE(testkit::WaitUntil([&] { return played() >= spoken.size(); }));
+    EXPECT_EQ(graph->Stop(), 0);
+  }
+  Samples heard = testkit::ReadSamples(folder / "played");
+  heard.resize(spoken.size());
+  EXPECT_EQ(heard, spoken);
 }
 
 }  // namespace

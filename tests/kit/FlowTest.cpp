@@ -129,6 +129,27 @@ TEST(Flow, WhatWaitsInAJoinLeavesWhenTheOtherLinkGoes) {
   EXPECT_EQ(join.board.holders, 0);
 }
 
+// Red if what waits is lost because another block sends it now, or that block does not hear that nothing is wanted.
+TEST(Flow, GoesOnWhereAnotherBlockIsItsNeighbour) {
+  Bench join(2, 1);
+  EXPECT_EQ(join.Cycle("12", "-"), "-");
+  join.flow.Meet(true, 0, true);
+  EXPECT_EQ(join.board.foreignLinks, 1);
+  join.flow.Meet(true, 0, false);
+  EXPECT_EQ(join.board.foreignLinks, 0);
+  EXPECT_EQ(join.Cycle("-", "34"), "46");
+  join.asked.clear();
+  join.Hear("D");
+  EXPECT_EQ(join.Asked(), "0D 1D ");
+  join.asked.clear();
+  join.flow.Meet(true, 1, false);
+  EXPECT_EQ(join.Asked(), "1D ");
+  join.flow.Meet(false, 0, false);
+  join.asked.clear();
+  join.flow.Meet(true, 1, false);
+  EXPECT_EQ(join.Asked(), "");
+}
+
 // Red if a join goes on before all inputs arrived, loses what came early, or does not make the one ahead wait, alone.
 TEST(Flow, JoinWaitsForAllInputsAndLinesThemUp) {
   Bench join(2, 1);

@@ -103,13 +103,14 @@ struct Plain : vorn::Block {
   long ProcessFrame() override {
     for (const auto& [index, ep] : ActiveInEps()) ep->FB()->samples = 0;
     for (const auto& [index, ep] : ActiveOutEps()) ep->FB()->samples = ep->FB()->samplesPerFrame;
-    if (!IsFirst()) return vorn::FRAME_DONE;
+    if (!IsFirst() || !isOpen) return vorn::FRAME_DONE;
     if (++cycles > 10) witness::Watch();
     if (cycles < 1000) return vorn::FRAME_DONE;
     return witness::Rest(), vorn::FRAME_END_OF_FILE;
   }
   const int start;
   long cycles = 0;
+  std::atomic<bool> isOpen{true};
 };
 
 struct Ended : vorn::Route::Callbacks {
@@ -138,6 +139,27 @@ TEST(RealTime, TheEngineDoesNothingButArithmeticAlsoWhereABlockHasNotStartedYet)
     EXPECT_EQ(witness::seen.Text(), "") << start << ": " << Told(witness::seen);
     witness::seen.memory = 1;  // to be seen anew
   }
+}
+
+// Red if an edit leaves cycles something to do that they did not have to do before.
+TEST(RealTime, CyclesAreTheSameAfterEdits) {
+  Ended ended;
+  vorn::Route* const route = vorn::Vorn::Instance()->NewRoute("RouteA", &ended);
+  const std::function<vorn::Block*(bool, bool)> make = [](bool f, bool l) { return new Plain(f, l, 0); };
+  const std::vector<std::string> args{std::to_string(reinterpret_cast<std::uintptr_t>(&make))};
+  auto* const first = static_cast<Plain*>(route->NewBlock("libprobe.so", true, false, args));
+  first->isOpen = false;
+  route->NewLink(48000, vorn::SampleFormat::S16_LE, 2, 480, first, 0, route->NewBlock("libprobe.so", false, true, args),
+                 0);
+  route->Start();
+  const vorn::EditResult inserted = route->Insert("lnk_0", "libprobe.so", args);
+  EXPECT_TRUE(inserted.ok) << inserted.reason;
+  EXPECT_TRUE(route->Insert("lnk_0", "libgain.so", {}).ok && route->Tap("lnk_1", "libprobe.so", args).ok);
+  EXPECT_TRUE(route->Remove(inserted.made.at(0).block).ok && !route->Insert("lnk_0", "libgain.so", {"x"}).ok);
+  first->isOpen = true;
+  EXPECT_TRUE(testkit::WaitUntil([&] { return ended.is.load(); }));
+  vorn::Vorn::Instance()->DeleteRoute(route);
+  EXPECT_EQ(witness::seen.Text(), "") << Told(witness::seen);
 }
 
 }  // namespace

@@ -59,6 +59,16 @@ enum KitCommand : unsigned {
   KIT_MEASURE = 0x564B0009,           ///< Works out the readings that are worked out when asked. `arg` is not used. 0.
 
   KIT_REQUEST = 0x564B0010,  ///< Between blocks of one route, on its thread. `arg` is a KitRequest*.
+
+  // From the route, on its thread. Neither allocates. 0.
+  KIT_MEET = 0x564B0011,   ///< An edit has put another block behind or before this one. `arg` is a KitNeighbour*.
+  KIT_SHARE = 0x564B0012,  ///< Block::Board() is another one now. `arg` is not used.
+};
+
+/** Which endpoint has a new block at the other end of its link, whose stream goes on. */
+struct KitNeighbour {
+  bool input;
+  std::size_t index;
 };
 
 /** A request from the block behind an output. */

@@ -26,8 +26,41 @@ inline void Flow::Share(RouteBoard* newBoard) {
 }
 
 inline void Flow::Link(std::vector<Port> newInputs, std::vector<Port> newOutputs) {
+  OpenQueues(newInputs);
   inputs = std::move(newInputs);
   outputs = std::move(newOutputs);
+  CountLinks();
+}
+
+inline void Flow::Unlink(bool input, std::size_t index) {
+  std::vector<Port>& ports = Ports(input);
+  ports.erase(std::remove_if(ports.begin(), ports.end(), [=](const Port& port) { return port.index == index; }),
+              ports.end());
+  CountLinks();
+}
+
+// Whoever stood there may have heard that this block takes nothing any more; who stands there now has not.
+inline void Flow::Meet(bool input, std::size_t index, bool isForeign) {
+  for (Port& port : Ports(input)) {
+    if (port.index == index) port.foreign = isForeign;
+  }
+  if (!input) unwanted &= ~(1U << index);
+  CountLinks();
+  if (input && (IsDoneWith(index) || IsUnwanted())) owner.Ask(index, Request::DONE);
+}
+
+inline void Flow::OpenQueues(const std::vector<Port>& newInputs) {
+  for (const Port& in : newInputs) {
+    if (!in.lined || queues[in.index]) continue;
+    auto queued = std::make_unique<Queued>();
+    // A second of room, or a few frames where they are longer: what paths of different delay usually are apart.
+    queued->queue.Open(*in.fb, std::max<long>(in.fb->rate, 8 * in.fb->samplesPerFrame));
+    queues[in.index] = std::move(queued);
+  }
+}
+
+/** What follows from the ports. */
+inline void Flow::CountLinks() {
   linkedOutputs = foreignOutputs = 0;
   long foreign = 0;
   isJoin = false;
@@ -50,12 +83,6 @@ inline void Flow::Link(std::vector<Port> newInputs, std::vector<Port> newOutputs
   unwanted &= linkedOutputs;
   for (std::size_t i = 0; i < queues.size(); ++i) {
     if ((linkedInputs >> i & 1U) == 0) queues[i].reset();
-  }
-  for (const Port& in : inputs) {
-    if (!in.lined || queues[in.index]) continue;
-    queues[in.index] = std::make_unique<Queued>();
-    // A second of room, or a few frames where they are longer: what paths of different delay usually are apart.
-    queues[in.index]->queue.Open(*in.fb, std::max<long>(in.fb->rate, 8 * in.fb->samplesPerFrame));
   }
   board->foreignLinks += foreign - foreignLinks;
   foreignLinks = foreign;
@@ -399,7 +426,7 @@ inline long Flow::SendEnd() {
     isOver = true;
     ++board->moves;
     for (const Port& in : inputs) {
-      if (quit || !HasEnded(in.index)) owner.Ask(in.index, Request::DONE);
+      if (IsDoneWith(in.index)) owner.Ask(in.index, Request::DONE);
     }
     owner.OnOver();
   }

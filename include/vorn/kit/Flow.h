@@ -92,8 +92,15 @@ class Flow {
 
   /** Before anything else. The board outlives the Flow or the next call. */
   void Share(RouteBoard* newBoard);
-  /** The endpoints that are linked now, by index. */
+  /** The endpoints that are linked now, by index. Throws std::bad_alloc, and changes nothing then. */
   void Link(std::vector<Port> newInputs, std::vector<Port> newOutputs);
+  /** An endpoint that is not linked any more. Allocates nothing. */
+  void Unlink(bool input, std::size_t index);
+  /**
+   * The link of this endpoint has another block at its other end now, and its stream goes on: what waits here stays.
+   * Allocates nothing.
+   */
+  void Meet(bool input, std::size_t index, bool isForeign);
   /** What an input shows while nothing is linked to it. */
   void ShowUnlinked(std::size_t input, const FrameBuffer* fb) { frames[input] = fb; }
   /** The block waits for something outside of its route. Before anything is linked. */
@@ -145,6 +152,9 @@ class Flow {
     FrameBuffer front;
   };
 
+  std::vector<Port>& Ports(bool input) { return input ? inputs : outputs; }
+  void OpenQueues(const std::vector<Port>& newInputs);
+  void CountLinks();
   void Renew();
   Role RoleNow() const;
   void CountRole(Role counted, long by);
@@ -177,6 +187,7 @@ class Flow {
   long Send(Mark mark);
   long SendEnd();
   bool IsRouteOver();
+  bool IsDoneWith(std::size_t input) const { return isOver && (quit || !HasEnded(input)); }
 
   int Leads();
   int AskAll(Request request);

@@ -206,6 +206,8 @@ class PluginBlock : public Block, protected FlowOwner {
   Refusal CheckVersion(const Endpoint& ep) const;
   void RememberStreams();
   bool IsUnlinked() const;
+  static bool IsForeign(const Endpoint& ep);
+  int MeetNeighbour(const KitNeighbour& neighbour);
   void LinkFlow();
   long RunFlow();
   long RunCounted();
@@ -383,22 +385,30 @@ inline int PluginBlock::OnOutEpLinked(unsigned long index) {
 }
 
 inline void PluginBlock::OnInEpUnlinked(unsigned long index) {
-  LinkFlow();
+  flow.Unlink(true, index);
   flow.ShowUnlinked(index, InEp(index).FB());
 }
 
-inline void PluginBlock::OnOutEpUnlinked(unsigned long) { LinkFlow(); }
+inline void PluginBlock::OnOutEpUnlinked(unsigned long index) { flow.Unlink(false, index); }
+
+inline bool PluginBlock::IsForeign(const Endpoint& ep) {
+  return ep.Peer() != nullptr && ep.Peer()->Owner()->ioctl(KIT_GET_VERSION, nullptr) < 0;
+}
+
+/** The block at the other end of a link is another one. */
+inline int PluginBlock::MeetNeighbour(const KitNeighbour& neighbour) {
+  const auto [input, index] = neighbour;
+  flow.Meet(input, index, input ? IsForeign(InEp(index)) : IsForeign(OutEp(index)));
+  return 0;
+}
 
 /** Keeps the linked endpoints in a flat list, so that the path of a frame walks no map. */
 inline void PluginBlock::LinkFlow() {
-  const auto isForeign = [](const Endpoint& ep) {
-    return ep.Peer() != nullptr && ep.Peer()->Owner()->ioctl(KIT_GET_VERSION, nullptr) < 0;
-  };
   const bool lined = description.inputs.most > 1 && LinesUpInputs();
   std::vector<Flow::Port> inputs;
   std::vector<Flow::Port> outputs;
-  for (const auto& [index, ep] : ActiveInEps()) inputs.push_back({index, ep->FB(), isForeign(*ep), lined});
-  for (const auto& [index, ep] : ActiveOutEps()) outputs.push_back({index, ep->FB(), isForeign(*ep)});
+  for (const auto& [index, ep] : ActiveInEps()) inputs.push_back({index, ep->FB(), IsForeign(*ep), lined});
+  for (const auto& [index, ep] : ActiveOutEps()) outputs.push_back({index, ep->FB(), IsForeign(*ep)});
   flow.Share(Board());
   flow.Link(std::move(inputs), std::move(outputs));
 }
@@ -608,6 +618,8 @@ inline int PluginBlock::ioctl(unsigned int cmd, void* arg) {
     case KIT_RESUME: return ClearInterrupt(), 0;
     case KIT_MEASURE: return MeasureAll();
     case KIT_ATTACH_INTERRUPT: return interrupt = arg != nullptr ? static_cast<Interrupt*>(arg) : &ownInterrupt, 0;
+    case KIT_MEET: return MeetNeighbour(*static_cast<const KitNeighbour*>(arg));
+    case KIT_SHARE: return flow.Share(Board()), 0;
     case KIT_FOLLOW: return flow.Follow(), 0;
     case KIT_ATTACH_PRODUCER:
       if ((description.flags & BLOCK_READS_FIFO) == 0) return -20;
