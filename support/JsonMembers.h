@@ -48,9 +48,9 @@ inline const Json& Named(const Json& list, const std::string& name) {
   return nothing;
 }
 
-/** As text, whatever bytes its strings have. */
+/** As text in ASCII, whatever bytes its strings have: a terminal obeys nothing in it. */
 inline std::string ToText(const Json& json, int indent = -1) {
-  return json.dump(indent, ' ', false, Json::error_handler_t::replace);
+  return json.dump(indent, ' ', true, Json::error_handler_t::replace);
 }
 
 }  // namespace support

@@ -98,9 +98,11 @@ std::string UserName(uid_t uid) {
 
 bool IsTrusted(uid_t uid) { return uid == 0 || uid == geteuid(); }
 
-std::string WhyNotTrusted(const Peer& peer) {
+std::string NotAllowed(const Peer& peer) {
   const std::string user = UserName(peer.uid);
-  return "not trusted: " + Describe(peer) + " belongs to " + user + ", who is neither root nor you; ask it as " + user;
+  const bool isStranger = !IsTrusted(peer.uid);
+  return "not allowed: " + Describe(peer) + " belongs to " + user +
+         (isStranger ? ", who is neither root nor you: what it says is not to be trusted" : "") + "; ask it as " + user;
 }
 
 // A socket that listens has the flag 00010000 (__SO_ACCEPTCON); the connections to it bear its name too.
@@ -200,7 +202,7 @@ bool MonitorClient::Connect(const Deadline& deadline, MonitorReply& failure) {
   if (fd < 0) return failure = Failure(MonitorOutcome::NOBODY, std::strerror(errno)), false;
   peer = PeerOf(fd);
   if (IsTrusted(peer.uid)) return true;
-  failure = Failure(MonitorOutcome::NOT_ALLOWED, WhyNotTrusted(peer));
+  failure = Failure(MonitorOutcome::NOT_ALLOWED, NotAllowed(peer));
   return Close(), false;
 }
 
@@ -245,17 +247,27 @@ MonitorReply MonitorClient::Ask(const std::vector<std::string>& words, const Mon
   return AskLine(ToRequest(words), patience);
 }
 
-MonitorReply MonitorClient::AskLine(const std::string& line, const MonitorPatience& patience) {
+bool MonitorClient::Post(const std::string& line, const Deadline& deadline, MonitorReply& failure) {
   constexpr std::string_view UNSENDABLE("\n\r\0", 3);
   if (line.size() >= LONGEST_REQUEST || line.find_first_of(UNSENDABLE) != line.npos) {
-    return Failure(MonitorOutcome::NONSENSE, "a request is one line of up to 65535 bytes");
+    return failure = Failure(MonitorOutcome::NONSENSE, "a request is one line of up to 65535 bytes"), false;
   }
+  if (!Connect(deadline, failure)) return false;
+  return Send(line, deadline, failure) || (Close(), false);
+}
+
+MonitorReply MonitorClient::AskLine(const std::string& line, const MonitorPatience& patience) {
   const Deadline deadline(patience);
-  MonitorReply failure;
-  if (!Connect(deadline, failure)) return failure;
-  if (!Send(line, deadline, failure)) return Close(), failure;
-  MonitorReply reply = Receive(deadline);
+  MonitorReply reply;
+  if (!Post(line, deadline, reply)) return reply;
+  reply = Receive(deadline);
   if (!reply.IsDone() && reply.outcome != MonitorOutcome::FAILED) Close();
+  return reply;
+}
+
+MonitorReply MonitorClient::Post(const std::vector<std::string>& words, const MonitorPatience& patience) {
+  MonitorReply reply;
+  if (Post(ToRequest(words), Deadline(patience), reply)) reply.outcome = MonitorOutcome::DONE;
   return reply;
 }
 

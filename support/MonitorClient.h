@@ -37,12 +37,12 @@ std::string Describe(const Peer& peer);
 std::string UserName(uid_t uid);
 
 /**
- * Whether to believe what a process of this user says: root's, and one's own. For root as well, since anybody can take
+ * Whether to believe what a process of this user says: root's, and one's own. The same for root, since anybody can take
  * the address of a process that is gone.
  */
 bool IsTrusted(uid_t uid);
-/** Why not, and what to do, in one line without an end. */
-std::string WhyNotTrusted(const Peer& peer);
+/** What to say of a process that is not to be trusted, or does not serve this user; one line without its end. */
+std::string NotAllowed(const Peer& peer);
 
 /** The processes of this network namespace that have a monitor, by their numbers; each once, in order. */
 std::vector<pid_t> FindMonitors();
@@ -90,9 +90,11 @@ class MonitorClient {
   /** The same with a line of the protocol. */
   MonitorReply AskLine(const std::string& line, const MonitorPatience& patience = {});
 
+  /** Sends a request and leaves its reply to Next(); for one who waits for several things. DONE when it was sent. */
+  MonitorReply Post(const std::vector<std::string>& words, const MonitorPatience& patience = {});
   /**
-   * The next line that comes by itself, after `watch` or `events`. LATE when none comes in time: the connection stays,
-   * and what has come of a line is kept.
+   * The next line: what comes by itself, after `watch` or `events`, or the reply to what was posted. LATE when none
+   * comes in time: the connection stays, and what has come of a line is kept.
    */
   MonitorReply Next(const MonitorPatience& patience = {});
 
@@ -112,6 +114,7 @@ class MonitorClient {
   class Deadline;
 
   bool Connect(const Deadline& deadline, MonitorReply& failure);
+  bool Post(const std::string& line, const Deadline& deadline, MonitorReply& failure);
   bool Send(std::string line, const Deadline& deadline, MonitorReply& failure);
   MonitorReply Receive(const Deadline& deadline);
   bool Wait(short events, const Deadline& deadline, MonitorReply& failure) const;
