@@ -8,6 +8,7 @@
 
 #include <vorn/kit/Streams.h>
 
+#include "Edits.h"
 #include "LocalCommands.h"
 
 namespace vrdb {
@@ -58,13 +59,14 @@ Takes KindOf(std::string_view name) {
       {"CHANNELS", Takes::UNSIGNED}, {"SAMPLES", Takes::INTEGER}, {"OUT", Takes::UNSIGNED},
       {"IN", Takes::UNSIGNED},       {"KEY", Takes::PARAMETER},   {"VALUE", Takes::VALUE},
       {"PATH", Takes::DUMP_FOLDER},  {"LEVEL", Takes::INTEGER},   {"FILE", Takes::OWN_FILE},
-      {"COMMAND", Takes::COMMAND},
+      {"COMMAND", Takes::COMMAND},   {"LINK", Takes::LINK},       {"PLUG-IN", Takes::KIND},
   };
-  return name.substr(0, 1) == "-" ? Takes::OPTION : KINDS.at(name);
+  return name.substr(0, 1) == "-" || name == "on|off" ? Takes::OPTION : KINDS.at(name);
 }
 
 // "newblock ROUTE ... [ARG ...]": one argument a word, or a pair of brackets.
 std::vector<Argument> ReadArguments(std::string_view usage) {
+  if (usage.find('{') != usage.npos) return {{"COMMAND", Takes::EDIT, Count::ANY}};
   std::vector<Argument> arguments;
   for (auto at = usage.find(' '); at != std::string_view::npos;) {
     const bool optional = usage[at + 1] == '[';
@@ -81,7 +83,8 @@ std::vector<Argument> ReadArguments(std::string_view usage) {
 
 Command Make(std::string_view usage, std::string_view help, Verdict verdict, Runner run,
              std::string_view details = "") {
-  return {usage.substr(0, usage.find(' ')), usage, ReadArguments(usage), help, details, verdict, run};
+  const bool changes = run == nullptr || run == RunParameter || run == RunEdit;
+  return {usage.substr(0, usage.find(' ')), usage, ReadArguments(usage), help, details, verdict, run, changes};
 }
 
 constexpr Runner SEND = nullptr;
@@ -111,7 +114,7 @@ std::vector<Command> MakeCommands() {
            "KEY is the parameter's number, or its name where the block tells names."),
       Make("getparam ROUTE BLOCK KEY", "Show a parameter of a block", FailedIf("Failed to get parameter\n"),
            RunParameter, "KEY is the parameter's number, or its name where the block tells names."),
-      Make("params ROUTE BLOCK", "List the parameters of a block, where it tells them", LOCAL, RunParams),
+      Make("params [ROUTE] [BLOCK]", "List the parameters and readings of blocks that tell them", LOCAL, RunParams),
       Make("delete ROUTE INSTANCE", "Delete a block or a link, or with ! the whole route", DoneIf("Deleted "), SEND,
            "A block takes its links along. Most command interpreters want the ! quoted: '!'."),
       Make("setdump PATH", "Write what blocks put out, and the log, to a folder", DoneIf("Done\n"), SEND,
@@ -119,9 +122,29 @@ std::vector<Command> MakeCommands() {
            ".pcm, the log goes to vorn.log. With -- in place of PATH both end."),
       Make("loglevel LEVEL", "Set how much the process logs", DoneIf("Success\n"), SEND,
            "0 nothing, 2 errors, 3 warnings, 4 changes of state, 5 tracing, 6 every frame."),
+      Make("insert ROUTE LINK PLUG-IN [ARG ...]", "Put a block into a link, without a gap", LOCAL, RunEdit,
+           "Carried out between two cycles, as are remove, replace, tap and edit: whole or not\n"
+           "at all, and no other block stops. PLUG-IN is a block's name (gain) or its file."),
+      Make("remove ROUTE BLOCK", "Take a block out and join its neighbours, without a gap", LOCAL, RunEdit),
+      Make("replace ROUTE BLOCK PLUG-IN [ARG ...]", "Put another block in a block's place, without a gap", LOCAL,
+           RunEdit, "The links stay."),
+      Make("tap ROUTE LINK PLUG-IN [ARG ...]", "Hang a block beside a link, without a gap", LOCAL, RunEdit,
+           "What goes through the link reaches the block as well, by a tee where there is none."),
+      Make("edit { COMMAND ; COMMAND ... }", "Make several changes of one route at once, without a gap", LOCAL, RunEdit,
+           "A COMMAND is newblock, newlink, delete, setparam, insert, remove, replace or tap.\n"
+           "Command interpreters want it quoted: vrdb edit 'COMMAND; COMMAND'."),
+      Make("why [ROUTE]", "Say why a route does what it does, or each of them", LOCAL, RunWhy),
+      Make("timing [on|off] [--json]", "Show what blocks and cycles take, or switch measuring on or off", LOCAL,
+           RunTiming,
+           "Times are in microseconds, without the time that a block slept. share: the part of a\n"
+           "frame's duration. Measuring costs a reading of the clock a block."),
+      Make("events [-f|--follow] [--json]", "Show what happened; with -f also what happens from now on", LOCAL,
+           RunEvents),
+      Make("log", "Show the last lines of the process's log", LOCAL, RunLog),
+      Make("processes [--json]", "List the processes that use libvorn, and their routes", LOCAL, RunProcesses),
       Make("top [--batch] [--json] [-n COUNT] [-i SECONDS]", "Watch routes and FIFOs live", LOCAL, RunTop,
-           "q ends, space pauses, + and - change the interval. --batch prints plain lines\n"
-           "instead, --json an object a line; with -n COUNT times."),
+           "q ends, h shows the keys. --batch prints plain lines instead, --json an object a\n"
+           "line; with -n COUNT times."),
       Make("graph [FILE]", "Draw what is there into FILE.svg, .png, .pdf or .dot", LOCAL, RunGraph,
            "Drawing takes Graphviz. Without FILE the text of the graph is printed."),
       Make("help [COMMAND]", "List the commands, or explain one", LOCAL, RunHelp),

@@ -22,7 +22,9 @@ enum class Takes {
   FREE_ROUTE,    ///< the name of a route that is not there yet
   BLOCK,         ///< of the route named before it
   INSTANCE,      ///< a block or a link of that route, or '!'
+  LINK,          ///< of the route named before it
   PLUGIN,        ///< a plug-in, by its bare name or as a file of the process
+  KIND,          ///< the same, also without lib and .so
   BOOLEAN,       ///< true or false
   FORMAT,        ///< a sample format that the console takes
   UNSIGNED,      ///< 0 to 4294967295
@@ -32,6 +34,7 @@ enum class Takes {
   PROCESS_FILE,  ///< anything; file names as the process sees them complete it
   OWN_FILE,      ///< a file where vrdb runs
   COMMAND,
+  EDIT,    ///< commands in braces
   VALUE,   ///< of the parameter named before it
   OPTION,  ///< may stand anywhere; the command checks it
 };
@@ -59,7 +62,8 @@ struct Command {
   std::string_view help;     ///< one line
   std::string_view details;  ///< lines that `help WORD` adds; may be empty
   Verdict verdict;
-  Runner run;  ///< null: the words are sent as they are
+  Runner run;    ///< null: the words are sent as they are
+  bool changes;  ///< asks first where it would wait for a route, or stop one; takes --wait and --force
 };
 
 const std::vector<Command>& Commands();

@@ -5,11 +5,14 @@
 #include <fstream>
 
 #include "CommandTable.h"
+#include "Names.h"
 
 namespace vrdb {
 namespace {
 
 namespace fs = std::filesystem;
+using support::ListOf;
+using support::TextOf;
 
 enum class Files { ALL, FOLDERS, PLUGINS };
 
@@ -65,58 +68,58 @@ Words Plugins(const std::string& start, const std::string& process) {
   return FileNames(start, process, Files::FOLDERS) + InstalledPlugins(process);
 }
 
-Words RouteNames(const Report& report) {
+// "libgain.so" is "gain" for an edit.
+Words Kinds(const std::string& start, const std::string& process) {
+  Words kinds = Plugins(start, process);
+  for (std::string& kind : kinds) {
+    const bool isBare = kind.rfind("lib", 0) == 0 && kind.size() > 6 && kind.compare(kind.size() - 3, 3, ".so") == 0;
+    if (isBare) kind = kind.substr(3, kind.size() - 6);
+  }
+  return kinds;
+}
+
+Words NamesIn(const Json& list) {
   Words names;
-  for (const RouteStatus& route : report.routes) names.push_back(route.name);
+  for (const Json& one : list) names.push_back(TextOf(one, "name"));
   return names;
 }
 
-Words FreeRouteNames(const Report& report) {
+Words FreeRouteNames(const Json& graph) {
   Words names;
   for (char letter = 'A'; letter <= 'Z'; ++letter) {
-    if (!report.Route(std::string("Route") + letter)) names.push_back(std::string("Route") + letter);
+    const std::string name = std::string("Route") + letter;
+    if (RouteOf(graph, name).is_null()) names.push_back(name);
   }
   return names;
 }
 
-Words BlockNames(const Report& report, const std::string& route) {
-  Words names;
-  const RouteStatus* found = report.Route(route);
-  if (!found) return names;
-  for (const BlockStatus& block : found->blocks) names.push_back(block.name);
-  return names;
-}
-
-Words InstanceNames(const Report& report, const std::string& route) {
-  Words names = BlockNames(report, route);
-  names.push_back("!");
-  const RouteStatus* found = report.Route(route);
-  if (!found) return names;
-  for (const BlockStatus& block : found->blocks) {
-    for (const EndpointStatus& output : block.outputs) names.push_back(output.link);
+// Labels stand for blocks, too.
+Words BlockNames(const Json& graph, const std::string& route) {
+  const Json& blocks = ListOf(RouteOf(graph, route), "blocks");
+  Words names = NamesIn(blocks);
+  for (const Json& block : blocks) {
+    if (const std::string label = TextOf(block, "label"); !label.empty()) names.push_back(label);
   }
   return names;
 }
 
-Words ParameterNames(const std::vector<vorn::ParameterLine>& table) {
-  Words names;
-  for (const vorn::ParameterLine& parameter : table) names.push_back(parameter.name);
-  return names;
-}
+Words LinkNames(const Json& graph, const std::string& route) { return NamesIn(ListOf(RouteOf(graph, route), "links")); }
 
-// "low|high"
 Words Alternatives(std::string words) {
   std::replace(words.begin(), words.end(), '|', ' ');
   return Split(words).words;
 }
 
-Words ValuesOf(const std::string& name, const std::vector<vorn::ParameterLine>& table) {
-  for (const vorn::ParameterLine& parameter : table) {
-    const bool isList = parameter.range.find('|') != std::string::npos;
-    if (isList && (parameter.name == name || std::to_string(parameter.id) == name))
-      return Alternatives(parameter.range);
-  }
-  return {};
+const Json& ParametersOf(const Json& answer, const std::string& route, const std::string& block) {
+  return ListOf(BlockOf(answer, route, block), "parameters");
+}
+
+// "low|high"
+Words ValuesOf(const std::string& name, const Json& parameters) {
+  const Json& parameter = support::Named(parameters, name);
+  const std::string range = TextOf(parameter, "range");
+  if (range.find('|') != range.npos) return Alternatives(range);
+  return TextOf(parameter, "type") == "flag" ? Words{"true", "false"} : Words{};
 }
 
 Words CommandWords() {
@@ -141,31 +144,52 @@ const Argument* ArgumentAt(const Command& command, std::size_t position) {
   return last.count == Count::ANY || last.takes == Takes::OPTION ? &last : nullptr;
 }
 
-Words Candidates(const Words& before, const std::string& start, const Live& live) {
+Words CompleteInEdit(const Words& before, const std::string& start, const Live& live);
+
+Words Candidates(Words before, const std::string& start, const Live& live) {
   if (before.empty()) return CommandWords();
   const Command* command = FindCommand(before[0]);
   const Argument* argument = command ? ArgumentAt(*command, before.size()) : nullptr;
   if (!argument) return {};
   const std::string route = before.size() > 1 ? before[1] : "";
+  const auto parameters = [&](auto&& use) {
+    ResolveLabels(live.graph(), before);
+    const Json answer = live.parameters(route, before[2]);
+    return use(ParametersOf(answer, route, before[2]));
+  };
   switch (argument->takes) {
-    case Takes::ROUTE: return RouteNames(live.report());
-    case Takes::FREE_ROUTE: return FreeRouteNames(live.report());
-    case Takes::BLOCK: return BlockNames(live.report(), route);
-    case Takes::INSTANCE: return InstanceNames(live.report(), route);
+    case Takes::ROUTE: return NamesIn(ListOf(live.graph(), "routes"));
+    case Takes::FREE_ROUTE: return FreeRouteNames(live.graph());
+    case Takes::BLOCK: return BlockNames(live.graph(), route);
+    case Takes::LINK: return LinkNames(live.graph(), route);
+    case Takes::INSTANCE: return BlockNames(live.graph(), route) + LinkNames(live.graph(), route) + Words{"!"};
     case Takes::PLUGIN: return Plugins(start, OtherProcess(live));
+    case Takes::KIND: return Kinds(start, OtherProcess(live));
     case Takes::BOOLEAN: return {"true", "false"};
     case Takes::FORMAT: return LinkFormats();
-    case Takes::PARAMETER: return ParameterNames(live.parameters(route, before[2]));
-    case Takes::VALUE: return before.size() == 4 ? ValuesOf(before[3], live.parameters(route, before[2])) : Words{};
+    case Takes::PARAMETER: return parameters([](const Json& table) { return NamesIn(table); });
+    case Takes::VALUE:
+      if (before.size() != 4) return {};
+      return parameters([&](const Json& table) { return ValuesOf(before[3], table); });
     case Takes::DUMP_FOLDER: return FileNames(start, OtherProcess(live), Files::FOLDERS) + Words{"--"};
     case Takes::PROCESS_FILE: return FileNames(start, OtherProcess(live), Files::ALL);
     case Takes::OWN_FILE: return FileNames(start, "self", Files::ALL);
     case Takes::COMMAND: return CommandWords();
+    case Takes::EDIT: return CompleteInEdit(before, start, live);
     case Takes::OPTION: return Options(*command);
     case Takes::UNSIGNED:
     case Takes::INTEGER: return {};
   }
   return {};
+}
+
+// As if the command in it stood alone.
+Words CompleteInEdit(const Words& before, const std::string& start, const Live& live) {
+  const auto isBetween = [](const std::string& word) { return word == "{" || word == ";"; };
+  const auto begin = std::find_if(before.rbegin(), before.rend() - 1, isBetween).base();
+  const Words inner(begin, before.end());
+  if (!inner.empty() && inner[0] == "edit") return {};
+  return Candidates(inner, start, live);
 }
 
 }  // namespace

@@ -6,19 +6,19 @@
 #include <functional>
 #include <string>
 #include <string_view>
-#include <vector>
 
-#include "ParameterTable.h"
-#include "StatusParser.h"
 #include "Words.h"
+#include "support/JsonMembers.h"
 
 namespace vrdb {
 
-/** What completion may ask about the process; asked only when the word to complete needs it. */
+using support::Json;
+
+/** What completion may ask about the process, by its monitor; asked only when the word to complete needs it. */
 struct Live {
-  std::function<Report()> report;
-  std::function<std::vector<vorn::ParameterLine>(const std::string& route, const std::string& block)> parameters;
-  std::function<pid_t()> process;  ///< whose files are meant
+  std::function<Json()> graph;  ///< the reply to `graph`; null: none came
+  std::function<Json(const std::string& route, const std::string& block)> parameters;  ///< that to `params`
+  std::function<pid_t()> process;                                                      ///< whose files are meant
 };
 
 /**

@@ -1,7 +1,6 @@
 #include "Connection.h"
 
 #include <poll.h>
-#include <pwd.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -10,15 +9,17 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <fstream>
 
 #include "SocketDiagnosis.h"
+#include "support/Format.h"
+#include "support/Printable.h"
 
 namespace vrdb {
 namespace {
 
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
+using support::Describe;
 using Clock = std::chrono::steady_clock;
 
 // The name is the nine bytes "vrdbsock" and a NUL, in the abstract name space: 12 bytes with the family.
@@ -29,11 +30,6 @@ static_assert(ADDRESS_BYTES == 12);
 constexpr microseconds SHORTEST_PAUSE{100};
 constexpr microseconds LONGEST_PAUSE{20000};
 constexpr milliseconds BUSY_NOTICE{1000};
-
-std::string UserName(uid_t uid) {
-  const passwd* user = getpwuid(uid);
-  return user ? user->pw_name : "user " + std::to_string(uid);
-}
 
 class Exchange {
  public:
@@ -67,6 +63,7 @@ class Exchange {
   bool connected = false;
   bool expired = false;
   bool toldBusy = false;
+  bool waitsForTurn = true;
 };
 
 bool Exchange::Fail(Outcome outcome, std::string why) {
@@ -76,33 +73,29 @@ bool Exchange::Fail(Outcome outcome, std::string why) {
 }
 
 std::string Exchange::Limit() const {
-  std::string seconds = std::to_string(static_cast<double>(patience.limit.count()) / 1000);
-  seconds.erase(seconds.find_last_not_of('0') + 1);
-  if (seconds.back() == '.') seconds.pop_back();
-  return seconds + " s";
+  return support::Format("%g s", static_cast<double>(patience.limit.count()) / 1000);
 }
 
 bool Exchange::FailBusy() {
   if (!expired) return Fail(Outcome::CANCELLED, "given up");
-  return Fail(Outcome::NO_CONSOLE, "no console: " + Describe(answer.peer) + " has not taken the command in " + Limit() +
-                                       ": it is busy with another client, or stopped");
+  return Fail(Outcome::BUSY, "no console: " + Describe(answer.peer) + " has not taken the command in " + Limit() +
+                                 ": it is busy with another client, or stopped");
 }
 
 // A console closes the connections of strangers without a word.
 bool Exchange::FailClosed(const char* when) {
   const uid_t self = geteuid();
-  if (self != 0 && answer.peer.uid != self) {
-    return Fail(Outcome::NO_CONSOLE, "not allowed: " + Describe(answer.peer) + " belongs to " +
-                                         UserName(answer.peer.uid) + "; run vrdb as that user or as root");
-  }
+  if (self != 0 && answer.peer.uid != self) return Fail(Outcome::NO_CONSOLE, support::NotAllowed(answer.peer));
   return Fail(Outcome::NO_CONSOLE,
               "no console: " + Describe(answer.peer) + " closed the connection " + when + "; it may have ended");
 }
 
 Exchange::Event Exchange::Pause(microseconds length) {
   if (patience.cancelled && patience.cancelled()) return Event::GAVE_UP;
-  if (patience.limit.count() > 0) {
-    const auto left = std::chrono::duration_cast<microseconds>(begin + patience.limit - Clock::now());
+  const bool isShorter = patience.limit.count() == 0 || patience.turn < patience.limit;
+  const milliseconds limit = waitsForTurn && patience.turn.count() > 0 && isShorter ? patience.turn : patience.limit;
+  if (limit.count() > 0) {
+    const auto left = std::chrono::duration_cast<microseconds>(begin + limit - Clock::now());
     expired = left.count() <= 0;
     if (expired) return Event::GAVE_UP;
     length = std::min(length, left);
@@ -132,7 +125,7 @@ bool Exchange::Connect() {
   socklen_t bytes = sizeof credentials;
   getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &bytes);
   answer.peer = {credentials.pid, credentials.uid};
-  return true;
+  return support::IsTrusted(answer.peer.uid) || Fail(Outcome::NO_CONSOLE, support::NotAllowed(answer.peer));
 }
 
 bool Exchange::WaitForTurn() {
@@ -147,6 +140,7 @@ bool Exchange::WaitForTurn() {
       patience.busy("waiting for " + Describe(answer.peer) + ", which is busy with another client, or stopped");
     }
   }
+  waitsForTurn = false;
   return true;
 }
 
@@ -165,6 +159,7 @@ bool Exchange::Receive() {
     const auto end = received.find('\0');
     answer.text += received.substr(0, end);
     if (end == std::string_view::npos) continue;
+    answer.text = support::PrintableLines(answer.text);
     answer.outcome = Outcome::ANSWERED;
     return true;
   }
@@ -174,18 +169,6 @@ bool Exchange::Receive() {
 }
 
 }  // namespace
-
-std::string ProcessName(const Peer& peer) {
-  std::string name;
-  std::getline(std::ifstream("/proc/" + std::to_string(peer.pid) + "/comm"), name);
-  return name;
-}
-
-std::string Describe(const Peer& peer) {
-  if (peer.pid == 0) return "the process";
-  const std::string name = ProcessName(peer);
-  return "process " + std::to_string(peer.pid) + (name.empty() ? "" : " (" + name + ")");
-}
 
 Answer Ask(const std::string& command, const Patience& patience) {
   Exchange exchange(patience);

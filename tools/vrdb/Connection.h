@@ -7,39 +7,32 @@
  */
 #pragma once
 
-#include <sys/types.h>
-
 #include <chrono>
 #include <cstddef>
 #include <functional>
 #include <string>
+
+#include "support/MonitorClient.h"
 
 namespace vrdb {
 
 /** The longest command that the console takes in one read. */
 constexpr std::size_t MAX_COMMAND_BYTES = 1023;
 
-/** The process behind the console, as the kernel names it; pid 0: not known. */
-struct Peer {
-  pid_t pid = 0;
-  uid_t uid = 0;
-};
-
-/** Name of the process: "player", or empty when it is gone. */
-std::string ProcessName(const Peer& peer);
-/** "process 4242 (player)" */
-std::string Describe(const Peer& peer);
+using support::Peer;
 
 enum class Outcome {
   ANSWERED,
-  NO_CONSOLE,  ///< nobody there, not allowed, busy with another client, or gone before the reply was whole
+  NO_CONSOLE,  ///< nobody there, not allowed, or gone before the reply was whole
+  BUSY,        ///< with another client, all the time; nothing was sent
   TIMED_OUT,   ///< the command was taken, but not answered in time
   CANCELLED,
 };
 
 struct Answer {
   Outcome outcome = Outcome::NO_CONSOLE;
-  std::string text;  ///< the reply; for all other outcomes one line, without its end, that says why there is none
+  std::string
+      text;  ///< the reply, printable; for other outcomes one line, without its end, that says why there is none
   Peer peer;
 };
 
@@ -48,6 +41,7 @@ struct Patience {
   std::chrono::milliseconds limit{10000};        ///< 0: for ever
   std::function<bool()> cancelled;               ///< asked some times a second; true gives up
   std::function<void(const std::string&)> busy;  ///< told once when the console has served others for a second
+  std::chrono::milliseconds turn{0};             ///< the longest wait for one's turn, where that is not the limit
 };
 
 /**

@@ -21,7 +21,7 @@ namespace {
 
 constexpr std::array FORMS = {"dot", "svg", "png", "pdf"};
 
-// What the console's text leaves open. A route reads from left to right.
+// What the text leaves open. A route reads from left to right.
 constexpr std::array LOOK = {"-Grankdir=LR",  "-Gfontname=Helvetica", "-Gfontsize=11", "-Nfontname=Helvetica",
                              "-Nfontsize=12", "-Efontname=Helvetica", "-Efontsize=9",  "-Earrowsize=0.7"};
 
@@ -108,49 +108,7 @@ Result Draw(const std::string& graph, const std::string& form, int to) {
   return {FAILED, "'dot -T" + form + "' failed (" + how + "); 'graph FILE.dot' keeps the text of the graph"};
 }
 
-std::string Quote(std::string_view name) {
-  std::string quoted = "\"";
-  for (char letter : name) quoted += letter == '"' || letter == '\\' ? std::string{'\\', letter} : std::string{letter};
-  return quoted + '"';
-}
-
-// A node, an edge or a chain of them: names with "->" between, and perhaps attributes.
-bool IsStatement(std::string_view line) {
-  const auto head = line.substr(std::min(line.find_first_not_of('\t'), line.size()));
-  if (head.empty() || head.size() == line.size() || head.front() == '}') return false;
-  for (const char* other : {"label=", "node [", "edge [", "subgraph "}) {
-    if (head.substr(0, std::strlen(other)) == other) return false;
-  }
-  return true;
-}
-
-std::string QuoteStatement(std::string_view line) {
-  const auto begin = line.find_first_not_of('\t');
-  const auto end = std::min(line.find(" ["), line.size());
-  std::string quoted(line.substr(0, begin));
-  for (auto names = line.substr(begin, end - begin);;) {
-    const auto arrow = names.find("->");
-    quoted += Quote(names.substr(0, arrow));
-    if (arrow == std::string_view::npos) break;
-    quoted += "->";
-    names.remove_prefix(arrow + 2);
-  }
-  return quoted.append(line.substr(end));
-}
-
 }  // namespace
-
-std::string QuoteNames(std::string_view graph) {
-  std::string quoted;
-  while (!graph.empty()) {
-    const auto end = std::min(graph.find('\n'), graph.size());
-    const auto line = graph.substr(0, end);
-    quoted += IsStatement(line) ? QuoteStatement(line) : std::string(line);
-    quoted += '\n';
-    graph.remove_prefix(std::min(end + 1, graph.size()));
-  }
-  return quoted;
-}
 
 Result WriteGraph(const std::string& graph, const std::string& file) {
   const std::string form = FormOf(file);
@@ -168,9 +126,10 @@ Result RunGraph(Shell& shell, const Words& words) {
   if (words.size() > 1 && FormOf(words[1]).empty()) {
     return {WRONG_USAGE, "'" + words[1] + "': expected a file that ends in .svg, .png, .pdf or .dot"};
   }
-  std::string graph;
-  if (Result result = shell.Ask({"status", "--dot"}, graph); result.code != DONE) return result;
-  graph = QuoteNames(graph);
+  Json seen, stats;
+  if (Result result = shell.Look({"graph"}, seen); result.code != DONE) return result;
+  if (Result result = shell.Look({"stats"}, stats); result.code != DONE) return result;
+  const std::string graph = GraphText(seen, stats);
   if (words.size() > 1) return WriteGraph(graph, words[1]);
   std::fputs(graph.c_str(), stdout);
   return {};

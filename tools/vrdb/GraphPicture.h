@@ -1,16 +1,19 @@
+/** The picture of what is there. */
 #pragma once
 
 #include <string>
-#include <string_view>
 
 #include "Shell.h"
 
 namespace vrdb {
 
-/** The console's graph text with all names quoted: a block named after a path is no plain word of that language. */
-std::string QuoteNames(std::string_view graph);
+/** The graph in the language of Graphviz: a cluster a route, red with the reason where it stands. */
+std::string GraphText(const Json& graph, const Json& stats);
 
-/** Writes the graph to `file` in the form that its ending asks for. The file is whole, or as it was before. */
+/**
+ * Writes a graph into `file`, drawn as its ending asks: .svg, .png, .pdf, or .dot for the text itself. The file is
+ * complete, or as it was before.
+ */
 Result WriteGraph(const std::string& graph, const std::string& file);
 
 }  // namespace vrdb

@@ -11,7 +11,8 @@
 
 #include "Completion.h"
 #include "History.h"
-#include "ParameterTable.h"
+#include "Shell.h"
+#include "support/Printable.h"
 
 namespace vrdb {
 namespace {
@@ -46,7 +47,7 @@ void ListInColumns(const Words& words) {
   for (const std::string& word : words) {
     const bool last = ++column % columns == 0 || &word == &words.back();
     const int field = last ? 0 : static_cast<int>(width);
-    std::printf("%-*s%s", field, ShortName(word).c_str(), last ? "\n" : "");
+    std::printf("%-*s%s", field, support::Printable(ShortName(word)).c_str(), last ? "\n" : "");
   }
 }
 
@@ -82,7 +83,7 @@ class Session {
       const Result result = split.error.empty() ? RunCommand(split.words) : Result{WRONG_USAGE, split.error};
       std::fflush(stdout);
       if (result.code == CANCELLED) std::puts("");  // the terminal has echoed ^C
-      if (result.code != DONE) Complain(result.message);
+      if (result.code != DONE) Complain(result);
       if (result.quit) return;
     }
     std::puts("");
@@ -112,25 +113,26 @@ class Session {
     return shell.Run(words);
   }
 
-  void Complain(const std::string& message) {
-    if (!message.empty()) std::fprintf(stderr, "%s\n", Style(STDERR_FILENO)(Look::RED, message).c_str());
+  void Complain(const Result& result) {
+    const Style dress(STDERR_FILENO);
+    if (!result.message.empty()) std::fprintf(stderr, "%s\n", dress(Look::RED, result.message).c_str());
+    for (const std::string& line : result.log) std::fprintf(stderr, "  %s\n", dress(Look::DIM, line).c_str());
   }
 
   Live LookAround() {
-    Live live;
-    live.report = [this] {
-      std::string reply;
-      shell.Ask({"status"}, reply);
-      return ParseStatus(reply);
+    const auto look = [this](const Words& request) {
+      Json answer;
+      shell.Look(request, answer);
+      return answer;
     };
-    live.parameters = [this](const std::string& route, const std::string& block) {
-      std::vector<vorn::ParameterLine> table;
-      ReadParameters(shell, route, block, table);
-      return table;
+    Live live;
+    live.graph = [look] { return look({"graph"}); };
+    live.parameters = [look](const std::string& route, const std::string& block) {
+      return look({"params", route, block});
     };
     live.process = [this] {
-      shell.Knock();
-      return shell.Process().pid;
+      shell.target.Choose(shell.patience);
+      return shell.target.Process();
     };
     return live;
   }
@@ -158,10 +160,11 @@ class Session {
   LineHistory history;
 };
 
-// Somebody else's console is not known to turn us away before it is asked something.
+// Whose process it is, and that it serves this user; one without a monitor is asked by its console.
 Result Greet(Shell& shell) {
-  const Result knocked = shell.Knock();
-  if (knocked.code != DONE || geteuid() == 0 || geteuid() == shell.Process().uid) return knocked;
+  if (Result result = shell.target.Choose(shell.patience); result.code != DONE) return result;
+  Json graph;
+  if (shell.Look({"graph"}, graph).code == DONE) return {};
   std::string report;
   return shell.Ask({"status"}, report);
 }
@@ -173,7 +176,8 @@ int RunSession(Shell& shell) {
     std::fprintf(stderr, "vrdb: %s\n", result.message.c_str());
     return result.code;
   }
-  std::printf("%s; 'help' lists the commands, Tab completes\n", Describe(shell.Process()).c_str());
+  std::printf("%s; 'help' lists the commands, Tab completes\n", shell.target.Name().c_str());
+  shell.confirm = ConfirmOnTerminal;
   struct sigaction action {};
   action.sa_handler = Interrupt;
   sigaction(SIGINT, &action, nullptr);

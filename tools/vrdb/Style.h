@@ -8,7 +8,7 @@
 
 namespace vrdb {
 
-enum class Look { PLAIN, BOLD, DIM, RED, GREEN, YELLOW };
+enum class Look { PLAIN, BOLD, DIM, RED, GREEN, YELLOW, REVERSE };
 
 /** Dresses text for a terminal that shows colours, and nowhere else. */
 class Style {
@@ -18,7 +18,7 @@ class Style {
   explicit Style(bool colours) : on(colours) {}
 
   std::string operator()(Look look, std::string_view text) const {
-    static constexpr const char* CODES[] = {"", "\x1b[1m", "\x1b[2m", "\x1b[31m", "\x1b[32m", "\x1b[33m"};
+    static constexpr const char* CODES[] = {"", "\x1b[1m", "\x1b[2m", "\x1b[31m", "\x1b[32m", "\x1b[33m", "\x1b[7m"};
     const std::string plain(text);
     return on && look != Look::PLAIN ? CODES[static_cast<int>(look)] + plain + "\x1b[0m" : plain;
   }
@@ -34,10 +34,10 @@ class Style {
   bool on;
 };
 
-/** RUNNING looks well, BROKEN_RUNNING does not. */
+/** RUNNING looks well, BROKEN_RUNNING does not; the monitor says `running`. */
 inline Look LookOfStatus(std::string_view status) {
-  if (status == "RUNNING") return Look::GREEN;
-  return status == "STOPPED" ? Look::YELLOW : Look::RED;
+  if (status == "RUNNING" || status == "running" || status == "runs") return Look::GREEN;
+  return status == "STOPPED" || status == "stopped" ? Look::YELLOW : Look::RED;
 }
 
 }  // namespace vrdb

@@ -5,17 +5,20 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <ctime>
-#include <iostream>
 #include <thread>
 
 #include "LocalCommands.h"
-#include "ReportJson.h"
+#include "Names.h"
+#include "StatusText.h"
 #include "support/Format.h"
 
 namespace vrdb {
 namespace {
+
+using support::NumberOf;
 
 std::string UtcNow() {
   timeval now{};
@@ -25,6 +28,12 @@ std::string UtcNow() {
   char seconds[32];
   std::strftime(seconds, sizeof seconds, "%Y-%m-%dT%H:%M:%S.", &parts);
   return seconds + std::to_string(1000 + now.tv_usec / 1000).substr(1) + "Z";
+}
+
+double UnixNow() { return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count(); }
+
+std::chrono::steady_clock::duration ToDuration(double seconds) {
+  return std::chrono::duration_cast<std::chrono::steady_clock::duration>(std::chrono::duration<double>(seconds));
 }
 
 Result ReadOptions(const Words& words, TopOptions& options) {
@@ -42,26 +51,33 @@ Result ReadOptions(const Words& words, TopOptions& options) {
   return {};
 }
 
-void PrintLines(const Sample& sample, const Rates& rates) {
-  const char* time = sample.time.c_str();
-  for (const RouteStatus& route : sample.report.routes) {
-    const auto rate = rates.FramesPerSecond(route.name);
-    const std::string text = rate ? support::Format("%.1f", *rate) : "-";
-    std::printf("%s route %s %s %s %ju %ju\n", time, route.name.c_str(), route.status.c_str(), text.c_str(),
-                static_cast<std::uintmax_t>(route.frames), static_cast<std::uintmax_t>(route.errors));
+// New columns come at the end: scripts count them.
+void PrintLines(const Json& stats) {
+  const std::string time = UtcNow();
+  for (const Json& route : support::ListOf(stats, "routes")) {
+    const std::string why = Shown(route, "why");
+    std::printf("%s route %s %s %s %s %s %s %s %s\n", time.c_str(), Shown(route, "name").c_str(),
+                StatusWord(Shown(route, "status")).c_str(), NumberText(route, "framesPerSecond", 1).c_str(),
+                NumberText(route, "frames", 0).c_str(), NumberText(route, "errorFrames", 0).c_str(),
+                NumberText(route, "processorShare", 1, 100).c_str(), NumberText(route, "xruns", 0).c_str(),
+                why.empty() ? "-" : why.c_str());
   }
-  for (const FifoStatus& fifo : sample.report.fifos) {
-    std::printf("%s fifo %s %ld %ld %ld\n", time, fifo.name.c_str(), fifo.samples, fifo.capacity, fifo.percent);
+  for (const Json& fifo : support::ListOf(stats, "fifos")) {
+    const double count = NumberOf(fifo, "count").value_or(0);
+    const double capacity = NumberOf(fifo, "capacity").value_or(0);
+    std::printf("%s fifo %s %.0f %.0f %.0f\n", time.c_str(), Shown(fifo, "name").c_str(), count, capacity,
+                capacity > 0 ? std::floor(count * 100 / capacity) : 0);
   }
 }
 
-void Print(const Sample& sample, const Rates& rates, bool json) {
+void Print(const Shell& shell, const Result& result, const Json& stats, bool json) {
   if (json) {
-    std::puts(SampleToJson(sample, rates).c_str());
-  } else if (sample.result.code == DONE) {
-    PrintLines(sample, rates);
+    const Json failure = {{"time", UnixNow()}, {"error", result.message}};
+    std::puts(support::ToText(result.code == DONE ? stats : failure).c_str());
+  } else if (result.code == DONE) {
+    PrintLines(stats);
   } else {
-    std::cerr << "vrdb: " << sample.result.message << std::endl;
+    shell.Complain(result);
   }
   std::fflush(stdout);
 }
@@ -76,55 +92,18 @@ void WaitUntil(std::chrono::steady_clock::time_point end, const Patience& patien
 
 // The process may come and go meanwhile; the last sample decides how the command ended.
 Result PrintSamples(Shell& shell, const TopOptions& options) {
-  Rates rates;
   for (long taken = 1;; ++taken) {
-    const Sample sample = TakeSample(shell);
-    rates.Add(sample);
-    if (sample.result.code != CANCELLED) Print(sample, rates, options.json);
-    const bool over = taken == options.count || sample.result.code == CANCELLED || std::ferror(stdout) != 0;
-    if (over) return {sample.result.code, ""};
-    WaitUntil(sample.when + ToDuration(options.interval), shell.patience);
+    const auto when = std::chrono::steady_clock::now();
+    Json stats;
+    const Result result = shell.Look({"stats"}, stats);
+    if (result.code != CANCELLED) Print(shell, result, stats, options.json);
+    const bool over = taken == options.count || result.code == CANCELLED || std::ferror(stdout) != 0;
+    if (over) return {result.code, ""};
+    WaitUntil(when + ToDuration(options.interval), shell.patience);
   }
 }
 
 }  // namespace
-
-Sample TakeSample(Shell& shell) {
-  Sample sample;
-  std::string reply;
-  sample.result = shell.Ask({"status"}, reply);
-  sample.when = std::chrono::steady_clock::now();
-  sample.time = UtcNow();
-  sample.process = shell.Process();
-  sample.report = ParseStatus(reply);
-  return sample;
-}
-
-void Rates::Add(const Sample& sample) {
-  before = std::move(now);
-  now = {sample.when, sample.process.pid, {}};
-  for (const RouteStatus& route : sample.report.routes) now.routes[route.name] = {route.frames, route.errors};
-}
-
-std::optional<Rates::Pair> Rates::Compare(const std::string& route) const {
-  const auto old = before.routes.find(route);
-  const auto young = now.routes.find(route);
-  if (before.pid != now.pid || old == before.routes.end() || young == now.routes.end()) return {};
-  if (young->second.frames < old->second.frames || young->second.errors < old->second.errors) return {};
-  return Pair{old->second, young->second};
-}
-
-std::optional<double> Rates::FramesPerSecond(const std::string& route) const {
-  const auto pair = Compare(route);
-  const double seconds = std::chrono::duration<double>(now.when - before.when).count();
-  if (!pair || seconds <= 0) return {};
-  return static_cast<double>(pair->now.frames - pair->before.frames) / seconds;
-}
-
-bool Rates::HasNewErrors(const std::string& route) const {
-  const auto pair = Compare(route);
-  return pair && pair->now.errors > pair->before.errors;
-}
 
 Result RunTop(Shell& shell, const Words& words) {
   TopOptions options;

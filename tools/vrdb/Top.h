@@ -1,56 +1,14 @@
-/** The live view: samples of the status report, and what the difference of two of them tells. */
+/** The live view: what `stats`, `graph` and `timing` say, on a terminal or in lines. */
 #pragma once
 
-#include <chrono>
-#include <cstdint>
 #include <map>
-#include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "Shell.h"
-#include "StatusParser.h"
 
 namespace vrdb {
-
-/** The status at one moment, or why there is none. */
-struct Sample {
-  std::chrono::steady_clock::time_point when;
-  std::string time;  ///< the same moment in UTC, to the millisecond
-  Result result;
-  Peer process;
-  Report report;
-};
-
-Sample TakeSample(Shell& shell);
-
-/** What changed between the last two samples of one process. */
-class Rates {
- public:
-  void Add(const Sample& sample);
-
-  /** None for a route that was not there before, or was made anew, or without a sample before. */
-  std::optional<double> FramesPerSecond(const std::string& route) const;
-  bool HasNewErrors(const std::string& route) const;
-
- private:
-  struct Counters {
-    std::uint64_t frames;
-    std::uint64_t errors;
-  };
-  struct Moment {
-    std::chrono::steady_clock::time_point when;
-    pid_t pid = 0;
-    std::map<std::string, Counters> routes;
-  };
-  struct Pair {
-    Counters before;
-    Counters now;
-  };
-  std::optional<Pair> Compare(const std::string& route) const;
-
-  Moment before, now;
-};
 
 /** What `top` was asked for. */
 struct TopOptions {
@@ -60,15 +18,60 @@ struct TopOptions {
   double interval = 1;
 };
 
-inline std::chrono::steady_clock::duration ToDuration(double seconds) {
-  return std::chrono::duration_cast<std::chrono::steady_clock::duration>(std::chrono::duration<double>(seconds));
-}
+/** What a key means to the view. */
+enum class Key { NONE, UP, DOWN, PAGE_UP, PAGE_DOWN, HOME, END, FOLD, UNFOLD, FOLD_ALL, SORT, REVERSE, HELP };
+
+/**
+ * The picture, and where its user is in it: what is folded, sorted and scrolled. It waits for nothing and knows no
+ * terminal.
+ */
+class TopView {
+ public:
+  void TakeStats(Json reply);
+  void TakeGraph(Json reply) { graph = std::move(reply); }
+  void TakeTiming(Json reply) { timing = std::move(reply); }
+  /** What stands in place of the process's name while there is none that answers; empty: there is. */
+  void SetProblem(const std::string& text) { problem = text; }
+  /** A new process begins anew. */
+  void Clear();
+
+  void Obey(Key key);
+  bool IsMeasuring() const;
+
+  /** At most `rows` lines, none wider than `columns`. `title` names the process, `state` says how often it is asked. */
+  std::vector<std::string> Draw(const std::string& title, const std::string& state, int columns, int rows,
+                                const Style& style);
+
+ private:
+  struct Row;
+  class Painter;
+  enum class Order { TROUBLE, NAME, PROCESSOR, RATE, LOAD, XRUNS };
+
+  std::vector<const Json*> SortedRoutes() const;
+  double SortValue(const Json& route) const;
+  std::vector<Row> BodyRows(const Painter& painter) const;
+  void AddRoute(const Json& route, const Painter& painter, std::vector<Row>& rows) const;
+  void AddBlock(const Json& route, const Json& block, const Painter& painter, std::vector<Row>& rows) const;
+  void AddFifos(const Painter& painter, std::vector<Row>& rows) const;
+  const Json& CycleOf(const Json& route) const;
+  bool HasGrown(const Json& route, const char* counter) const;
+
+  Json graph, stats, timing;
+  std::string problem;
+  std::map<std::string, double> before;  // "RouteA xruns", of the last stats
+
+  Order order = Order::TROUBLE;
+  bool isReversed = false;
+  bool showsHelp = false;
+  bool isFoldingDecided = false;
+  std::set<std::string> folded;
+  std::size_t cursor = 0;
+  std::size_t top = 0;
+  std::size_t page = 1;
+  std::vector<std::string> routeOfRow;  // as last drawn
+};
 
 /** The view on a terminal, until its user ends it. In TopScreen.cpp. */
 Result WatchOnScreen(Shell& shell, TopOptions options);
-
-/** The lines that show a sample, none longer than `columns`, at most `rows` of them. In TopScreen.cpp. */
-std::vector<std::string> DrawSample(const Sample& sample, const Rates& rates, const std::string& state, int columns,
-                                    int rows, const Style& style);
 
 }  // namespace vrdb

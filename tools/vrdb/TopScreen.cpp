@@ -6,8 +6,12 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
+#include <clocale>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
+#include <map>
 
 #include "Top.h"
 #include "support/Format.h"
@@ -20,70 +24,40 @@ using support::Format;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::array INTERVALS = {0.1, 0.2, 0.5, 1.0, 2.0, 5.0, 10.0};
-constexpr std::chrono::milliseconds PATIENCE{2000};
+constexpr std::chrono::milliseconds PATIENCE{1000};
+constexpr std::chrono::milliseconds RETRY{500};
+constexpr std::chrono::milliseconds LONGEST_WAIT{500};
+constexpr int MOST_LINES = 16;  // before keys are looked at again
 
-/** Puts one line together, cut at the width of the screen. */
-class Line {
- public:
-  Line(int columns, const Style& looks) : left(static_cast<std::size_t>(std::max(columns, 0))), style(looks) {}
-
-  Line& Add(std::string part, Look look = Look::PLAIN) {
-    part.resize(std::min(part.size(), left));
-    left -= part.size();
-    std::replace_if(
-        part.begin(), part.end(), [](unsigned char c) { return c < ' ' || c == 127; }, '?');
-    text += style(look, part);
-    return *this;
+// A key is one character, or what a terminal sends after an escape.
+std::vector<std::string> SplitKeys(std::string_view typed) {
+  std::vector<std::string> keys;
+  while (!typed.empty()) {
+    std::size_t bytes = 1;
+    const bool isSequence = typed.size() > 2 && typed[0] == '\x1b' && (typed[1] == '[' || typed[1] == 'O');
+    if (isSequence) {
+      for (bytes = 2; bytes < typed.size() && (typed[bytes] < '@' || typed[bytes] > '~');) ++bytes;
+      bytes = std::min(bytes + 1, typed.size());
+    }
+    keys.emplace_back(typed.substr(0, bytes));
+    typed.remove_prefix(bytes);
   }
-  /** Adds `part` in a field: at least `width` wide, text to its left. */
-  Line& Left(std::string part, std::size_t width, Look look = Look::PLAIN) {
-    part.resize(std::max(part.size(), width), ' ');
-    return Add(part, look).Add(" ");
-  }
-  Line& Right(const std::string& part, std::size_t width, Look look = Look::PLAIN) {
-    return Add(std::string(width - std::min(part.size(), width), ' ') + part, look).Add(" ");
-  }
-  std::size_t Room() const { return left; }
-
-  std::string text;
-
- private:
-  std::size_t left;
-  const Style& style;
-};
-
-std::string LinksOf(const BlockStatus& block) {
-  Words inputs, outputs;
-  for (const EndpointStatus& input : block.inputs) inputs.push_back(input.link);
-  for (const EndpointStatus& output : block.outputs) outputs.push_back(output.link);
-  return Join(inputs, ",") + (inputs.empty() ? "" : " ") + "->" + (outputs.empty() ? "" : " ") + Join(outputs, ",");
+  return keys;
 }
 
-Line RouteLine(Line line, const RouteStatus& route, const Rates& rates) {
-  const auto rate = rates.FramesPerSecond(route.name);
-  line.Left(route.name, 8, Look::BOLD).Left(route.status, 15, LookOfStatus(route.status));
-  line.Right(rate ? Format("%.1f", *rate) : "-", 10).Right(std::to_string(route.frames), 16);
-  return line.Right(std::to_string(route.errors), 12, rates.HasNewErrors(route.name) ? Look::RED : Look::PLAIN);
-}
-
-Line BlockLine(Line line, const BlockStatus& block) {
-  line.Add("  ").Left(block.name, 20).Left(LinksOf(block), 16);
-  if (block.inputs.empty() && block.outputs.empty()) return line.Add("not linked", Look::DIM);
-  const EndpointStatus& shown = block.outputs.empty() ? block.inputs.front() : block.outputs.front();
-  line.Left(Format("%uHz %s %uch %ld", shown.rate, shown.format.c_str(), shown.channels, shown.samplesPerFrame), 24);
-  if (!shown.micros) return line;
-  return line.Right(Format("%.3f", static_cast<double>(*shown.micros) / 1e6), 12);
-}
-
-Line FifoLine(Line line, const FifoStatus& fifo) {
-  const std::string fill = Format("%4ld%% %ld/%ld", fifo.percent, fifo.samples, fifo.capacity);
-  line.Left(fifo.name, 8, Look::BOLD).Add("[");
-  const std::size_t width = line.Room() > 30 ? line.Room() - 25 : 5;
-  const auto percent = static_cast<std::size_t>(std::clamp(fifo.percent, 0L, 100L));
-  const std::size_t full = (width * percent + 50) / 100;
-  const bool atEnd = percent == 0 || percent == 100;
-  line.Add(std::string(full, '|'), atEnd ? Look::YELLOW : Look::GREEN).Add(std::string(width - full, ' '));
-  return line.Add("]" + fill);
+Key MeaningOf(const std::string& key) {
+  static const std::map<std::string, Key> KEYS = {
+      {"\x1b[A", Key::UP},       {"\x1bOA", Key::UP},         {"k", Key::UP},
+      {"\x1b[B", Key::DOWN},     {"\x1bOB", Key::DOWN},       {"j", Key::DOWN},
+      {"\x1b[5~", Key::PAGE_UP}, {"\x1b[6~", Key::PAGE_DOWN}, {"\x1b[H", Key::HOME},
+      {"\x1bOH", Key::HOME},     {"\x1b[1~", Key::HOME},      {"g", Key::HOME},
+      {"\x1b[F", Key::END},      {"\x1bOF", Key::END},        {"\x1b[4~", Key::END},
+      {"G", Key::END},           {"\x1b[D", Key::FOLD},       {"\x1bOD", Key::FOLD},
+      {"\x1b[C", Key::UNFOLD},   {"\x1bOC", Key::UNFOLD},     {"f", Key::FOLD_ALL},
+      {"s", Key::SORT},          {"r", Key::REVERSE},         {"h", Key::HELP},
+      {"?", Key::HELP}};
+  const auto found = KEYS.find(key);
+  return found == KEYS.end() ? Key::NONE : found->second;
 }
 
 /** A terminal given over to a live view: another screen, keys as they are typed, signals as a file. */
@@ -103,26 +77,28 @@ class Screen {
   Screen(const Screen&) = delete;
   Screen& operator=(const Screen&) = delete;
 
-  /** Waits for something typed or signalled; -1 waits for ever. */
-  bool Wait(int milliseconds) {
-    std::array<pollfd, 2> files = {{{STDIN_FILENO, POLLIN, 0}, {signalFile, POLLIN, 0}}};
+  /** Waits for something typed or signalled, or to be read from `other`; -1 waits for ever. */
+  bool Wait(int milliseconds, int other) {
+    std::array<pollfd, 3> files = {{{STDIN_FILENO, POLLIN, 0}, {signalFile, POLLIN, 0}, {other, POLLIN, 0}}};
     return poll(files.data(), files.size(), milliseconds) > 0;
   }
 
-  /** The next key, 0 when there is none; 'q' as well for what ends the view without a key. */
-  char TakeKey() {
+  /** What was typed since, a string for each key; "q" as well for what ends the view without a key. */
+  std::vector<std::string> TakeKeys() {
     signalfd_siginfo signalled{};
     while (read(signalFile, &signalled, sizeof signalled) > 0) {
       if (signalled.ssi_signo == SIGTSTP) {
         Suspend();
       } else if (signalled.ssi_signo != SIGWINCH) {
-        return 'q';
+        return {"q"};
       }
     }
     pollfd keyboard{STDIN_FILENO, POLLIN, 0};
-    char key = 0;
-    if (poll(&keyboard, 1, 0) <= 0) return 0;
-    return read(STDIN_FILENO, &key, 1) == 1 ? key : 'q';
+    if (poll(&keyboard, 1, 0) <= 0) return {};
+    std::array<char, 256> typed;
+    const ssize_t bytes = read(STDIN_FILENO, typed.data(), typed.size());
+    if (bytes <= 0) return {"q"};
+    return SplitKeys({typed.data(), static_cast<std::size_t>(bytes)});
   }
 
   winsize Size() const {
@@ -175,105 +151,138 @@ double NextInterval(double interval, bool longer) {
   return at == INTERVALS.begin() ? interval : *(at - 1);
 }
 
-/** The view's loop: a sample each interval, a new picture whenever something changed. */
+/** The view's loop: one connection that is kept, on which the process pushes, and a new picture whenever something changed. */
 class Watch {
  public:
-  Watch(Shell& toAsk, TopOptions asked) : shell(toAsk), options(asked), oldPatience(toAsk.patience) {
-    shell.patience.limit = PATIENCE;
-    shell.patience.busy = nullptr;
-    shell.patience.cancelled = [this] { return screen.Wait(0); };
+  Watch(Shell& toAsk, TopOptions asked) : shell(toAsk), options(asked) {}
+  ~Watch() {
+    if (hasSwitchedTiming) Post({"timing", "off"});
+    shell.target.Forget();  // what is left on the connection is for nobody
   }
-  ~Watch() { shell.patience = oldPatience; }
   Watch(const Watch&) = delete;
   Watch& operator=(const Watch&) = delete;
 
   Result Run() {
     while (!over) {
-      if (!paused && Clock::now() >= next) Update();
+      if (!IsConnected() && Clock::now() >= nextTry) Connect();
+      if (IsConnected()) Hear();
       if (over) break;
       Draw();
-      screen.Wait(paused ? -1 : MillisecondsToNext());
+      const bool isWaiting = IsConnected() && Monitor()->HasLine();
+      screen.Wait(isWaiting ? 0 : static_cast<int>(LONGEST_WAIT.count()), IsConnected() ? Monitor()->Descriptor() : -1);
       // A terminal that is gone gives the key that ends it for ever.
-      for (char key = 0; !over && (key = screen.TakeKey()) != 0;) Obey(key);
+      for (const std::string& key : screen.TakeKeys()) Obey(key);
     }
     return {};
   }
 
  private:
-  int MillisecondsToNext() const {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now()).count();
-    return static_cast<int>(std::max<long>(left, 0));
+  support::MonitorClient* Monitor() { return shell.target.Monitor(); }
+  bool IsConnected() { return isWatching && Monitor() && Monitor()->Descriptor() >= 0; }
+
+  void Lose(const std::string& why) {
+    isWatching = hasSwitchedTiming = false;
+    nextTry = Clock::now() + RETRY;
+    shell.target.Forget();
+    view.Clear();
+    view.SetProblem(why);
   }
 
-  void Update() {
-    Sample latest = TakeSample(shell);
-    if (latest.result.code == CANCELLED) return;
-    sample = std::move(latest);
-    rates.Add(sample);
-    next = sample.when + ToDuration(options.interval);
+  void Connect() {
+    Patience brief;
+    brief.limit = PATIENCE;
+    if (const Result result = shell.target.Choose(brief); result.code != DONE) return Lose(result.message);
+    isWatching = true;
+    lastHeard = Clock::now();
+    const bool isThere = Post(WatchRequest()) && Post({"graph"}) && Post({"timing"});
+    if (isThere) view.SetProblem("");
+  }
+
+  Words WatchRequest() const {
+    return {"watch", paused ? "0" : std::to_string(std::lround(std::max(options.interval * 1000, 10.0)))};
+  }
+
+  bool Post(const Words& request) {
+    if (!Monitor()) return false;
+    const auto reply = Monitor()->Post(request, {PATIENCE, nullptr});
+    if (!reply.IsDone()) Lose(reply.problem);
+    return reply.IsDone();
+  }
+
+  // Pushes and replies come mixed; `request` says what each is.
+  void Hear() {
+    for (int lines = 0; lines < MOST_LINES && !over; ++lines) {
+      auto reply = Monitor()->Next({std::chrono::milliseconds(1), nullptr});
+      if (reply.outcome == support::MonitorOutcome::FAILED) continue;  // an older process does not know all requests
+      if (reply.outcome == support::MonitorOutcome::LATE) break;
+      if (!reply.IsDone()) return Lose(reply.problem);
+      lastHeard = Clock::now();
+      Take(std::move(reply.json));
+      if (!IsConnected()) return;
+    }
+    const double silent = std::chrono::duration<double>(Clock::now() - lastHeard).count();
+    const bool isLate = !paused && silent > options.interval + 2;
+    if (isLate) view.SetProblem(Format("%s has said nothing for %.0f s", shell.target.Name().c_str(), silent));
+  }
+
+  void Take(Json reply) {
+    const std::string request = support::TextOf(reply, "request");
+    if (request == "graph") return view.TakeGraph(std::move(reply));
+    if (request == "timing") return view.TakeTiming(std::move(reply));
+    const bool isFirstAgain = support::ListOf(reply, "routes").empty() && support::ListOf(reply, "fifos").empty();
+    if (support::Member(reply, "routes").is_null() && isFirstAgain) return;  // the end of a watch
+    view.TakeStats(std::move(reply));
     over = ++taken == options.count;
+    if (Post({"graph"}) && view.IsMeasuring()) Post({"timing"});
   }
 
   void Draw() {
     const winsize size = screen.Size();
     const std::string state = paused ? "paused" : "every " + Format("%g s", options.interval);
-    screen.Show(DrawSample(sample, rates, state, size.ws_col, size.ws_row, shell.style));
+    const std::string pid = std::to_string(shell.target.Process());
+    const std::string title = support::ProcessName(shell.target.Process()) + " " + pid;
+    screen.Show(view.Draw(title, state, size.ws_col, size.ws_row, shell.style));
   }
 
-  void Obey(char key) {
-    switch (key) {
-      case 'q': over = true; break;
-      case ' ':
-      case 'p': paused = !paused; break;
-      case '+':
-      case '-': options.interval = NextInterval(options.interval, key == '+'); break;
-      default: return;
+  void SwitchTiming() {
+    const bool on = !view.IsMeasuring();
+    hasSwitchedTiming = Post({"timing", on ? "on" : "off"}) && on;
+    if (isWatching) Post({"timing"});
+  }
+
+  void Obey(const std::string& key) {
+    if (key == "q" || key == "\x03") {
+      over = true;
+    } else if (key == " " || key == "p") {
+      paused = !paused;
+      if (IsConnected()) Post(WatchRequest());
+    } else if (key == "+" || key == "-") {
+      options.interval = NextInterval(options.interval, key == "+");
+      if (IsConnected()) Post(WatchRequest());
+    } else if (key == "t") {
+      if (IsConnected()) SwitchTiming();
+    } else {
+      view.Obey(MeaningOf(key));
     }
-    next = Clock::now();
   }
 
   Shell& shell;
   TopOptions options;
-  const Patience oldPatience;
   Screen screen;
-  Sample sample;
-  Rates rates;
-  Clock::time_point next;
+  TopView view;
+  Clock::time_point nextTry, lastHeard;
   long taken = 0;
+  bool isWatching = false;
+  bool hasSwitchedTiming = false;
   bool paused = false;
   bool over = false;
 };
 
 }  // namespace
 
-std::vector<std::string> DrawSample(const Sample& sample, const Rates& rates, const std::string& state, int columns,
-                                    int rows, const Style& style) {
-  std::vector<std::string> lines;
-  const Line empty(columns, style);
-  const auto add = [&](const Line& line) { lines.push_back(line.text); };
-  const bool good = sample.result.code == DONE;
-  add(Line(empty).Add("vrdb top", Look::BOLD).Add("  " + state + "  (q ends, space pauses, + - interval)", Look::DIM));
-  add(Line(empty).Add(good ? Describe(sample.process) : sample.result.message, good ? Look::PLAIN : Look::RED));
-  if (good) {
-    add(Line(empty));
-    add(Line(empty).Add("ROUTE    STATUS            FRAMES/S           FRAMES        ERRORS", Look::DIM));
-    add(Line(empty).Add("  BLOCK                LINKS            STREAM                     TIME/S", Look::DIM));
-  }
-  for (const RouteStatus& route : sample.report.routes) {
-    add(RouteLine(empty, route, rates));
-    for (const BlockStatus& block : route.blocks) add(BlockLine(empty, block));
-  }
-  if (good && sample.report.routes.empty()) add(Line(empty).Add("No route"));
-  if (!sample.report.fifos.empty()) add(empty);
-  for (const FifoStatus& fifo : sample.report.fifos) add(FifoLine(empty, fifo));
-  const auto most = static_cast<std::size_t>(std::max(rows, 1));
-  if (lines.size() <= most) return lines;
-  const std::string rest = std::to_string(lines.size() - most + 1) + " more lines; a taller window shows them";
-  lines.resize(most - 1);
-  add(Line(empty).Add(rest, Look::DIM));
-  return lines;
+Result WatchOnScreen(Shell& shell, TopOptions options) {
+  std::setlocale(LC_CTYPE, "C.UTF-8");  // how wide characters are
+  return Watch(shell, options).Run();
 }
-
-Result WatchOnScreen(Shell& shell, TopOptions options) { return Watch(shell, options).Run(); }
 
 }  // namespace vrdb

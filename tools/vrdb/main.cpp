@@ -1,4 +1,4 @@
-/** vrdb: the command line of the console's client. */
+/** vrdb: the command line of the client of console and monitor. */
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -23,7 +23,10 @@ using namespace vrdb;
 
 struct Options {
   std::optional<std::string> script;
+  std::string process;
   bool keepGoing = false;
+  bool atomic = false;
+  Permission permission;
   double timeout = 10;
   Words words;
 };
@@ -42,27 +45,36 @@ class HelpText : public CLI::Formatter {
 
 void Declare(CLI::App& app, Options& options) {
   app.formatter(std::make_shared<HelpText>());
-  app.footer(
-      "Commands ('vrdb help COMMAND' explains one):\n" + ListCommands(Style(STDOUT_FILENO)) +
-      "\nExit status: 0 done, 1 the console says that it failed, 2 wrong usage, 3 no console, 4 no answer in time");
+  app.footer("Commands ('vrdb help COMMAND' explains one):\n" + ListCommands(Style(STDOUT_FILENO)) +
+             "\nExit status: 0 done, 1 it failed or was not done, 2 wrong usage, 3 no console and no monitor, 4 no "
+             "answer in time");
   app.prefix_command();
   app.set_version_flag("--version", "vrdb " VORN_VERSION);
   app.add_option("-f,--file", options.script, "Run the commands in a file, one a line; - is standard input")
       ->type_name("FILE");
+  app.add_option("-p,--process", options.process, "The process, by its number or name, if not that with the console")
+      ->type_name("PID|NAME");
+  app.add_flag("--atomic", options.atomic, "With -f: carry the file out as one edit, or not at all");
+  app.add_flag("--wait", options.permission.wait, "Send a command also where a route has to carry it out that stands");
+  app.add_flag("--force", options.permission.force, "Send a command also where it stops a running route");
   app.add_flag("-k,--keep-going", options.keepGoing, "Go on after a command that failed");
   app.add_option("--timeout", options.timeout, "How long to wait for an answer, 10 if not said; 0 waits for ever")
       ->check(CLI::Range(0.0, 1e6).description(""))
       ->type_name("SECONDS");
 }
 
-int RunFile(Shell& shell, const std::string& name, bool keepGoing) {
-  if (name == "-") return shell.RunScript(std::cin, "standard input", keepGoing);
+int RunLines(Shell& shell, std::istream& lines, const std::string& name, const Options& options) {
+  return options.atomic ? shell.RunAtomically(lines, name) : shell.RunScript(lines, name, options.keepGoing);
+}
+
+int RunFile(Shell& shell, const std::string& name, const Options& options) {
+  if (name == "-") return RunLines(shell, std::cin, "standard input", options);
   std::ifstream file(name);
   file.peek();  // a folder can be opened, but not read
   if (!file.is_open() || file.bad()) {
     return Complain(WRONG_USAGE, "cannot read '" + name + "': " + std::strerror(errno));
   }
-  return shell.RunScript(file, name, keepGoing);
+  return RunLines(shell, file, name, options);
 }
 
 // A reply that was lost on its way to a file is no success.
@@ -87,12 +99,16 @@ int Run(Shell& shell, const Options& options) {
       return Complain(WRONG_USAGE, "'" + options.words.front() + "' is no option; --help lists them");
     }
     if (options.script) return Complain(WRONG_USAGE, "either -f FILE or a command, not both");
+    if (options.atomic) return Complain(WRONG_USAGE, "--atomic is for the commands of -f FILE");
+    if (isatty(STDIN_FILENO) == 1 && isatty(STDERR_FILENO) == 1) shell.confirm = ConfirmOnTerminal;
     const Result result = shell.Run(options.words);
-    return Complain(result.code, result.message);
+    shell.Complain(result);
+    return result.code;
   }
-  if (options.script) return RunFile(shell, *options.script, options.keepGoing);
-  if (isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1) return RunInteractively(shell);
-  return RunFile(shell, "-", options.keepGoing);
+  if (options.script) return RunFile(shell, *options.script, options);
+  const bool isSession = isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1 && !options.atomic;
+  if (isSession) return RunInteractively(shell);
+  return RunFile(shell, "-", options);
 }
 
 }  // namespace
@@ -113,6 +129,6 @@ int main(int argc, char** argv) {
   Patience patience;
   patience.limit = std::chrono::milliseconds(std::lround(std::ceil(options.timeout * 1000)));
   if (isatty(STDERR_FILENO) == 1) patience.busy = [](const std::string& notice) { Complain(DONE, notice); };
-  Shell shell(patience);
+  Shell shell(patience, options.process, options.permission);
   return Finish(Run(shell, options));
 }

@@ -1,67 +1,49 @@
-// What vrdb understands: reports, replies, lines and the words to complete.
+// What vrdb understands: graphs, replies, lines and the words to complete.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <fstream>
-#include <nlohmann/json.hpp>
 
 #include "CommandTable.h"
 #include "Completion.h"
+#include "Edits.h"
 #include "GraphPicture.h"
-#include "ReportJson.h"
-#include "StatusParser.h"
+#include "Guard.h"
+#include "Names.h"
+#include "StatusText.h"
+#include "TextWidth.h"
 #include "Top.h"
 
 namespace vrdb {
 namespace {
 
-using nlohmann::literals::operator""_json;
+const Json GRAPH = Json::parse(R"json({
+  "version": 1, "request": "graph", "process": {"pid": 7, "name": "player", "console": true},
+  "routes": [
+    {"name": "RouteB", "status": "stopped", "blocks": [], "links": []},
+    {"name": "RouteA", "status": "running",
+     "blocks": [{"name": "mic_0", "label": "", "first": true, "last": false},
+                {"name": "gain_vol_0", "label": "vol", "first": false, "last": false},
+                {"name": "gain_twin_0", "label": "twin", "first": false, "last": false},
+                {"name": "gain_twin_1", "label": "twin", "first": false, "last": false},
+                {"name": "/a/\"b-c_0", "first": false, "last": true}],
+     "links": [{"name": "lnk_0", "from": {"block": "mic_0", "port": 0}, "to": {"block": "gain_vol_0", "port": 0},
+                "rate": 48000, "format": "S16_LE", "channels": 2, "samplesPerFrame": 480},
+               {"name": "lnk_1", "from": {"block": "gain_vol_0", "port": 0}, "to": {"block": "gain_twin_0", "port": 0}},
+               {"name": "lnk_2", "from": {"block": "gain_twin_0", "port": 1}, "to": {"block": "gain_twin_1", "port": 0}},
+               {"name": "lnk_3", "from": {"block": "gain_twin_0", "port": 0}, "to": {"block": "gain_twin_1", "port": 1}},
+               {"name": "lnk_4", "from": {"block": "gain_twin_1", "port": 0}, "to": {"block": "/a/\"b-c_0", "port": 0}}]}],
+  "fifos": [{"name": "fifo_0", "count": 25, "capacity": 100, "writer": {"route": "RouteA", "block": "/a/\"b-c_0"}}]})json");
 
-const char* const REPORT =
-    "RouteB is STOPPED, 0 frame processed OK, 1 error frame\n"
-    "RouteA is BROKEN_RUNNING, 18446744073709551615 frames processed OK, 2 error frames\n"
-    "\tmix_left_0\n"
-    "\t\t(I00) <-- lnk_0    48000Hz FLOAT_LE  2ch    480samples/frame             1.500000\n"
-    "\t\t(I31) <-- lnk_123456 192000Hz   S16_LE 16ch 123456789samples/frame\n"
-    "\t\t(O00) --> lnk_1001048576Hz     BYTE  1ch     16samples/frame 9223372036854.775807\n"
-    "\tidle_0\n"
-    "fifo_1 0/0 (0%)\n"
-    "fifo_0 25/100 (25%)\n";
-
-// Red if a field is lost, taken for another one, or runs into the next one, or if the JSON says otherwise.
-TEST(StatusParser, ReadsBackEveryFieldOfTheReport) {
-  const auto json = nlohmann::json::parse(ReportToJson(ParseStatus(std::string(REPORT) + "\xff 1/2 (50%)\n")));
-  EXPECT_EQ(json["routes"], R"([
-    {"name": "RouteB", "status": "STOPPED", "frames": 0, "errors": 1, "blocks": []},
-    {"name": "RouteA", "status": "BROKEN_RUNNING", "frames": 18446744073709551615, "errors": 2, "blocks": [
-      {"name": "mix_left_0",
-       "inputs": [
-         {"index": 0, "link": "lnk_0", "rate": 48000, "format": "FLOAT_LE", "channels": 2, "samplesPerFrame": 480,
-          "timestamp": 1500000},
-         {"index": 31, "link": "lnk_123456", "rate": 192000, "format": "S16_LE", "channels": 16,
-          "samplesPerFrame": 123456789, "timestamp": null}],
-       "outputs": [
-         {"index": 0, "link": "lnk_100", "rate": 1048576, "format": "BYTE", "channels": 1, "samplesPerFrame": 16,
-          "timestamp": null}]},
-      {"name": "idle_0", "inputs": [], "outputs": []}]}])"_json);
-  EXPECT_EQ(json["fifos"][0], R"({"name": "fifo_1", "samples": 0, "capacity": 0, "percent": 0})"_json);
-  EXPECT_EQ(json["fifos"][1], R"({"name": "fifo_0", "samples": 25, "capacity": 100, "percent": 25})"_json);
-  EXPECT_EQ(json["fifos"][2]["percent"], 50);
-  EXPECT_TRUE(ParseStatus("No route\nNo fifo\n").routes.empty());
-}
-
-// Red if the line after one that was cut at 255 characters is lost, or taken for a part of it.
-TEST(StatusParser, GoesOnBehindALineThatWasCut) {
-  const std::string name(300, 'x');
-  const std::string cut = ("\t" + name).substr(0, 255);
-  const auto report = ParseStatus("RouteA is EXIT, 0 frame processed OK, 0 error frame\n" + cut + "\tnext_0\n" +
-                                  ("\t" + name).substr(0, 254) + "\n\tlast_0\nfifo_0 1/2 (50%)\n");
-  std::vector<std::size_t> sizes;
-  for (const BlockStatus& block : report.routes.at(0).blocks) sizes.push_back(block.name.size());
-  EXPECT_EQ(sizes, (std::vector<std::size_t>{254, 6, 253, 6}));
-  EXPECT_EQ(report.fifos.size(), 1u);
-}
+const Json STATS = Json::parse(R"json({
+  "version": 1, "request": "stats", "time": 1700000000.5,
+  "routes": [
+    {"name": "RouteB", "status": "stopped", "why": "stopped", "text": "RouteB is stopped, for 3.0 s"},
+    {"name": "RouteA", "status": "running", "why": "waits", "inBlock": "mic_0", "since": 12.3, "frames": 2, "errorFrames": 1,
+     "text": "RouteA waits in mic_0, for 12.3 s: no samples in fifo_1 (0 of 4800), which out_0 of RouteB writes",
+     "readings": [{"block": "gain_vol_0", "name": "peak", "unit": "dBFS", "value": -20.98}]}],
+  "fifos": [{"name": "fifo_0", "count": 25, "capacity": 100}]})json");
 
 // Red if a script takes a failure for a success, or a parameter's value for a failure.
 TEST(CommandTable, TellsFailureFromSuccessByTheReply) {
@@ -102,6 +84,11 @@ TEST(CommandTable, RefusesWrongArgumentsBeforeTheyAreSent) {
       {"start RouteA RouteB", "'RouteB' is one argument too many"},
       {"loglevel -3", ""},
       {"help", ""},
+      {"params", ""},
+      {"params RouteA x y", "'y' is one argument too many"},
+      {"insert RouteA lnk_0", "PLUG-IN is missing"},
+      {"insert RouteA lnk_0 gain gain=-6 x", ""},
+      {"edit { stop }", ""},
   };
   for (const auto& [line, message] : lines) {
     const Words words = Split(line).words;
@@ -130,9 +117,10 @@ TEST(CommandTable, IsWhatTheManualPageSays) {
 }
 
 TEST(Completion, KnowsWhatTheProcessHas) {
-  const Live live{[] { return ParseStatus(REPORT); },
-                  [](auto&, auto&) { return ParseParameters("0 mode - low|high low live\n1 gain dB 0..1 0 live\n"); },
-                  getpid};
+  const Json parameters =
+      Json::parse(R"({"routes": [{"name": "RouteA", "blocks": [{"name": "gain_vol_0", "parameters": [
+      {"id": 0, "name": "mode", "range": "low|high"}, {"id": 1, "name": "gain"}, {"id": 2, "type": "flag", "name": "mute"}]}]}]})");
+  const Live live{[] { return GRAPH; }, [&](auto&, auto&) { return parameters; }, getpid};
   const std::vector<std::pair<const char*, Words>> lines = {
       {"new", {"newblock", "newlink", "newroute"}},
       {"start ", {"RouteA", "RouteB"}},
@@ -141,14 +129,20 @@ TEST(Completion, KnowsWhatTheProcessHas) {
       {"newblock RouteA /nowhere/", {}},
       {"newblock RouteA x.so t", {"true"}},
       {"newlink RouteA 48000 F", {"FLOAT_BE", "FLOAT_LE"}},
-      {"newlink RouteA 48000 BYTE 1 1 m", {"mix_left_0"}},
-      {"delete RouteA ", {"!", "idle_0", "lnk_100", "mix_left_0"}},
-      {"getparam RouteA mix_left_0 ", {"gain", "mode"}},
-      {"setparam RouteA mix_left_0 mode ", {"high", "low"}},
-      {"setparam RouteA mix_left_0 0 l", {"low"}},
+      {"newlink RouteA 48000 BYTE 1 1 m", {"mic_0"}},
+      {"delete RouteA v", {"vol"}},
+      {"delete RouteA l", {"lnk_0", "lnk_1", "lnk_2", "lnk_3", "lnk_4"}},
+      {"insert RouteA ", {"lnk_0", "lnk_1", "lnk_2", "lnk_3", "lnk_4"}},
+      {"remove RouteA gain_v", {"gain_vol_0"}},
+      {"edit { remove RouteA vol ; ins", {"insert"}},
+      {"edit { remove RouteA vol ; delete RouteA v", {"vol"}},
+      {"getparam RouteA gain_vol_0 ", {"gain", "mode", "mute"}},
+      {"setparam RouteA vol mode ", {"high", "low"}},
+      {"setparam RouteA vol mute ", {"false", "true"}},
       {"setdump -", {"--"}},
       {"status --", {"--dot", "--json"}},
       {"top -n 3 --b", {"--batch"}},
+      {"timing o", {"off", "on"}},
       {"start RouteA ", {}},
       {"nonsense ", {}},
   };
@@ -162,57 +156,175 @@ TEST(Completion, KnowsWhatTheProcessHas) {
   EXPECT_EQ(CommonBeginning({"RouteA", "RouteB"}), "Route");
 }
 
-Sample SampleOf(const std::string& report, int milliseconds, pid_t pid = 1) {
-  Sample sample;
-  sample.when += std::chrono::milliseconds(milliseconds);
-  sample.process.pid = pid;
-  sample.report = ParseStatus(report);
-  return sample;
-}
-
-std::string Route(long frames, long errors) {
-  return "RouteA is RUNNING, " + std::to_string(frames) + " frames processed OK, " + std::to_string(errors) +
-         " error frames\n";
-}
-
-// Red if a rate is made up where there is nothing to compare: a new process, a route made anew, a gap.
-TEST(Rates, ComeFromTwoSamplesOfOneProcess) {
-  Rates rates;
-  rates.Add(SampleOf(Route(100, 0), 0));
-  EXPECT_FALSE(rates.FramesPerSecond("RouteA"));
-  rates.Add(SampleOf(Route(150, 1), 500));
-  EXPECT_DOUBLE_EQ(rates.FramesPerSecond("RouteA").value(), 100);
-  EXPECT_TRUE(rates.HasNewErrors("RouteA"));
-  rates.Add(SampleOf(Route(10, 1), 1000));
-  EXPECT_FALSE(rates.FramesPerSecond("RouteA")) << "made anew";
-  rates.Add(SampleOf(Route(20, 1), 1500, 2));
-  EXPECT_FALSE(rates.FramesPerSecond("RouteA")) << "another process";
-  rates.Add(SampleOf("", 2000, 2));
-  rates.Add(SampleOf(Route(30, 1), 2500, 2));
-  EXPECT_FALSE(rates.FramesPerSecond("RouteA")) << "a gap";
-}
-
-TEST(Top, DrawsNoMoreThanTheScreenTakes) {
-  const Sample sample = SampleOf(REPORT, 0);
-  for (int columns : {1, 20, 80, 200}) {
-    for (int rows : {1, 5, 24}) {
-      const auto lines = DrawSample(sample, Rates(), "every 1 s", columns, rows, Style(false));
-      EXPECT_LE(lines.size(), static_cast<std::size_t>(rows));
-      for (const std::string& line : lines) EXPECT_LE(line.size(), static_cast<std::size_t>(columns)) << line;
-    }
+// Red if a name gives way to a label, or one of two blocks is taken for the other.
+TEST(Names, PutBlocksInPlaceOfTheirLabels) {
+  const std::vector<std::tuple<const char*, const char*, bool>> lines = {
+      {"delete RouteA vol", "delete RouteA gain_vol_0", true},
+      {"newlink RouteA 1 BYTE 1 1 vol 0 mic_0 0", "newlink RouteA 1 BYTE 1 1 gain_vol_0 0 mic_0 0", true},
+      {"setparam RouteA vol gain vol", "setparam RouteA gain_vol_0 gain vol", true},
+      {"delete RouteA lnk_0", "delete RouteA lnk_0", true},
+      {"delete RouteA twin", "delete RouteA twin", false},
+      {"delete RouteB vol", "delete RouteB vol", true},
+      {"delete RouteQ vol", "delete RouteQ vol", true},
+      {"unknown RouteA vol", "unknown RouteA vol", true},
+  };
+  for (const auto& [line, resolved, good] : lines) {
+    Words words = Split(line).words;
+    EXPECT_EQ(ResolveLabels(GRAPH, words).empty(), good) << line;
+    EXPECT_EQ(Join(words), resolved);
   }
-  const auto lines = DrawSample(sample, Rates(), "every 1 s", 80, 24, Style(false));
-  EXPECT_EQ(std::count(lines.back().begin(), lines.back().end(), '|'), 11) << "a quarter of the bar: " << lines.back();
+  Words edit = Split("edit { remove RouteA vol ; setparam RouteA vol gain -6 }").words, routes;
+  EXPECT_EQ(ResolveInEdit(GRAPH, edit, routes), "");
+  EXPECT_EQ(Join(edit), "edit { remove RouteA gain_vol_0 ; setparam RouteA gain_vol_0 gain -6 }");
+  EXPECT_EQ(routes, (Words{"RouteA", "RouteA"}));
+  EXPECT_EQ(UnknownName(GRAPH, {"start", "RouteQ"}), "there is no RouteQ");
+  EXPECT_EQ(UnknownName(GRAPH, {"remove", "RouteA", "x"}), "RouteA has no x");
+  EXPECT_EQ(UnknownName(GRAPH, {"insert", "RouteA", "lnk_0", "gain"}), "");
+}
+
+// Red if vrdb would stop a route without a word, or asks where nothing stops.
+TEST(Guard, KnowsWhatStopsARunningRoute) {
+  const std::vector<std::pair<const char*, const char*>> lines = {
+      {"delete RouteA gain_vol_0", "mic_0 would have no output"},
+      {"delete RouteA lnk_4", "gain_twin_1 would have no output"},
+      {"delete RouteA lnk_2", ""},
+      {"delete RouteA mic_0", "gain_vol_0 would have no input"},
+      {"delete RouteA !", ""},
+      {"delete RouteA nothing", ""},
+      {"delete RouteB x", ""},
+      {"newblock RouteA libtone.so true false", "the new block would have no output"},
+      {"newblock RouteA libclock.so true true", ""},
+      {"newblock RouteB libtone.so true false", ""},
+      {"stop RouteA", ""},
+  };
+  for (const auto& [line, broken] : lines) EXPECT_EQ(WhatBreaks(GRAPH, Split(line).words), broken) << line;
+  EXPECT_TRUE(Stands(Json{{"why", "busy"}}));
+  EXPECT_FALSE(Stands(Json{{"why", "broken"}})) << "it waits for actions";
+  EXPECT_EQ(WhySentence(Json::parse(R"({"route": "RouteA", "why": "sleeps", "block": "a\u001b_0", "since": 2})")),
+            "RouteA sleeps in a\\x1b_0, for 2.0 s");
+}
+
+TEST(Edits, AreReadAsTheyAreTyped) {
+  const std::vector<std::pair<Words, std::string>> edits = {
+      {{"edit", "{", "a", "b", ";", "c", "}"}, "edit { a b ; c }"},
+      {{"edit", "a b; c"}, "edit { a b ; c }"},
+      {{"edit", "{ a b; c }"}, "edit { a b ; c }"},
+      {{"edit"}, "edit"},
+  };
+  for (const auto& [typed, normal] : edits) EXPECT_EQ(Join(NormalizeEdit(typed)), normal);
+  EXPECT_EQ(WrongInEdit({"remove", "RouteA", "x"}), "");
+  EXPECT_NE(WrongInEdit({"stop", "RouteA"}).find("cannot be part of an edit"), std::string::npos);
+  EXPECT_NE(WrongInEdit({"remove", "RouteA"}).find("BLOCK is missing"), std::string::npos);
+  EXPECT_EQ(WhatWasDone(Json::parse(R"({"ok": true, "made": ["a_0", "b"], "deleted": ["c"]})")),
+            "Made a_0, b; deleted c\n");
+  EXPECT_EQ(WhatWasDone(Json::parse(R"({"ok": true, "made": []})")), "Done\n");
+}
+
+TEST(Shell, FindsTheLinesThatWereLoggedMeanwhile) {
+  EXPECT_EQ(NewLines({"a", "b"}, {"a", "b", "c"}), Words{"c"});
+  EXPECT_EQ(NewLines({"a", "b", "b"}, {"b", "b", "c"}), Words{"c"});
+  EXPECT_EQ(NewLines({"a", "b"}, {"a", "b"}), Words{});
+  EXPECT_EQ(NewLines({"a", "b"}, {"x", "y"}), (Words{"x", "y"})) << "all are new";
+  EXPECT_EQ(NewLines({}, {"x"}), Words{"x"});
+}
+
+// The console's own form, so that what reads one reads the other.
+TEST(StatusText, IsLikeTheConsoles) {
+  const std::string text = StatusText(GRAPH, STATS);
+  EXPECT_EQ(text.substr(0, text.find("\tgain_vol_0")),
+            "RouteB is STOPPED, 0 frame processed OK, 0 error frame\n"
+            "RouteA is RUNNING, 2 frames processed OK, 1 error frame\n\tmic_0\n"
+            "\t\t(O00) --> lnk_0    48000Hz   S16_LE  2ch    480samples/frame\n");
+  EXPECT_NE(text.find("fifo_0 25/100 (25%)\n"), std::string::npos);
+  EXPECT_EQ(StatusText(Json(), Json()), "No route\nNo fifo\n");
+  EXPECT_EQ(StatusJson(GRAPH, STATS)["routes"][1]["frames"], 2);
+}
+
+// Red if the line after one that was cut at 255 characters is lost, or taken for a part of it.
+TEST(StatusText, GoesOnBehindALineThatTheConsoleCut) {
+  const std::string cut(255, 'x');
+  const std::string whole(254, 'y');
+  const std::string all = cut + "next\n" + whole + "\nlast\n";
+  std::string_view text = all;
+  for (const std::string& line : {cut, std::string("next"), whole, std::string("last")}) {
+    EXPECT_EQ(TakeReportLine(text), line);
+  }
+  EXPECT_TRUE(text.empty());
 }
 
 // A block named after a path would end Graphviz with a syntax error.
-TEST(Graph, QuotesTheNamesOfBlocks) {
-  EXPECT_EQ(
-      QuoteNames("digraph vorn {\n\tlabel=\"x\"\n\tnode [shape=\"box\"]\n\tsubgraph cluster_RouteA {\n"
-                 "\t\tRouteA_/a/b-c_0 [label=\"/a/b-c_0\"]\n\t\tA_x->A_y [label=\"l\"]\n\t}\n\tA_w->fifo_0->B_r\n}\n"),
-      "digraph vorn {\n\tlabel=\"x\"\n\tnode [shape=\"box\"]\n\tsubgraph cluster_RouteA {\n"
-      "\t\t\"RouteA_/a/b-c_0\" [label=\"/a/b-c_0\"]\n\t\t\"A_x\"->\"A_y\" [label=\"l\"]\n\t}\n"
-      "\t\"A_w\"->\"fifo_0\"->\"B_r\"\n}\n");
+TEST(Graph, HasEverythingWithItsNamesQuoted) {
+  const std::string text = GraphText(GRAPH, STATS);
+  for (const char* part :
+       {"\"RouteA_mic_0\" [label=\"mic_0\\n(first)\", color=\"red\"", "label=\"gain_vol_0\\n'vol'\"",
+        "\"RouteA_/a/\\\"b-c_0\" [label=", "\"RouteA_gain_twin_0\"->\"RouteA_gain_twin_1\" [label=\"lnk_2",
+        "taillabel=\"1\", headlabel=\"0\"", "\"RouteA_/a/\\\"b-c_0\"->\"fifo_0\"", "RouteB is stopped, for 3.0 s",
+        "label=\"RouteA\\nRouteA waits in mic_0, for 12.3 s: no samples in fifo_1 (0 of\\n4800)"}) {
+    EXPECT_NE(text.find(part), std::string::npos) << part << " is not in\n" << text;
+  }
+}
+
+class TopTest : public testing::Test {
+ protected:
+  TopTest() {
+    view.TakeGraph(GRAPH);
+    view.TakeStats(STATS);
+  }
+  Words Draw(int columns, int rows) { return view.Draw("player 7", "every 1 s", columns, rows, Style(false)); }
+  bool Shows(const std::string& text, int columns = 80, int rows = 24) {
+    return Join(Draw(columns, rows), "\n").find(text) != std::string::npos;
+  }
+
+  TopView view;
+};
+
+TEST_F(TopTest, FitsAnyScreenAndAnyReply) {
+  for (const Json& reply : {STATS, Json(), Json::parse(R"({"routes": [1, {"name": 2}], "fifos": [null, {}]})")}) {
+    view.TakeStats(reply);
+    for (int columns : {1, 20, 40, 80, 300}) {
+      for (int rows : {1, 2, 5, 24, 80}) {
+        const Words lines = Draw(columns, rows);
+        EXPECT_LE(lines.size(), static_cast<std::size_t>(rows));
+        for (const std::string& line : lines) EXPECT_LE(Width(line), static_cast<std::size_t>(columns)) << line;
+      }
+    }
+  }
+}
+
+// Red if an operator has to look for the route that stands, or its reason is cut.
+TEST_F(TopTest, PutsTroubleFirstWithItsReason) {
+  const std::string small = Join(Draw(40, 10), "\n");
+  EXPECT_LT(small.find("RouteA"), small.find("RouteB"));
+  EXPECT_NE(small.find("fifo_1 (0 of"), std::string::npos) << small;
+  EXPECT_NE(small.find("RouteB writes"), std::string::npos) << small;
+  EXPECT_FALSE(Shows("mic_0 ", 80, 40)) << "folded, since the screen is small";
+  view.Obey(Key::FOLD_ALL);
+  EXPECT_TRUE(Shows("> mic_0", 80, 40));
+  EXPECT_TRUE(Shows("peak -21.0 dBFS", 80, 40));
+  EXPECT_TRUE(Shows("waits in mic_0, for 12.3 s: no samples in fifo_1 (0 of 4800), which out_0", 300, 40));
+  const Words lines = Draw(80, 40);
+  EXPECT_EQ(std::count(lines.back().begin(), lines.back().end(), '|'), 5) << "a quarter of the bar: " << lines.back();
+}
+
+TEST_F(TopTest, FoldsSortsAndScrolls) {
+  EXPECT_TRUE(Shows("gain_vol_0 (vol)"));
+  view.Obey(Key::DOWN);
+  view.Obey(Key::FOLD);
+  EXPECT_FALSE(Shows("gain_vol_0"));
+  EXPECT_TRUE(Shows("+RouteA"));
+  view.Obey(Key::UNFOLD);
+  EXPECT_TRUE(Shows("gain_vol_0"));
+  view.Obey(Key::REVERSE);
+  const std::string reversed = Join(Draw(80, 24), "\n");
+  EXPECT_GT(reversed.find("RouteA "), reversed.find("RouteB "));
+  view.Obey(Key::REVERSE);
+  EXPECT_FALSE(Shows("fifo_0", 80, 6));
+  view.Obey(Key::END);
+  EXPECT_TRUE(Shows("fifo_0", 80, 6));
+  view.Obey(Key::HOME);
+  EXPECT_TRUE(Shows("RouteA", 80, 6));
+  view.SetProblem("process 7 has said nothing for 5 s");
+  EXPECT_TRUE(Shows("has said nothing"));
 }
 
 }  // namespace

@@ -1,37 +1,41 @@
-// A block for any place in a graph, with one parameter, "gain", that it tells as blocks made with the kit do.
+// A block for any place in a graph, without the kit. With the argument pace=MILLISECONDS a frame takes so long; with
+// stand=PATH it is done once somebody has opened that pipe.
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+
 #include <vorn/Block.h>
 
 namespace {
 
-constexpr unsigned TABLE = 0xFFFFFF00;
-
 class Any : public vorn::Block {
  public:
-  using Block::Block;
+  Any(bool isFirst, bool isLast, const std::vector<std::string>& args) : Block(isFirst, isLast) {
+    for (const std::string& arg : args) {
+      if (arg.rfind("pace=", 0) == 0) pace = std::atoi(arg.c_str() + 5);
+      if (arg.rfind("stand=", 0) == 0) pipe = arg.substr(6);
+    }
+  }
 
   long ProcessFrame() override {
+    if (pace > 0) poll(nullptr, 0, pace);
+    if (!pipe.empty()) close(open(pipe.c_str(), O_RDONLY));
     ClearActiveInEpsData();
     for (const auto& [index, ep] : ActiveOutEps()) ep->FB()->samples = ep->FB()->samplesPerFrame;
     return vorn::FRAME_DONE;
   }
-  int SetParameter(unsigned id, const std::vector<std::string>& params) override {
-    if (id != 3 || params.size() != 1) return vorn::FRAME_FAILED;
-    gain = params[0];
-    return 0;
-  }
-  int GetParameter(unsigned id, std::vector<std::string>& params) override {
-    if (id == TABLE) params.push_back("3 gain dB -120..60 " + gain + " live");
-    if (id == 3) params.push_back(gain);
-    return params.empty() ? static_cast<int>(vorn::FRAME_FAILED) : 0;
-  }
 
  private:
-  std::string gain = "0";
+  int pace = 0;
+  std::string pipe;
 };
 
 }  // namespace
 
 extern "C" __attribute__((visibility("default"))) vorn::Block* CreateBlock(bool first, bool last,
-                                                                           const std::vector<std::string>&) {
-  return new Any(first, last);
+                                                                           const std::vector<std::string>& args) {
+  return new Any(first, last, args);
 }
