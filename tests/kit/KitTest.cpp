@@ -102,10 +102,11 @@ TEST(Parameters, ArgumentsAreCheckedAndNamed) {
   ASSERT_NE(block, nullptr);
   std::vector<std::string> table;
   EXPECT_EQ(block->GetParameter(vorn::PARAMETER_TABLE, table), 0);
-  EXPECT_EQ(table, (std::vector<std::string>{"0 number dB -1..1 -0.1 live", "1 count - 0..9 9 stopped",
-                                             "2 sure - false|true false stopped",
-                                             "3 size - small|middle|large middle live", "4 name - - /a%20b=c%25 live",
-                                             "5 level dBFS - -3.5 read", "6 own - 0..1 1 stopped"}));
+  EXPECT_EQ(table,
+            (std::vector<std::string>{"0 number dB -1..1 -0.1 live - given", "1 count - 0..9 9 stopped - given",
+                                      "2 sure - false|true false stopped - given",
+                                      "3 size - small|middle|large middle live", "4 name - - /a%20b=c%25 live - given",
+                                      "5 level dBFS - -3.5 read", "6 own - 0..1 1 stopped - given"}));
   for (const std::string& line : table) {
     const auto parsed = vorn::ParameterLine::Parse(line);
     ASSERT_TRUE(parsed) << line;

@@ -15,18 +15,20 @@ namespace vorn {
 /**
  * One parameter a line, fields separated by one blank, none of them empty or with a blank inside:
  *
- *     id name unit range value access help
- *     0 gain dB -120..60 -6 live how%20much
+ *     id name unit range value access help given
+ *     0 gain dB -120..60 -6 live how%20much given
  *
  * `-` stands for no unit, no range, an empty value. A range is `low..high` with -inf and inf for no limit, or words
  * joined by `|`. Blanks and '%' inside a field are written %20 and %25, and a field that is just `-` is written %2D.
- * Access is `live` (set at any time), `stopped` (set while the route is stopped) or `read` (a measurement). The help is
- * left out where there is none.
+ * Access is `live` (set at any time), `stopped` (set while the route is stopped) or `read` (a measurement). `given`
+ * says that the value came from an argument or was set, so that a block with the same values has to be told it. It is
+ * left out otherwise, and then the help is too where there is none.
  */
 struct ParameterLine {
   std::string ToString() const {
     std::string line = std::to_string(id);
     for (const std::string* field : {&name, &unit, &range, &value, &access}) line += ' ' + Escaped(*field);
+    if (isGiven) return line + ' ' + Escaped(help) + " given";
     return help.empty() ? line : line + ' ' + Escaped(help);
   }
 
@@ -40,7 +42,8 @@ struct ParameterLine {
     if (read.ec != std::errc() || read.ptr != end) return std::nullopt;
     std::size_t i = 1;
     for (std::string* field : {&line.name, &line.unit, &line.range, &line.value, &line.access}) *field = fields[i++];
-    if (i < fields.size()) line.help = fields[i];
+    if (i < fields.size()) line.help = fields[i++];
+    line.isGiven = i < fields.size() && fields[i] == "given";
     return line;
   }
 
@@ -54,6 +57,7 @@ struct ParameterLine {
   std::string value;
   std::string access;
   std::string help;
+  bool isGiven = false;
 
  private:
   static std::string Escaped(const std::string& text) {
