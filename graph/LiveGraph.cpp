@@ -7,6 +7,7 @@
 #include <sstream>
 #include <system_error>
 
+#include <vorn/kit/Label.h>
 #include <vorn/kit/Refusal.h>
 
 #include "StreamText.h"
@@ -121,8 +122,10 @@ std::optional<Error> LiveGraph::MakeBlock(std::size_t index, const BlockPlan& pl
   if (made.block) return std::nullopt;
   const auto route = RouteAt(node.route);
   if (const auto* error = std::get_if<Error>(&route)) return *error;
-  made.block = std::get<std::shared_ptr<Route>>(route)->NewBlock(plan.plugIn.soFileName.c_str(), plan.first, plan.last,
-                                                                 plan.args);
+  std::vector<std::string> args = plan.args;
+  if (plan.plugIn.info) args.push_back(std::string(LABEL_ARGUMENT) + node.name);  // another would take it for its own
+  made.block =
+      std::get<std::shared_ptr<Route>>(route)->NewBlock(plan.plugIn.soFileName.c_str(), plan.first, plan.last, args);
   if (!made.block) return Reason({node.at, Who(node) + " could not be made"});  // there is none to ask for the reason
   boards[node.route] = made.block->Board();
   made.prefix = made.block->RouteName() + ": " + made.block->Name() + ": ";

@@ -132,12 +132,11 @@ class Lv2 : public vorn::PluginBlock {
     }
     Extend(more);
     for (const char c : plugin.uri.substr(plugin.uri.find_last_of("/#:") + 1))
-      label += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
+      kind += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
   }
 
-  const char* Subname() const override { return label.c_str(); }
-
  protected:
+  const char* Kind() const override { return kind.c_str(); }
   bool Drives(std::size_t input) const override { return input == MAIN; }
 
   Refusal CheckStream(bool input, std::size_t index, const vorn::FrameBuffer&) const override {
@@ -330,7 +329,7 @@ class Lv2 : public vorn::PluginBlock {
   }
 
   const Lv2Plugin plugin;
-  std::string label;
+  std::string kind;
   Layout layout;
   bool hasSidechain = false;
   bool hasOutput = false;

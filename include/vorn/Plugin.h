@@ -170,6 +170,7 @@
 #include <vorn/kit/Exports.h>
 #include <vorn/kit/InputQueue.h>
 #include <vorn/kit/Interrupt.h>
+#include <vorn/kit/Label.h>
 #include <vorn/kit/Log.h>
 #include <vorn/kit/Parameters.h>
 #include <vorn/kit/PluginBlock.h>

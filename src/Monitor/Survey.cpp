@@ -53,7 +53,7 @@ Object DescribeBlock_l(const RouteImpl& route, const Block& block) {
   if (!origin) return object;
   List args;
   for (const std::string& arg : origin->args) args.Add(Quoted(arg));
-  return object.Add("plugIn", origin->soFileName).Add("args", args);
+  return object.Add("label", origin->label).Add("plugIn", origin->soFileName).Add("args", args);
 }
 
 Object DescribeRoute(const RouteImpl& route) {

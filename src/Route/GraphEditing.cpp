@@ -49,6 +49,7 @@ Block* RouteImpl::NewBlock_l(const std::string& soFileName, bool first, bool las
 
 /** All or nothing, where memory runs out. */
 void RouteImpl::EnterBlock_l(Block& block, Origin origin) try {
+  origin.label = TakeLabel(origin.args);
   plan.Enter(block);
   const Topology::Lock lock;
   blocks.insert(&block);

@@ -27,6 +27,7 @@
 
 #include <vorn/Route.h>
 #include <vorn/kit/BlockView.h>
+#include <vorn/kit/Label.h>
 #include <vorn/kit/RouteBoard.h>
 
 #include "Chronicle.h"
@@ -111,7 +112,8 @@ class RouteImpl : public Route {
   /** What a block was made of. */
   struct Origin {
     std::string soFileName;
-    std::vector<std::string> args;
+    std::vector<std::string> args;  ///< Without the label.
+    std::string label = {};         ///< What its host calls it; empty: nothing.
   };
 
   /** Times the calls of blocks, and cycles, anew; or no more. */

@@ -118,6 +118,21 @@ TEST(Parameters, ArgumentsAreCheckedAndNamed) {
     EXPECT_FALSE(vorn::ParameterLine::Parse(other)) << other;
 }
 
+// Red if a label is taken for an argument, makes a name that is no part of a file's, or says what the plug-in says.
+TEST(Label, IsPartOfTheName) {
+  const std::pair<const char*, const char*> cases[] = {{"left", "left"},         {"probe", ""},
+                                                       {"probe_3", ""},          {"probe_left_3", "left"},
+                                                       {"probe_x", "probe_x"},   {"a b/c.d-e", "a_b_c_d-e"},
+                                                       {"probes_0", "probes_0"}, {"\xE4\x2E", ""}};
+  for (const auto& [label, subname] : cases) {
+    const auto block = Make({"0.5", std::string(vorn::LABEL_ARGUMENT) + label, "name"});
+    ASSERT_NE(block, nullptr) << label;
+    EXPECT_EQ(block->Subname() ? block->Subname() : "", std::string(subname)) << label;
+  }
+  EXPECT_EQ(Make({})->Subname(), nullptr);
+  EXPECT_EQ(vorn::SubnameOf(std::string(300, 'x'), "probe").size(), 64U);
+}
+
 // Red if a refused value changes anything, or one that cannot change while running does.
 TEST(Parameters, AreSetAndReadById) {
   const auto block = Make({});

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include <vorn/kit/Label.h>
 #include <vorn/kit/PluginBlock.h>
 
 namespace vorn {
@@ -28,7 +29,9 @@ Block* CreatePluginBlock(bool first, bool last, const std::vector<std::string>& 
     name = description.name;
     const bool isFirst = IsOpenEnd(description.inputs, first);
     const bool isLast = IsOpenEnd(description.outputs, last);
-    auto block = std::make_unique<BlockClass>(Setup{isFirst, isLast, arguments, std::move(description)});
+    std::vector<std::string> own = arguments;
+    std::string label = TakeLabel(own);
+    auto block = std::make_unique<BlockClass>(Setup{isFirst, isLast, own, std::move(description), std::move(label)});
     const Refusal refusal = block->UnknownArguments();
     if (refusal.empty()) return block.release();
     _tlogging_print('E', __FILE__, __LINE__, __func__, "%s: %s", name, refusal.Text().c_str());

@@ -20,6 +20,7 @@
 #include <vorn/kit/Cycle.h>
 #include <vorn/kit/Description.h>
 #include <vorn/kit/Interrupt.h>
+#include <vorn/kit/Label.h>
 #include <vorn/kit/Log.h>
 #include <vorn/kit/Parameters.h>
 #include <vorn/kit/Refusal.h>
@@ -34,6 +35,7 @@ struct Setup {
   bool last;
   const std::vector<std::string>& arguments;
   Description description;
+  std::string label = {};  ///< What the host calls the block; empty: nothing.
 };
 
 /** The base class of a block that is made with the kit. */
@@ -103,6 +105,11 @@ class PluginBlock : public Block, protected FlowOwner {
   bool Drives(std::size_t input) const override;
   /** False: Process() sees the inputs as they come, with 0 samples where nothing did, and takes care of their ends itself. */
   virtual bool LinesUpInputs() const { return true; }
+  /**
+   * What makes one kind of this block another, for its name: lv2_amp_0. The label of the host goes before it.
+   * @return null or empty for nothing; else letters, digits and '_', which stay as they are.
+   */
+  virtual const char* Kind() const { return nullptr; }
   /**@}*/
 
   /** @name What a block uses */
@@ -172,6 +179,8 @@ class PluginBlock : public Block, protected FlowOwner {
   /** @name vorn::Block, for the route */
   /**@{*/
   int ioctl(unsigned int cmd, void* arg) override;
+  /** What the host's label adds to the block's name, or else Kind(). */
+  const char* Subname() const final { return subname.empty() ? Kind() : subname.c_str(); }
   int OnInEpLinked(unsigned long index) final;
   void OnInEpUnlinked(unsigned long index) final;
   int OnOutEpLinked(unsigned long index) final;
@@ -233,6 +242,7 @@ class PluginBlock : public Block, protected FlowOwner {
   std::int64_t refusedAt = 0;  // in nanoseconds of the monotonic clock
   bool isAsked = false;        // OnGet runs
   unsigned askedFor = 0;
+  const std::string subname;
   bool running = false;
   bool isSpoilt = false;                           // Release failed
   bool warned = false;                             // of samples that are lost beside a block without the kit
@@ -241,7 +251,10 @@ class PluginBlock : public Block, protected FlowOwner {
 };
 
 inline PluginBlock::PluginBlock(Setup setup)
-    : Block(setup.first, setup.last), description(std::move(setup.description)), parameters(description) {
+    : Block(setup.first, setup.last),
+      description(std::move(setup.description)),
+      parameters(description),
+      subname(SubnameOf(setup.label, description.name)) {
   for (std::size_t i = 0; i < Endpoint::COUNT; ++i) flow.ShowUnlinked(i, InEp(i).FB());
   if ((description.same & SAME_FRAME) != 0) flow.KeepFrameSize();
   if ((description.flags & (BLOCK_SETS_PACE | BLOCK_READS_FIFO | BLOCK_WRITES_FIFO)) != 0) flow.SetPace();

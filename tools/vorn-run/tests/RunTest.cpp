@@ -294,7 +294,7 @@ TEST_F(VornRun, ChecksShowsAndDumpsAGraph) {
   EXPECT_EQ(Run({"again.dot", "--dot"}).out, dot.out);
   EXPECT_EQ(Run({"again.dot", "--dump", "x/y"}).status, 0);
   EXPECT_EQ(SamplesIn("taken"), 8);
-  EXPECT_EQ(Contents("x/y/RouteA-moody_0-O00-1000Hz-S32_LE-1ch.pcm").size(), 32U);
+  EXPECT_EQ(Contents("x/y/RouteA-moody_src_0-O00-1000Hz-S32_LE-1ch.pcm").size(), 32U);
 }
 
 // Red if a dump is not where the name of its block says, or outside of its folder.
