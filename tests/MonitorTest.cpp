@@ -236,7 +236,7 @@ TEST_F(MonitorTest, ShowsTheWholeGraph) {
       {R"("version":1,"request":"graph")",
        R"("name":"probe_x_0","first":false,"last":true,"label":"","plugIn":"libprobe.so","args":[")",
        R"("from":{"block":"probe_0","port":2},"to":{"block":"probe_x_0","port":3},"rate":48000,"format":"S16_LE","channels":2,"samplesPerFrame":4)",
-       R"({"name":"fifo_0","count":0,"capacity":3,"rate":1000,"writer":{},"reader":{})"}) {
+       R"({"name":"fifo_0","count":0,"capacity":3,"prefill":0,"rate":1000,"writer":{},"reader":{})"}) {
     EXPECT_TRUE(Has(graph, part)) << part << "\n" << graph;
   }
   EXPECT_TRUE(Has(Ask("stats"), R"("name":"RouteA","status":"stopped","why":"stopped","text":"RouteA is stopped)"));

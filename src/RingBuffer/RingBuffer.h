@@ -48,6 +48,7 @@ class RingBuffer final : public FIFO {
 
   AdaptiveMutex& Mutex() const { return mutex; }
   long Capacity() const { return slots - 1; }
+  long Prefill() const { return prefill; }
   unsigned int Rate() const { return rate; }
 
   // These expect the mutex.
