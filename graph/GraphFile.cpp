@@ -6,21 +6,14 @@
 #include "DotGraph.h"
 #include "QuotedWords.h"
 #include "StreamText.h"
+#include "support/GraphText.h"
 
 namespace vorn::graph {
 namespace {
 
-constexpr long MOST_SAMPLES = 1'000'000'000;
+using support::IsForTheDrawing;
 
-/** Attributes that change the drawing alone. A parameter of such a name is given in args. */
-bool IsForTheDrawing(std::string_view name) {
-  constexpr std::string_view NAMES[] = {
-      "URL",      "arrowhead", "bgcolor", "color",     "comment",  "constraint", "fillcolor", "fontcolor", "fontname",
-      "fontsize", "headlabel", "label",   "labeljust", "labelloc", "margin",     "minlen",    "nodesep",   "pencolor",
-      "penwidth", "rankdir",   "ranksep", "splines",   "style",    "taillabel",  "tooltip",   "weight",    "xlabel"};
-  static_assert(std::ranges::is_sorted(NAMES));
-  return std::ranges::binary_search(NAMES, name);
-}
+constexpr long MOST_SAMPLES = 1'000'000'000;
 
 /** Puts values in the place of $name and ${name}; $$ is a dollar. */
 class Substitution {
@@ -269,11 +262,6 @@ class Interpreter {
 };
 
 }  // namespace
-
-bool IsReservedAttribute(std::string_view name) {
-  constexpr std::string_view NAMES[] = {"args", "block", "first", "last", "shape"};
-  return IsForTheDrawing(name) || std::ranges::find(NAMES, name) != std::end(NAMES);
-}
 
 Result<GraphDescription> ReadGraphFile(std::string_view text, const std::string& file, const Variables& variables) {
   auto dot = ReadDot(text, file);

@@ -9,9 +9,6 @@
 
 namespace vorn::graph {
 
-/** Whether an attribute of a block is none of its parameters: it means something here, or changes the drawing alone. */
-bool IsReservedAttribute(std::string_view name);
-
 using Variables = std::map<std::string, std::string>;
 
 /**

@@ -1,17 +1,15 @@
 #include "PlanText.h"
 
 #include <algorithm>
-#include <cctype>
-#include <limits>
 
-#include "GraphFile.h"
-#include "QuotedWords.h"
 #include "StreamText.h"
+#include "support/GraphText.h"
 #include "support/TextTable.h"
 
 namespace vorn::graph {
 namespace {
 
+using support::DotId, support::NodeId;
 using support::Row;
 
 std::string FormatOf(const Stream& stream) { return FormatName(static_cast<SampleFormat>(stream.format)); }
@@ -49,41 +47,6 @@ Row RowOf(const GraphPlan& plan, const FifoPlan& fifo) {
           size};
 }
 
-/** As a DOT string. Not for a text that IsHardToWrite. @param dollar how it is written: in values, not in names. */
-std::string DotText(const std::string& text, const char* dollar = "$$") {
-  std::string quoted = "\"";
-  for (const char c : text) {
-    if (c == '"') quoted += '\\';
-    quoted += c == '$' ? std::string(dollar) : std::string(1, c);
-  }
-  return quoted + '"';
-}
-
-bool IsPlainId(const std::string& text) {
-  const auto isOfId = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; };
-  constexpr std::string_view KEYWORDS[] = {"digraph", "edge", "graph", "node", "strict", "subgraph"};
-  std::string word = text;
-  for (char& c : word) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return !text.empty() && std::ranges::all_of(text, isOfId) && !std::isdigit(static_cast<unsigned char>(text[0])) &&
-         std::ranges::find(KEYWORDS, word) == std::end(KEYWORDS);
-}
-
-std::string DotId(const std::string& text, const char* dollar = "$$") {
-  const bool isNumber = NumberIn(text, std::numeric_limits<long>::min(), std::numeric_limits<long>::max()).has_value();
-  return isNumber || IsPlainId(text) ? text : DotText(text, dollar);
-}
-
-std::string NodeId(const std::string& name) { return DotId(name, "$"); }
-
-/** DOT has no way to write some backslashes. Arguments have: see QuoteWord. */
-bool IsHardToWrite(const std::string& text) {
-  if (text.ends_with('\\')) return true;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (IsReadByDot(text, i)) return true;
-  }
-  return false;
-}
-
 class DotWriter {
  public:
   explicit DotWriter(const GraphPlan& newPlan) : plan(newPlan), nodes(plan.graph.nodes) {}
@@ -112,18 +75,10 @@ class DotWriter {
 
   void Block(const Node& node) {
     dot += "    " + NodeId(node.name) + " [block=" + DotId(node.plugIn.text);
-    std::string args;
-    for (const Word& arg : node.args) args += ' ' + QuoteWord(arg.text);
-    std::string parameters;
-    for (const Attribute& parameter : node.parameters) {
-      if (IsHardToWrite(parameter.value) || IsReservedAttribute(parameter.name)) {
-        args += ' ' + QuoteWord(parameter.name + '=' + parameter.value);
-      } else {
-        parameters += ", " + DotId(parameter.name, "$") + '=' + DotId(parameter.value);
-      }
-    }
-    if (!args.empty()) dot += ", args=" + DotText(args.substr(1));
-    dot += parameters + Flag("first", node.first) + Flag("last", node.last) + Label(node) + "]\n";
+    support::BlockText told;
+    for (const Word& arg : node.args) told.AddArgument(arg.text);
+    for (const Attribute& parameter : node.parameters) told.AddParameter(parameter.name, parameter.value);
+    dot += told.ToString() + Flag("first", node.first) + Flag("last", node.last) + Label(node) + "]\n";
   }
 
   /** Names the plug-in, where the node has another name and both need no quotes. */

@@ -79,18 +79,4 @@ Result<std::vector<SplitWord>> SplitWords(std::string_view text, const Origin& s
   return Splitter(text, start).Split();
 }
 
-bool IsReadByDot(const std::string& text, std::size_t at) {
-  return text[at] == '\\' && at + 1 < text.size() && std::string_view("\"\r\n").find(text[at + 1]) != text.npos;
-}
-
-std::string QuoteWord(const std::string& text) {
-  if (!text.empty() && text != "!" && text.find_first_of(" \t\r\n\"'\\") == text.npos) return text;
-  std::string quoted = "'";
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    quoted += text[i] == '\'' ? "'\\''" : text.substr(i, 1);
-    if (IsReadByDot(text, i)) quoted += "''";
-  }
-  return quoted + '\'';
-}
-
 }  // namespace vorn::graph

@@ -15,10 +15,4 @@ struct SplitWord : Word {
 /** @param start where the text begins, in the file it stands in. */
 Result<std::vector<SplitWord>> SplitWords(std::string_view text, const Origin& start);
 
-/** A backslash that DOT does not take as it is: before a double quote, or at the end of a line, which it joins to the next. */
-bool IsReadByDot(const std::string& text, std::size_t at);
-
-/** The text as SplitWords reads it back as one word, without such backslashes, nor one at its end. */
-std::string QuoteWord(const std::string& text);
-
 }  // namespace vorn::graph
