@@ -1,6 +1,8 @@
 #include <vorn/Graph.h>
 
+#include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <deque>
 #include <filesystem>
 #include <fstream>
@@ -13,12 +15,33 @@
 #include "OneLiner.h"
 #include "PlanText.h"
 #include "Readings.h"
+#include "Recording.h"
 #include "Resolver.h"
 #include "Runner.h"
 #include "Settings.h"
 
 namespace vorn {
 namespace {
+
+/** A folder that goes with the object. */
+class TemporaryFolder {
+ public:
+  TemporaryFolder() : path((std::filesystem::temp_directory_path() / "vorn-replay-XXXXXX").string()) {
+    if (!mkdtemp(path.data())) path.clear();
+  }
+  ~TemporaryFolder() {
+    std::error_code ignored;
+    if (!path.empty()) std::filesystem::remove_all(path, ignored);
+  }
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+  /** Empty where it could not be made. */
+  const std::string& Path() const { return path; }
+
+ private:
+  std::string path;
+};
 
 using graph::GraphDescription;
 using graph::GraphPlan;
@@ -50,12 +73,15 @@ struct Graph::Impl {
   std::optional<Error> Plan();
   std::optional<Error> Build();
   Result Run(const RunOptions& options);
+  std::variant<std::vector<Comparison>, Error> Compare(std::chrono::nanoseconds settling) const;
   void TakeDown();
 
   std::optional<Error> unreadable;
   GraphDescription description;
   graph::LoadedPlugIns plugIns;
   std::string dumpFolder;
+  std::optional<graph::Recording> recording;  // of a replay
+  std::unique_ptr<TemporaryFolder> replayFolder;
   graph::LogTail log;
   graph::RouteEvents events;
   std::deque<graph::RouteWatch> watches;
@@ -106,10 +132,36 @@ Graph::Result Graph::Impl::Run(const RunOptions& options) {
   if (auto error = Build()) return {End::NOT_BUILT, 0, error};
   wasRun = true;
   for (graph::RouteWatch& watch : watches) watch.SetPriority(options.realtimePriority);
+  if (recording && dumpFolder.empty()) {
+    replayFolder = std::make_unique<TemporaryFolder>();
+    dumpFolder = replayFolder->Path();
+    if (dumpFolder.empty()) return {End::FAILURE, 0, Error{{}, "no folder for the replay: TMPDIR is not writable"}, 0};
+  }
   if (auto error = dumpFolder.empty() ? std::nullopt : live->SetDump(dumpFolder)) {
     return {End::FAILURE, 0, error, 0};
   }
-  return graph::Runner(*plan, *live, events, log, options).Run();
+  const Result result = graph::Runner(*plan, *live, events, log, options).Run();
+  if (recording) live->EndDump();
+  return result;
+}
+
+std::variant<std::vector<Graph::Comparison>, Graph::Error> Graph::Impl::Compare(
+    std::chrono::nanoseconds settling) const {
+  if (!recording || !wasRun) return Error{{}, "nothing to compare; expected a recording, and a run of it"};
+  std::vector<Comparison> comparisons;
+  for (const graph::RecordedOutput& output : recording->outputs) {
+    if (output.isOfSource) continue;
+    const auto node = std::ranges::find(description.nodes, output.node, &graph::Node::name);
+    if (node == description.nodes.end()) continue;
+    const auto index = static_cast<std::size_t>(node - description.nodes.begin());
+    comparisons.push_back(graph::Compare(
+        *recording, output, dumpFolder + '/' + live->DumpName(index, output.port, output.stream), settling));
+  }
+  const auto isEmpty = [](const Comparison& one) { return one.recorded == 0; };
+  if (!std::ranges::all_of(comparisons, isEmpty)) return comparisons;
+  return Error{{recording->graphPath, 0, 0},
+               recording->limit.empty() ? "no block but sources was recorded, so there is nothing to compare"
+                                        : "cannot be replayed: " + recording->limit};
 }
 
 std::string Graph::Place::ToString() const {
@@ -145,6 +197,20 @@ Graph Graph::FromText(const std::string& text, const std::string& name, const Va
 
 Graph Graph::FromPipeline(const std::string& text, const std::string& name) {
   return Graph(std::make_unique<Impl>(graph::ReadOneLiner(text, name)));
+}
+
+Graph Graph::FromRecording(const std::string& folder) {
+  auto recording = graph::ReadRecording(folder);
+  if (const auto* error = std::get_if<Error>(&recording)) return Graph(std::make_unique<Impl>(*error));
+  const std::string& path = std::get<graph::Recording>(recording).graphPath;
+  const auto text = ReadText(path);
+  if (const auto* error = std::get_if<Error>(&text)) return Graph(std::make_unique<Impl>(*error));
+  const auto recorded = graph::ReadGraphFile(std::get<std::string>(text), path, {});
+  if (const auto* error = std::get_if<Error>(&recorded)) return Graph(std::make_unique<Impl>(*error));
+  auto impl = std::make_unique<Impl>(
+      graph::ReplayOf(std::get<GraphDescription>(recorded), std::get<graph::Recording>(recording)));
+  impl->recording = std::get<graph::Recording>(std::move(recording));
+  return Graph(std::move(impl));
 }
 
 Graph::Graph(std::unique_ptr<Impl> newImpl) : impl(std::move(newImpl)) {}
@@ -189,6 +255,14 @@ Graph::Result Graph::Run(const RunOptions& options) {
 
 void Graph::Stop(int signal) noexcept { impl->events.AskToStop(signal); }
 
+std::variant<std::vector<Graph::Comparison>, Graph::Error> Graph::CompareWithRecording(
+    std::chrono::nanoseconds settling) const {
+  if (impl->unreadable) return *impl->unreadable;
+  return impl->Compare(settling);
+}
+
+std::string Graph::LimitOfRecording() const { return impl->recording ? impl->recording->limit : std::string(); }
+
 Graph::Figures Graph::CurrentFigures() const {
   return impl->isBuilt ? graph::FiguresOf(*impl->plan, *impl->live) : Figures();
 }
@@ -211,6 +285,10 @@ std::string Graph::ToJson() const { return impl->plan ? graph::JsonOf(*impl->pla
 
 std::string Graph::ToJson(const Result& result) const {
   return impl->isBuilt ? graph::JsonOf(*impl->plan, *impl->live, result) : graph::JsonOf(result);
+}
+
+std::string Graph::ToJson(const Result& result, const std::vector<Comparison>& comparisons) const {
+  return graph::WithReplay(ToJson(result), comparisons, LimitOfRecording());
 }
 
 }  // namespace vorn

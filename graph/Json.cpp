@@ -116,4 +116,21 @@ std::string JsonOf(const GraphPlan& plan, const LiveGraph& live, const Graph::Re
   return Text(json);
 }
 
+std::string WithReplay(const std::string& result, const std::vector<Graph::Comparison>& comparisons,
+                       const std::string& limit) {
+  ordered_json json = ordered_json::parse(result);
+  ordered_json outputs = ordered_json::array();
+  bool isSame = true;
+  for (const Graph::Comparison& one : comparisons) {
+    ordered_json output = {{"block", one.block},       {"output", one.output},     {"rate", one.rate},
+                           {"recorded", one.recorded}, {"replayed", one.replayed}, {"same", one.IsSame()},
+                           {"settled", one.settled}};
+    if (one.firstDifference) output["firstDifference"] = *one.firstDifference;
+    isSame = isSame && one.IsSame();
+    outputs.push_back(output);
+  }
+  json["replay"] = {{"same", isSame}, {"limit", limit}, {"outputs", outputs}};
+  return Text(json);
+}
+
 }  // namespace vorn::graph

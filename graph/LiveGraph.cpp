@@ -129,6 +129,7 @@ std::optional<Error> LiveGraph::MakeBlock(std::size_t index, const BlockPlan& pl
   if (!made.block) return Reason({node.at, Who(node) + " could not be made"});  // there is none to ask for the reason
   boards[node.route] = made.block->Board();
   made.prefix = made.block->RouteName() + ": " + made.block->Name() + ": ";
+  made.dumpName = made.block->RouteName() + '-' + made.block->Name();
   made.host = std::make_unique<Host>();
   if (AttachCounters(made.block, &made.host->counters) < 0) {
     made.host.reset();
@@ -241,6 +242,19 @@ std::optional<Error> LiveGraph::SetDump(const std::string& folder) {
     if (const auto route = Held(i)) route->SetDump(folder.c_str());
   }
   return std::nullopt;
+}
+
+void LiveGraph::EndDump() {
+  for (std::size_t i = 0; i < routes.size(); ++i) {
+    if (const auto route = Held(i)) route->SetDump(nullptr);
+  }
+}
+
+std::string LiveGraph::DumpName(std::size_t node, std::size_t output, const Stream& stream) const {
+  const std::string number = std::to_string(output);
+  return blocks[node].dumpName + "-O" + (number.size() < 2 ? "0" : "") + number + '-' + std::to_string(stream.rate) +
+         "Hz-" + FormatName(static_cast<SampleFormat>(stream.format)) + '-' + std::to_string(stream.channels) +
+         "ch.pcm";
 }
 
 bool LiveGraph::Interrupt(std::size_t node) {

@@ -51,6 +51,10 @@ class LiveGraph {
 
   /** An error: a dump could not be written where its name says. Nothing is dumped then. */
   std::optional<Error> SetDump(const std::string& folder);
+  /** All files of the dump are whole then. */
+  void EndDump();
+  /** The name of an output's dump, in the folder of the dumps. */
+  std::string DumpName(std::size_t node, std::size_t output, const Stream& stream) const;
   /** Brings a block back from its waits; a source then ends its stream. @return false from one without the kit. */
   bool Interrupt(std::size_t node);
   /** Whether a block waits now for what may never come. */
@@ -93,6 +97,7 @@ class LiveGraph {
   struct Made {
     Block* block = nullptr;
     std::string prefix;          // of its lines in the log: "RouteA: gain_0: "
+    std::string dumpName;        // what the names of its dumps begin with
     std::unique_ptr<Host> host;  // none for a block without the kit
   };
 

@@ -44,6 +44,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include <vorn/Block.h>
@@ -119,6 +120,22 @@ class VORN_API Graph {
     double value = 0;  ///< NaN where there is nothing to say.
   };
 
+  /** How a run compares with what was recorded of an output. Samples are per channel, and counted from the start. */
+  struct Comparison {
+    bool IsSame() const { return !firstDifference; }
+
+    std::string block;           ///< As the graph calls it.
+    std::size_t output = 0;      ///< Of the block.
+    std::uint32_t rate = 0;      ///< Hz
+    std::uint64_t recorded = 0;  ///< Samples that can be replayed.
+    std::uint64_t replayed = 0;  ///< Samples that came this time.
+    std::uint64_t compared = 0;  ///< As many as both have.
+    /** The first sample that is another one, or missing, behind those that may differ. */
+    std::optional<std::uint64_t> firstDifference;
+    /** Where the last difference of those that may differ ends; 0: there was none. */
+    std::uint64_t settled = 0;
+  };
+
   struct RunOptions {
     /**
      * The sources are stopped after this time on the clock, from when all routes run; what they gave goes through to
@@ -150,6 +167,14 @@ class VORN_API Graph {
    * filesource 'my song.wav' ! gain -6 ! filesink quiet.flac
    */
   static Graph FromPipeline(const std::string& text, const std::string& name = "pipeline");
+
+  /**
+   * A graph that runs a recording of `vrdb record` again: the recorded one with the samples that its sources gave in
+   * place of them, whatever they were, and nothing in place of its sinks. It gives the same samples each time it runs.
+   *
+   * @param folder of the recording.
+   */
+  static Graph FromRecording(const std::string& folder);
 
   /** `other` can then only be destroyed or assigned to. */
   Graph(Graph&& other) noexcept;
@@ -215,6 +240,19 @@ class VORN_API Graph {
    */
   void Stop(int signal = 0) noexcept;
 
+  /**
+   * Compares the last run of a graph FromRecording() with the recording, output by output, downstream: the first that
+   * differs is the cause of those after it. An output is the same when all of its bits are.
+   *
+   * @param settling how long a route may differ that was recorded in the middle: its blocks held samples from before,
+   * which nobody knows. At most half of what was recorded.
+   * @return an Error for a graph of another kind, before a run, and where there is nothing to compare.
+   */
+  std::variant<std::vector<Comparison>, Error> CompareWithRecording(
+      std::chrono::nanoseconds settling = std::chrono::seconds(1)) const;
+  /** Why not all that was recorded can be replayed: somebody edited the graph meanwhile, say. Empty: all can. */
+  std::string LimitOfRecording() const;
+
   /** Of the graph. All 0 before it is built. Any time on the controlling thread, callbacks included. */
   Figures CurrentFigures() const;
   /** What all blocks measured, in the order of the graph. Asks the routes, which answer between two frames. */
@@ -233,6 +271,8 @@ class VORN_API Graph {
   std::string ToJson() const;
   /** A run as JSON: how it ended, figures of the graph and of its routes, and what the blocks measured. */
   std::string ToJson(const Result& result) const;
+  /** The same of a replay, with a member `replay`: whether all outputs are the same, and each of them. */
+  std::string ToJson(const Result& result, const std::vector<Comparison>& comparisons) const;
 
  private:
   struct Impl;

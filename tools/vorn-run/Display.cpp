@@ -87,4 +87,31 @@ std::vector<std::string> ReadingLines(const std::vector<Graph::Reading>& reading
   return lines;
 }
 
+std::string WhereText(const Graph::Comparison& output, std::uint64_t sample) {
+  return "block '" + output.block + "', output " + std::to_string(output.output) + ": sample " +
+         std::to_string(sample) + ", " + Seconds(static_cast<double>(sample) / output.rate);
+}
+
+std::vector<std::string> ReplayLines(const std::vector<Graph::Comparison>& outputs) {
+  std::vector<std::string> lines;
+  for (const Graph::Comparison& one : outputs) {
+    const std::string who = "block '" + one.block + "', output " + std::to_string(one.output) + ": ";
+    const double rate = one.rate;
+    std::string line = who + "all " + std::to_string(one.compared) + " samples are the same";
+    if (one.firstDifference) {
+      line = who + "differs from sample " + std::to_string(*one.firstDifference) + " on, at " +
+             Seconds(static_cast<double>(*one.firstDifference) / rate);
+      if (one.replayed < one.recorded) {
+        line +=
+            "; " + std::to_string(one.replayed) + " samples came, " + std::to_string(one.recorded) + " were recorded";
+      }
+    } else if (one.settled > 0) {
+      line = who + std::to_string(one.compared - one.settled) + " samples are the same, from " +
+             Seconds(static_cast<double>(one.settled) / rate) + " on; what the block held before was not recorded";
+    }
+    lines.push_back(line);
+  }
+  return lines;
+}
+
 }  // namespace vorn::run

@@ -39,4 +39,10 @@ std::string SummaryText(const Graph::Figures& figures, double elapsedSeconds);
  */
 std::vector<std::string> ReadingLines(const std::vector<Graph::Reading>& readings);
 
+/** block 'vol', output 0: sample 4800, 0.1 s */
+std::string WhereText(const Graph::Comparison& output, std::uint64_t sample);
+
+/** A line an output: whether it is the same as recorded, and where not. */
+std::vector<std::string> ReplayLines(const std::vector<Graph::Comparison>& outputs);
+
 }  // namespace vorn::run

@@ -11,12 +11,16 @@ constexpr const char* FOOTER =
 A graph file is a Graphviz file; name=value fills the $name in it:
   vorn-run denoise.dot in=noisy.wav out=clean.wav
 
+A recording that 'vrdb record DIR' made runs again, on files in place of devices:
+  vorn-run --replay DIR
+
 Exit status: 0 at the end of the stream; 1 when the run failed, or not all was there; 2 when the graph could not be
 built; 3 when --duration ended it before. Ctrl-C, SIGTERM and SIGHUP end the run too, all files finished; the program
-then dies of that signal (130, 143, 129 in a shell). A second signal ends it at once.)";
+then dies of that signal (130, 143, 129 in a shell). A second signal ends it at once. With --replay: 0 when all outputs
+are the same, 1 when one differs, 2 when it cannot be replayed.)";
 
 /** 90, 1.5s, 500ms, 2m, 1h. */
-std::string ReadDuration(const std::string& text, std::optional<std::chrono::nanoseconds>& duration) {
+std::string ReadDuration(const std::string& text, std::chrono::nanoseconds& duration) {
   const std::map<std::string, double> units = {{"", 1}, {"s", 1}, {"ms", 0.001}, {"m", 60}, {"min", 60}, {"h", 3600}};
   std::size_t used = 0;
   double number = -1;
@@ -31,6 +35,16 @@ std::string ReadDuration(const std::string& text, std::optional<std::chrono::nan
   return {};
 }
 
+void AddTime(CLI::App& app, const std::string& name, const std::string& help,
+             const std::function<void(std::chrono::nanoseconds)>& take) {
+  const auto read = [name, take](const std::string& text) {
+    std::chrono::nanoseconds time{};
+    if (auto problem = ReadDuration(text, time); !problem.empty()) throw CLI::ValidationError(name, problem);
+    take(time);
+  };
+  app.add_option_function<std::string>(name, read, help)->option_text("TIME");
+}
+
 std::string ReadVariable(const std::string& text, Graph::Variables& variables) {
   const std::size_t equals = text.find('=');
   if (equals == text.npos || equals == 0) return "expected name=value behind the graph file, got '" + text + "'";
@@ -40,10 +54,13 @@ std::string ReadVariable(const std::string& text, Graph::Variables& variables) {
 
 /** What the parser cannot know. @return what is wrong, or empty. */
 std::string Complete(Options& options, const std::vector<std::string>& rest) {
+  if (options.pipeline && !options.recording.empty()) return "expected -e or --replay, got both";
   if (options.pipeline) {
     return rest.empty() ? ""
                         : "-e takes one text, so quote the whole pipeline; '" + rest.front() + "' is outside of it";
   }
+  if (!options.recording.empty())
+    return rest.empty() ? "" : "--replay takes one folder; what is '" + rest.front() + "'?";
   if (rest.empty()) return "expected a graph file, or -e 'PIPELINE'";
   options.graphFile = rest.front();
   for (std::size_t i = 1; i < rest.size(); ++i) {
@@ -73,14 +90,13 @@ std::variant<Options, int> ReadOptions(int argc, char** argv) {
   app.add_flag("--no-clobber", options.keepsOutputs, "Refuse to replace a file that is there already");
   app.add_option("--dump", options.dumpFolder, "Write what leaves every block to raw files in this folder")
       ->option_text("DIR");
-  app.add_option_function<std::string>(
-         "--duration",
-         [&](const std::string& text) {
-           if (auto problem = ReadDuration(text, options.duration); !problem.empty())
-             throw CLI::ValidationError("--duration", problem);
-         },
-         "Stop after this time on the clock: 90, 1.5s, 500ms, 2m, 1h")
-      ->option_text("TIME");
+  AddTime(app, "--duration", "Stop after this time on the clock: 90, 1.5s, 500ms, 2m, 1h",
+          [&](std::chrono::nanoseconds time) { options.duration = time; });
+  app.add_option("--replay", options.recording,
+                 "Run a recording of 'vrdb record' again, and say whether all outputs are the same, bit by bit")
+      ->option_text("DIR");
+  AddTime(app, "--settle", "With --replay: how long a route that was recorded in the middle may differ at first (1s)",
+          [&](std::chrono::nanoseconds time) { options.settling = time; });
   app.add_option("--realtime", options.realtimePriority,
                  "Ask for this real-time priority (SCHED_FIFO) for every route, and lock memory")
       ->option_text("1..99")

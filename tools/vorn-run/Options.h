@@ -14,6 +14,8 @@ namespace vorn::run {
 struct Options {
   std::optional<std::string> pipeline;
   std::string graphFile;  ///< "-" is standard input.
+  std::string recording;  ///< A folder; empty: a graph is run.
+  std::chrono::nanoseconds settling = std::chrono::seconds(1);
   Graph::Variables variables;
   std::vector<std::string> settings;
   bool checks = false;

@@ -1,6 +1,7 @@
 // vorn-run: runs a graph with what the command line says, and tells how it went.
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -21,6 +22,7 @@ namespace {
 enum ExitStatus { ENDED = 0, FAILED = 1, NOT_BUILT = 2, CUT_SHORT = 3 };
 
 Graph Read(const Options& options) {
+  if (!options.recording.empty()) return Graph::FromRecording(options.recording);
   if (options.pipeline) return Graph::FromPipeline(*options.pipeline, "-e");
   if (options.graphFile != "-") return Graph::FromFile(options.graphFile, options.variables);
   return Graph::FromText({std::istreambuf_iterator<char>(std::cin), {}}, "-", options.variables);
@@ -59,7 +61,7 @@ class Program {
     if (const auto error = options.dumpFolder.empty() ? std::nullopt : graph.SetDump(options.dumpFolder)) {
       return Refuse({{"--dump", 0, 0}, error->text});
     }
-    return Report(RunGraph());
+    return options.recording.empty() ? Report(RunGraph()) : Replay();
   }
 
  private:
@@ -76,6 +78,22 @@ class Program {
     NameWhoExits();  // before the library, which is there by now, has a go at its end
     const StopSignals signals(graph);
     return graph.Run(run);
+  }
+
+  int Replay() {
+    const Graph::Result result = RunGraph();
+    if (result.end != Graph::End::STREAM) return Report(result);
+    const auto compared = graph.CompareWithRecording(options.settling);
+    if (const auto* error = std::get_if<Graph::Error>(&compared)) return Refuse(*error);
+    const auto& outputs = std::get<0>(compared);
+    for (const std::string& line : ReplayLines(outputs)) display.Say(line);
+    if (const std::string limit = graph.LimitOfRecording(); !limit.empty())
+      display.Say("not compared to the end: " + limit);
+    if (options.writesJson) Print(graph.ToJson(result, outputs));
+    const auto different = std::ranges::find_if(outputs, [](const auto& one) { return !one.IsSame(); });
+    if (different == outputs.end()) return ENDED;
+    display.Complain("differs first at " + WhereText(*different, *different->firstDifference));
+    return FAILED;
   }
 
   int Report(const Graph::Result& result) {

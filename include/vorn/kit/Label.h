@@ -39,12 +39,14 @@ inline std::string TakeLabel(std::vector<std::string>& arguments) {
 inline std::string SubnameOf(std::string_view label, std::string_view plugIn) {
   constexpr std::size_t MOST = 64;
   constexpr const char* DIGITS = "0123456789";
-  const auto isLetter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'); };
+  const auto isLetter = [](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+  };
   if (label == plugIn) return {};
   const std::size_t digits = label.find_last_not_of(DIGITS) + 1;  // npos + 1 is 0
   const bool isNumbered = digits > 0 && digits < label.size() && label[digits - 1] == '_';
-  const bool isOfPlugIn = label.size() > plugIn.size() && label.compare(0, plugIn.size(), plugIn) == 0 &&
-                          label[plugIn.size()] == '_';
+  const bool isOfPlugIn =
+      label.size() > plugIn.size() && label.compare(0, plugIn.size(), plugIn) == 0 && label[plugIn.size()] == '_';
   if (isNumbered && isOfPlugIn) {
     const std::size_t begin = plugIn.size() + 1;
     label = begin < digits ? label.substr(begin, digits - 1 - begin) : std::string_view();

@@ -1,0 +1,30 @@
+// A running graph as a graph file: what the monitor tells of it, in the language of vorn-run.
+#pragma once
+
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "support/JsonMembers.h"
+
+namespace vrdb {
+
+struct SavedGraph {
+  std::string text;                  ///< empty where there is nothing to save
+  std::vector<std::string> leftOut;  ///< what the text cannot say, printable; it stands in it as comments too
+  /** What a block of a route is called in the text, by route and block. */
+  std::map<std::pair<std::string, std::string>, std::string> nodes;
+};
+
+/**
+ * The same replies give the same text, in whatever order they tell things.
+ *
+ * @param graph what the monitor answered to `graph`.
+ * @param parameters what it answered to `params`; blocks without parameters there have the arguments they were made
+ * with.
+ * @param folder that of the process, for relative paths; empty: not known.
+ */
+SavedGraph SaveGraph(const support::Json& graph, const support::Json& parameters, const std::string& folder);
+
+}  // namespace vrdb
