@@ -143,7 +143,7 @@ TEST_F(MonitorTest, SaysWhyARouteStands) {
   A().Start();
   Expect("why RouteA",
          {R"("why":"waits","text":"RouteA waits in probe_0, for )", "no samples in fifo_0 (0 of 3); no block writes it",
-          R"("for":"samples")", R"("count":0,"capacity":3)"});
+          R"("for":"samples")", R"("count":0,"capacity":3,"prefill":0)"});
 
   const std::string reason = "probe_0 did not start: -5";
   Block* const refuser = Add<Refuser>(B(), ALONE, "");

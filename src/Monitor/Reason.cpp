@@ -137,6 +137,7 @@ Object DescribeFIFO(const RingBuffer& fifo) {
   object.Add("name", fifo.name)
       .Add("count", state.count)
       .Add("capacity", state.capacity)
+      .Add("prefill", fifo.Prefill())
       .Add("rate", fifo.Rate())
       .Add("writer", Describe(UserOf(fifo.writer)))
       .Add("reader", Describe(UserOf(fifo.reader)))

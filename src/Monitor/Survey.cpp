@@ -81,7 +81,7 @@ Object DescribeParameter(const Parameters& parameters, std::size_t index) {
   Object object;
   object.Add("id", parameter.id).Add("name", parameter.name).Add("type", TypeName(parameter.type));
   object.Add("unit", line.unit).Add("range", line.range).Add("value", line.value).Add("access", line.access);
-  return object.Add("help", line.help);
+  return object.Add("help", line.help).Add("given", line.isGiven);
 }
 
 /** Calls `use` with each block's name and its parameters, null for a block without the kit. The block stays meanwhile. */

@@ -137,7 +137,10 @@ class Parameters {
   std::string Line(std::size_t i) const {
     const Parameter& p = table[i];
     const char* access = p.IsReading() ? "read" : p.IsLive() ? "live" : "stopped";
-    return ParameterLine{p.id, p.name, p.unit, RangeOf(p), TextOf(i), access, p.help, values[i].given}.ToString();
+    ParameterLine line{p.id, p.name, p.unit, RangeOf(p), TextOf(i), access, p.help};
+    const std::lock_guard<std::mutex> lock(mutex);
+    line.isGiven = values[i].given;
+    return line.ToString();
   }
 
   /** What a parameter takes, in words: "a number from -120 to 60 dB". */
