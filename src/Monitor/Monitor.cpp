@@ -9,6 +9,7 @@
 
 #include "Chronicle.h"
 #include "Log.h"
+#include "Monitor/Dump.h"
 #include "Monitor/Edits.h"
 #include "Monitor/Json.h"
 #include "Monitor/Server.h"
@@ -28,7 +29,7 @@ constexpr unsigned LONGEST_PERIOD = 3'600'000;
 constexpr milliseconds LONGEST_HOLD(20);  // until routes have readings ready: one that stands has none
 constexpr char EXPECTED[] =
     "expected graph, params [ROUTE [BLOCK]], stats, why ROUTE, timing [on|off], events [once], log, watch MILLISECONDS "
-    "(10 to 3600000, 0 for no more) or an edit";
+    "(10 to 3600000, 0 for no more), dump [reset] FOLDER, dump off or an edit";
 
 std::optional<milliseconds> PeriodOf(const std::string& word) {
   unsigned count = 0;
@@ -96,6 +97,7 @@ class Monitor::Speaker final : public Server::Speaker {
   }
 
   std::string CarryOut(const std::string& line) override {
+    if (const Words words = Split(line); words[0] == "dump") return CarryOutDump(words, framework).Text();
     std::string reply = edits.Answer(line);
     framework.released();
     return reply;
@@ -136,6 +138,7 @@ class Monitor::Speaker final : public Server::Speaker {
     if (request == "log" && rest.empty()) return {DescribeLog()};
     if (request == "timing" && rest.size() <= 1) return AnswerTiming(rest, view);
     if (request == "events" && rest.size() <= 1) return AnswerEvents(rest);
+    if (request == "dump" && !rest.empty()) return {"", {}, {}, true};
     if (request == "watch" && rest.size() == 1) return AnswerWatch(rest[0], view);
     return {monitor::Failure(request, EXPECTED).Text()};
   }

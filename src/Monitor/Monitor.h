@@ -5,6 +5,7 @@
 // Survey.cpp    what is said of routes, blocks, links and FIFOs
 // Reason.cpp    why a route does what it does
 // Edits.cpp     what changes something
+// Dump.cpp      what has the routes write what leaves their blocks
 // Json.cpp      the form of all replies
 #pragma once
 
