@@ -68,7 +68,8 @@ class ManifestReader {
     const auto wrong = SetField(output.stream, "format", support::TextOf(json, "format"));
     const bool isStream = !wrong && output.stream.rate > 0 && output.stream.channels > 0;
     if (!isStream || output.port >= Endpoint::COUNT) {
-      return Fail("output " + std::to_string(output.port) + " of '" + output.node + "' has no rate, format or channels");
+      return Fail("output " + std::to_string(output.port) + " of '" + output.node +
+                  "' has no rate, format or channels");
     }
     std::error_code none;
     const auto bytes = std::filesystem::file_size(output.path, none);
@@ -164,18 +165,18 @@ class Replacer {
     const auto output = std::ranges::find_if(
         recording.outputs, [&](const auto& one) { return one.node == source.name && one.port == port; });
     if (output == recording.outputs.end()) {
-      return Error{source.at, "nothing was recorded of what '" + source.name + "' gave at output " + std::to_string(port)};
+      return Error{source.at,
+                   "nothing was recorded of what '" + source.name + "' gave at output " + std::to_string(port)};
     }
     Node node = Stub(source, "filesource");
     while (std::ranges::find(graph.nodes, node.name, &Node::name) != graph.nodes.end()) {
       node.name = source.name + '_' + std::to_string(port);
     }
     const Stream& stream = output->stream;
-    for (const auto& [name, value] :
-         {std::pair<std::string, std::string>{"path", output->path},
-          {"format", FormatName(static_cast<SampleFormat>(stream.format))},
-          {"rate", std::to_string(stream.rate)},
-          {"channels", std::to_string(stream.channels)}}) {
+    for (const auto& [name, value] : {std::pair<std::string, std::string>{"path", output->path},
+                                      {"format", FormatName(static_cast<SampleFormat>(stream.format))},
+                                      {"rate", std::to_string(stream.rate)},
+                                      {"channels", std::to_string(stream.channels)}}) {
       node.parameters.push_back({name, value, source.at, source.at});
     }
     return node;
@@ -246,8 +247,7 @@ Graph::Comparison Compare(const Recording& recording, const RecordedOutput& outp
   found.replayed = SamplesIn(replayed, sampleBytes);
   found.compared = std::min(found.recorded, found.replayed);
   const double patience = std::chrono::duration<double>(settling).count() * found.rate;
-  const auto mayDiffer =
-      output.isFromStart ? 0 : std::min(static_cast<std::uint64_t>(patience), found.compared / 2);
+  const auto mayDiffer = output.isFromStart ? 0 : std::min(static_cast<std::uint64_t>(patience), found.compared / 2);
   ForDifferences(output.path, replayed, sampleBytes, found.compared, [&](std::uint64_t sample) {
     if (sample < mayDiffer) {
       found.settled = sample + 1;

@@ -1,7 +1,7 @@
 // What `vrdb record` leaves in a folder, and the graph that runs it again.
 //
-// A recording is what left every block while a graph ran. A source, whatever it was, is what it gave: so in the replay a
-// raw file stands in its place, FIFOs included, and nothing is written where a sink was. Each route then depends on
+// A recording is what left every block while a graph ran. A source, whatever it was, is what it gave: so in the replay
+// a raw file stands in its place, FIFOs included, and nothing is written where a sink was. Each route then depends on
 // nothing but its files, and gives the same samples every time.
 #pragma once
 

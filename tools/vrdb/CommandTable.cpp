@@ -10,6 +10,7 @@
 
 #include "Edits.h"
 #include "LocalCommands.h"
+#include "Save.h"
 
 namespace vrdb {
 namespace {
@@ -58,8 +59,9 @@ Takes KindOf(std::string_view name) {
       {"ARG", Takes::PROCESS_FILE},  {"RATE", Takes::UNSIGNED},   {"FORMAT", Takes::FORMAT},
       {"CHANNELS", Takes::UNSIGNED}, {"SAMPLES", Takes::INTEGER}, {"OUT", Takes::UNSIGNED},
       {"IN", Takes::UNSIGNED},       {"KEY", Takes::PARAMETER},   {"VALUE", Takes::VALUE},
-      {"PATH", Takes::DUMP_FOLDER},  {"LEVEL", Takes::INTEGER},   {"FILE", Takes::OWN_FILE},
-      {"COMMAND", Takes::COMMAND},   {"LINK", Takes::LINK},       {"PLUG-IN", Takes::KIND},
+      {"PATH", Takes::DUMP_FOLDER},  {"LEVEL", Takes::INTEGER},   {"DIR", Takes::OWN_FILE},
+      {"SECONDS", Takes::VALUE},     {"FILE", Takes::OWN_FILE},   {"COMMAND", Takes::COMMAND},
+      {"LINK", Takes::LINK},         {"PLUG-IN", Takes::KIND},
   };
   return name.substr(0, 1) == "-" || name == "on|off" ? Takes::OPTION : KINDS.at(name);
 }
@@ -147,6 +149,11 @@ std::vector<Command> MakeCommands() {
            "line; with -n COUNT times."),
       Make("graph [FILE]", "Draw what is there into FILE.svg, .png, .pdf or .dot", LOCAL, RunGraph,
            "Drawing takes Graphviz. Without FILE the text of the graph is printed."),
+      Make("save [FILE]", "Write the running graph to a file that vorn-run takes", LOCAL, RunSave,
+           "Edits and the values that parameters have now are in it. Without FILE it is printed."),
+      Make("record [--reset] DIR [SECONDS]", "Record what leaves every block, for vorn-run --replay", LOCAL, RunRecord,
+           "Ends after SECONDS, with Ctrl-C, or with the routes. DIR is made. With --reset all blocks\n"
+           "forget what they hold at the beginning: one hears it, and the replay is exact from there."),
       Make("help [COMMAND]", "List the commands, or explain one", LOCAL, RunHelp),
       Make("quit", "End the session, or the script", LOCAL, RunQuit),
       Make("exit", "The same as quit", LOCAL, RunQuit),

@@ -1,7 +1,9 @@
 #include "SavedGraph.h"
 
 #include <algorithm>
+#include <map>
 #include <set>
+#include <utility>
 
 #include "support/GraphText.h"
 #include "support/Printable.h"
@@ -113,22 +115,23 @@ class Writer {
       const std::string route = TextOf(*routes[i], "name");
       for (const Json* block : order[i]) {
         const std::string name = TextOf(*block, "name"), label = TextOf(*block, "label");
-        std::string& node = saved.nodes[{route, name}];
+        std::string& node = names[{route, name}];
         for (const std::string& wish : {label, name, route + '_' + name}) {
           if (wish.empty() || support::IsHardToWrite(wish) || taken.contains(wish)) continue;
           node = wish;
           break;
         }
-        for (int i = 1; node.empty(); ++i) {
-          const std::string wish = route + "_block_" + std::to_string(i);
+        for (int number = 1; node.empty(); ++number) {
+          const std::string wish = route + "_block_" + std::to_string(number);
           if (!taken.contains(wish)) node = wish;
         }
         taken.insert(node);
+        saved.nodes.push_back({route, name, node});
       }
     }
   }
 
-  const std::string& NodeOf(const std::string& route, const std::string& block) { return saved.nodes[{route, block}]; }
+  const std::string& NodeOf(const std::string& route, const std::string& block) { return names[{route, block}]; }
 
   std::string Route(const Json& route, const Objects& blocks) {
     const std::string name = TextOf(route, "name");
@@ -222,8 +225,8 @@ class Writer {
     std::set<const Json*> written;
     const auto nodeAt = [&](const Json& fifo, const char* end) {
       const Json& user = Member(fifo, end);
-      const auto found = saved.nodes.find({TextOf(user, "route"), TextOf(user, "block")});
-      return found == saved.nodes.end() ? "" : found->second;
+      const auto found = names.find({TextOf(user, "route"), TextOf(user, "block")});
+      return found == names.end() ? "" : found->second;
     };
     int number = 0;
     for (std::size_t i = 0; i < routes.size(); ++i) {
@@ -250,7 +253,7 @@ class Writer {
   std::string FifoName(int& number) const {
     for (;; ++number) {
       const std::string name = "fifo_" + std::to_string(number);
-      if (std::ranges::none_of(saved.nodes, [&](const auto& node) { return node.second == name; })) {
+      if (std::ranges::none_of(names, [&](const auto& node) { return node.second == name; })) {
         return ++number, name;
       }
     }
@@ -271,6 +274,7 @@ class Writer {
   const Json& graph;
   const Json& parameters;
   SavedGraph saved;
+  std::map<std::pair<std::string, std::string>, std::string> names;  // of nodes, by route and block
   std::vector<const Json*> routes;
   std::vector<Objects> order;  // of the blocks, by route
 };

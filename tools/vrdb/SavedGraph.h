@@ -1,9 +1,7 @@
 // A running graph as a graph file: what the monitor tells of it, in the language of vorn-run.
 #pragma once
 
-#include <map>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "support/JsonMembers.h"
@@ -13,8 +11,12 @@ namespace vrdb {
 struct SavedGraph {
   std::string text;                  ///< empty where there is nothing to save
   std::vector<std::string> leftOut;  ///< what the text cannot say, printable; it stands in it as comments too
-  /** What a block of a route is called in the text, by route and block. */
-  std::map<std::pair<std::string, std::string>, std::string> nodes;
+  struct Node {
+    std::string route;
+    std::string block;
+    std::string name;  ///< in the text
+  };
+  std::vector<Node> nodes;  ///< downstream, as in the text
 };
 
 /**
