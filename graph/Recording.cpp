@@ -92,19 +92,31 @@ class Replacer {
 
   Result<GraphDescription> Replace() {
     for (std::size_t i = 0; i < recorded.nodes.size(); ++i) {
+      if (!HasRun(recorded.nodes[i].route)) continue;
       const bool isFed = HasLink(i, &Edge::to), feeds = HasLink(i, &Edge::from);
       if (recorded.nodes[i].isFifo || (!isFed && !feeds)) continue;
       if (isFed) Keep(i, feeds);
     }
     for (const Edge& edge : recorded.edges) {
-      if (!IsLink(edge)) continue;
+      if (!IsLink(edge) || !HasRun(recorded.nodes[edge.from.node].route)) continue;
       if (auto error = Link(edge)) return *error;
     }
     DropEmptyRoutes();
+    if (graph.nodes.empty()) {
+      return Error{recorded.at, "cannot be replayed: " + (recording.limit.empty() ? "no route ran" : recording.limit)};
+    }
     return std::move(graph);
   }
 
  private:
+  /** Whether anything was recorded of a route: it may have stood still. */
+  bool HasRun(std::size_t route) const {
+    return std::ranges::any_of(recording.outputs, [&](const RecordedOutput& output) {
+      const auto node = std::ranges::find(recorded.nodes, output.node, &Node::name);
+      return output.stream.length > 0 && node != recorded.nodes.end() && node->route == route;
+    });
+  }
+
   void DropEmptyRoutes() {
     for (std::size_t route = graph.routes.size(); route-- > 0;) {
       if (std::ranges::find(graph.nodes, route, &Node::route) != graph.nodes.end()) continue;

@@ -82,7 +82,10 @@ class Ending {
     asked = 0;
     struct sigaction action {};
     action.sa_handler = [](int) { asked = 1; };
-    for (std::size_t i = 0; i < SIGNALS.size(); ++i) sigaction(SIGNALS[i], &action, &before[i]);
+    for (std::size_t i = 0; i < SIGNALS.size(); ++i) {
+      sigaction(SIGNALS[i], &action, &before[i]);
+      if (before[i].sa_handler == SIG_IGN) sigaction(SIGNALS[i], &before[i], nullptr);  // as somebody has it
+    }
   }
   ~Ending() {
     for (std::size_t i = 0; i < SIGNALS.size(); ++i) sigaction(SIGNALS[i], &before[i], nullptr);
@@ -248,7 +251,8 @@ class Recorder {
     const Ending ending;
     for (;;) {
       if (request.seconds && Elapsed() >= *request.seconds) return how = "time", Result();
-      if (Ending::IsAsked() || (shell.patience.cancelled && shell.patience.cancelled())) return how = "stopped", Result();
+      if (Ending::IsAsked() || (shell.patience.cancelled && shell.patience.cancelled()))
+        return how = "stopped", Result();
       if (HaveAllEnded()) return how = "routes ended", Result();
       const double left = request.seconds ? *request.seconds - Elapsed() : 1;
       const auto pause = std::min(BETWEEN_LOOKS, std::chrono::milliseconds(static_cast<long>(1000 * left) + 1));
@@ -351,18 +355,18 @@ class Recorder {
     }
     const std::string open = "vrdb was not there to the end of it";
     const Json manifest = {{"version", 1},
-                     {"graph", GRAPH},
-                     {"library", Member(process, "library")},
-                     {"process", {{"pid", Member(process, "pid")}, {"name", Member(process, "name")}}},
-                     {"folder", workingFolder},
-                     {"time", static_cast<std::int64_t>(time)},
-                     {"seconds", isOver ? Elapsed() : 0},
-                     {"ended", how},
-                     {"complete", isComplete},
-                     {"limit", limit.empty() && !isOver ? open : limit},
-                     {"leftOut", saved.leftOut},
-                     {"routes", routes},
-                     {"outputs", list}};
+                           {"graph", GRAPH},
+                           {"library", Member(process, "library")},
+                           {"process", {{"pid", Member(process, "pid")}, {"name", Member(process, "name")}}},
+                           {"folder", workingFolder},
+                           {"time", static_cast<std::int64_t>(time)},
+                           {"seconds", isOver ? Elapsed() : 0},
+                           {"ended", how},
+                           {"complete", isComplete},
+                           {"limit", limit.empty() && !isOver ? open : limit},
+                           {"leftOut", saved.leftOut},
+                           {"routes", routes},
+                           {"outputs", list}};
     return support::WriteWhole(folder + '/' + MANIFEST, support::ToText(manifest, 2) + "\n");
   }
 
