@@ -1,8 +1,11 @@
 #include "Save.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <filesystem>
 
+#include "support/Printable.h"
 #include "support/WholeFile.h"
 
 namespace vrdb {
@@ -27,7 +30,8 @@ Result RunSave(Shell& shell, const Words& words) {
   SavedGraph saved;
   if (Result result = LookAtGraph(shell, graph, saved); result.code != DONE) return result;
   if (words.size() < 2 || words[1] == "-") {
-    std::fputs(saved.text.c_str(), stdout);
+    const bool isShown = isatty(STDOUT_FILENO) == 1;
+    std::fputs((isShown ? support::PrintableLines(saved.text) : saved.text).c_str(), stdout);
     return {};
   }
   const std::string problem = support::WriteWhole(words[1], saved.text);

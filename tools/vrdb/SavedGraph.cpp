@@ -117,7 +117,8 @@ class Writer {
         const std::string name = TextOf(*block, "name"), label = TextOf(*block, "label");
         std::string& node = names[{route, name}];
         for (const std::string& wish : {label, name, route + '_' + name}) {
-          if (wish.empty() || support::IsHardToWrite(wish) || taken.contains(wish)) continue;
+          const bool isText = Printable(wish) == wish && !support::IsHardToWrite(wish);
+          if (wish.empty() || !isText || taken.contains(wish)) continue;
           node = wish;
           break;
         }
