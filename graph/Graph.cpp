@@ -234,6 +234,10 @@ std::optional<Graph::Error> Graph::SetDump(const std::string& folder) {
   std::error_code problem;
   std::filesystem::create_directories(folder, problem);
   if (problem) return Error{{}, "'" + folder + "' cannot be made: " + problem.message()};
+  if (impl->recording &&
+      std::filesystem::equivalent(folder, std::filesystem::path(impl->recording->graphPath).parent_path(), problem)) {
+    return Error{{}, "'" + folder + "' is the recording itself; expected another folder"};
+  }
   impl->dumpFolder = folder;
   return std::nullopt;
 }

@@ -33,9 +33,9 @@ Json Parameter(const char* name, const char* value, bool given, const char* acce
 TEST(SavedGraph, ReadsBackAsItWas) {
   const Json blocks = {Block("mix_0", "", "libmix.so", {"unused"}, false, true),
                        Block("x_0", "say \"$1\"", "./x.so", {"it's", "50%", "a\\", ""}, true, false),
-                       Block("tone_10", "", "libtone.so", {}, true, false),
-                       Block("tone_9", "", "libtone.so", {}, true, false),
-                       Block("last_0", "tone_9", "liblast.so", {}, true, true)};
+                       Block("tone_10", "", "libtone.so", Json::array(), true, false),
+                       Block("tone_9", "", "libtone.so", Json::array(), true, false),
+                       Block("last_0", "tone_9", "liblast.so", Json::array(), true, true)};
   const Json links = {Link("x_0", 2, "mix_0", 0), Link("tone_10", 0, "mix_0", 2), Link("tone_9", 0, "mix_0", 1),
                       Link("mix_0", 0, "last_0", 0)};
   const Json parameters = {
@@ -49,16 +49,18 @@ TEST(SavedGraph, ReadsBackAsItWas) {
   const Json graph = {{"routes", {{{"name", "RouteA"}, {"status", "running"}, {"blocks", blocks}, {"links", links}}}}};
   const SavedGraph saved = SaveGraph(graph, parameters, "/here");
   const std::string stream = " [rate=8000, format=S24_3LE, channels=1, frame=80]\n";
-  EXPECT_EQ(saved.text, "// A running graph, as vrdb saved it.\n// Relative paths in it start from /here\n"
-                        "digraph saved {\n  rankdir=LR\n  node [shape=box]\n"
-                        "  subgraph cluster_RouteA {\n    label=RouteA\n"
-                        "    tone_9 [block=tone]\n"
-                        "    tone_10 [block=tone]\n"
-                        "    \"say \\\"$1\\\"\" [block=\"./x.so\", args=\"'it'\\''s' 50% 'a\\' ''\"]\n"
-                        "    mix_0 [block=mix, args=\"label=$$x 'end=\\'\", gain=-6, last=true]\n"
-                        "    last_0 [block=last, first=true]\n"
-                        "    tone_9 -> mix_0:1" + stream + "    tone_10 -> mix_0:2" + stream +
-                            "    \"say \\\"$1\\\"\":2 -> mix_0:0" + stream + "    mix_0 -> last_0" + stream + "  }\n}\n");
+  EXPECT_EQ(saved.text,
+            "// A running graph, as vrdb saved it.\n// Relative paths in it start from /here\n"
+            "digraph saved {\n  rankdir=LR\n  node [shape=box]\n"
+            "  subgraph cluster_RouteA {\n    label=RouteA\n"
+            "    tone_9 [block=tone]\n"
+            "    tone_10 [block=tone]\n"
+            "    \"say \\\"$1\\\"\" [block=\"./x.so\", args=\"'it'\\''s' 50% 'a\\' ''\"]\n"
+            "    mix_0 [block=mix, args=\"label=$$x 'end=\\'\", gain=-6, last=true]\n"
+            "    last_0 [block=last, first=true]\n"
+            "    tone_9 -> mix_0:1" +
+                stream + "    tone_10 -> mix_0:2" + stream + "    \"say \\\"$1\\\"\":2 -> mix_0:0" + stream +
+                "    mix_0 -> last_0" + stream + "  }\n}\n");
   EXPECT_TRUE(saved.leftOut.empty());
   Json turned = graph;
   for (const char* list : {"blocks", "links"}) {
@@ -82,9 +84,12 @@ TEST(SavedGraph, SaysWhatItLeavesOut) {
                         {{"name", "RouteB"}, {"status", "stopped"}, {"blocks", Json::array()}}}},
                       {"fifos", fifos}};
   const SavedGraph saved = SaveGraph(graph, Json::object(), "");
-  const char* const parts[] = {"links of RouteA that were missing", "RouteB, which has no blocks",
-                               "bytes of an argument of 'in'", "the arguments of 'RouteA_block_1'",
-                               "that 'in' is not last", "fifo_1, which no block writes and 'in' reads"};
+  const char* const parts[] = {"links of RouteA that were missing",
+                               "RouteB, which has no blocks",
+                               "bytes of an argument of 'in'",
+                               "the arguments of 'RouteA_block_1'",
+                               "that 'in' is not last",
+                               "fifo_1, which no block writes and 'in' reads"};
   for (const char* part : parts) {
     EXPECT_NE(saved.text.find(std::string("// Left out: ") + part), std::string::npos) << part << '\n' << saved.text;
   }
