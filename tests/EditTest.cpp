@@ -220,6 +220,12 @@ TEST_F(EditTest, LeavesNoTraceWhereItFails) {
     edit.NewLink(48000, SampleFormat::S32_LE, 1, 4, middle, 0, middle, 1);
     return route->Execute(edit);
   };
+  const auto half = [&] {
+    Edit edit;
+    edit.Remove(middle);
+    edit.Insert("lnk_1", PROBE, Of<Middle>(FAILS_START));
+    return route->Execute(edit);
+  };
   const auto other = [&] {
     Edit edit;
     edit.Delete("lnk_1");
@@ -247,6 +253,7 @@ TEST_F(EditTest, LeavesNoTraceWhereItFails) {
       [&] { return std::pair(set("5", "color", "1"), "probe_1 has no parameter 'color', expected size"); },
       [&] { return std::pair(set("5", "3", "10"), "parameter 'size'"); },
       [&] { return std::pair(late(), "probe_1: output 0 is linked already"); },
+      [&] { return std::pair(half(), "probe_3 does not start: no device"); },
       [&] { return std::pair(other(), "which one edit cannot change to 16000 Hz"); },
   };
   for (const auto& tried : cases) {
@@ -397,11 +404,11 @@ TEST_F(EditTest, LeavesNoTraceWhereMemoryRunsOut) {
 }
 
 std::atomic<long> badLives{0};
-/** Counts those that were started or stopped more than once. */
+/** Counts those that were started more than once, or not stopped. */
 template <class Kind>
 struct Watched : Kind {
   using Kind::Kind;
-  ~Watched() override { badLives += this->wrong != 0 || this->starts > 1 || this->stops > 1; }
+  ~Watched() override { badLives += this->wrong != 0 || this->starts > 1 || this->stops != this->starts; }
 };
 
 // 10000 edits of any kind, in any order, at three sinks that compare. Red if one of them makes a gap anywhere.
