@@ -30,8 +30,8 @@ class Access {
   static std::string CookieName(int port) { return "vorn-web-" + std::to_string(port); }
 
   /**
-   * That the request was sent to a name of this machine, so that no name of another site can be made to lead here, and by a page of
-   * ours, if by a page.
+   * That the request was sent to a name of this machine, so that no name of another site can be made to lead here, and
+   * by a page of ours, if by a page.
    */
   static std::optional<Refusal> RefuseAddress(const Visitor& visitor);
   /** That it has the token. */

@@ -110,7 +110,8 @@ std::string ToDot(const Parts& parts, bool isTall) {
       isTall ? "TB" : "LR", isTall ? "0.35" : "0.45", isTall ? "9" : "8");
   const auto place = [&](std::size_t i) {
     const Node& node = parts.nodes[i];
-    dot += Format("n%zu [width=%.3f, height=%.3f]\n", i, node.Width() / POINTS_PER_INCH, node.Height() / POINTS_PER_INCH);
+    dot +=
+        Format("n%zu [width=%.3f, height=%.3f]\n", i, node.Width() / POINTS_PER_INCH, node.Height() / POINTS_PER_INCH);
   };
   for (std::size_t route = 0; route < parts.routes.size(); ++route) {
     dot += Format("subgraph cluster%zu {\nmargin=12\nlabel=\"xxxxxxxxxxxxxx\"\n", route);
@@ -120,7 +121,8 @@ std::string ToDot(const Parts& parts, bool isTall) {
       place(i);
       isEmpty = false;
     }
-    if (isEmpty) dot += Format("e%zu [width=2.2, height=0.5]\n", route);  // Graphviz leaves out a cluster without a node
+    if (isEmpty)
+      dot += Format("e%zu [width=2.2, height=0.5]\n", route);  // Graphviz leaves out a cluster without a node
     dot += "}\n";
   }
   for (std::size_t i = 0; i < parts.nodes.size(); ++i) {

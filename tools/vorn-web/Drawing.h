@@ -1,4 +1,5 @@
-// Where things are in the picture of a graph. Graphviz places them; the page draws them, and writes into them what moves.
+// Where things are in the picture of a graph. Graphviz places them; the page draws them, and writes into them what
+// moves.
 #pragma once
 
 #include <string>

@@ -21,8 +21,8 @@ class History {
   static constexpr std::size_t MOST_SERIES = 2000;  ///< Of whatever a process says it has.
 
   /**
-   * A point of each series in a reply to `stats`: fps, share (of a processor) and cycle (worst, in microseconds) of routes,
-   * fill (0 to 1) of FIFOs, readings of blocks. Nothing, if the last point is less than STEP ago.
+   * A point of each series in a reply to `stats`: fps, share (of a processor) and cycle (worst, in microseconds) of
+   * routes, fill (0 to 1) of FIFOs, readings of blocks. Nothing, if the last point is less than STEP ago.
    *
    * @param now Milliseconds since 1970.
    */

@@ -18,9 +18,9 @@
 namespace vorn_web {
 
 /**
- * Topics: `state` {"pid", "text"}, pid 0 where there is no process, and then what was seen last stays on the board; `wide`
- * and `tall`, the picture (see Drawing.h); and the monitor's replies to `graph`, `params`, `timing`, `events`, `log` and
- * `stats`, this with `at` (milliseconds since 1970).
+ * Topics: `state` {"pid", "text"}, pid 0 where there is no process, and then what was seen last stays on the board;
+ * `wide` and `tall`, the picture (see Drawing.h); and the monitor's replies to `graph`, `params`, `timing`, `events`,
+ * `log` and `stats`, this with `at` (milliseconds since 1970).
  */
 class Observer {
  public:

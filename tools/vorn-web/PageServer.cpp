@@ -17,7 +17,7 @@ using support::Json;
 using support::MonitorOutcome;
 
 constexpr char LOOPBACK[] = "127.0.0.1";
-constexpr int MOST_PAGES = 16;          // each keeps a thread
+constexpr int MOST_PAGES = 16;           // each keeps a thread
 constexpr std::size_t MORE_THREADS = 8;  // for all other requests
 constexpr std::size_t LONGEST_BODY = 65536;
 constexpr time_t LONGEST_READ = 5;  // seconds
@@ -35,10 +35,10 @@ constexpr char POLICY[] =
 /** As it is: the library would compress it anew for each request if it were a plain body. */
 void Send(Response& response, std::string text, const char* type) {
   const std::size_t size = text.size();
-  response.set_content_provider(size, type,
-                                [body = std::move(text)](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
-                                  return sink.write(body.data() + offset, length);
-                                });
+  response.set_content_provider(
+      size, type, [body = std::move(text)](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
+        return sink.write(body.data() + offset, length);
+      });
 }
 
 void Refuse(Response& response, int status, const std::string& text) {
@@ -51,10 +51,10 @@ void SendFile(const PageFile& file, const Request& request, Response& response) 
     return Refuse(response, 406, "this comes compressed; expected 'Accept-Encoding: gzip'\n");
   }
   response.set_header("Content-Encoding", "gzip");
-  response.set_content_provider(
-      file.gzip.size(), std::string(file.type), [&file](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
-        return sink.write(file.gzip.data() + offset, length);
-      });
+  response.set_content_provider(file.gzip.size(), std::string(file.type),
+                                [&file](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
+                                  return sink.write(file.gzip.data() + offset, length);
+                                });
 }
 
 /** What a page may ask for: what changes something. Everything else is on the board. */
@@ -107,7 +107,7 @@ PageServer::PageServer(Board& newBoard, const History& newHistory, Observer& new
   Route();
 }
 
-PageServer::~PageServer() = default;
+PageServer::~PageServer() { Stop(); }
 
 int PageServer::Bind(int wanted) {
   if (wanted == 0) return port = server->bind_to_any_port(LOOPBACK);
@@ -118,16 +118,24 @@ std::string PageServer::Address() const {
   return "http://" + std::string(LOOPBACK) + ':' + std::to_string(port) + "/?token=" + access.Token();
 }
 
-void PageServer::Serve() { server->listen_after_bind(); }
+// A server that does not run yet cannot be stopped.
+void PageServer::Start() {
+  thread = std::thread([this] { server->listen_after_bind(); });
+  while (!server->is_running()) std::this_thread::yield();
+}
 
-void PageServer::Stop() { server->stop(); }
+void PageServer::Stop() {
+  server->stop();
+  if (thread.joinable()) thread.join();
+}
 
 bool PageServer::Admit(const Request& request, Response& response) const {
   const Visitor visitor = {request.get_header_value("Host"), request.get_header_value("Origin"),
                            request.get_header_value("Cookie")};
   auto refusal = Access::RefuseAddress(visitor);
   if (!refusal && request.path == "/" && access.IsToken(request.get_param_value("token"))) {
-    response.set_header("Set-Cookie", Access::CookieName(port) + '=' + access.Token() + "; HttpOnly; SameSite=Strict; Path=/");
+    response.set_header("Set-Cookie",
+                        Access::CookieName(port) + '=' + access.Token() + "; HttpOnly; SameSite=Strict; Path=/");
     response.set_redirect("/", 303);  // so that the token stays in no history
     return true;
   }

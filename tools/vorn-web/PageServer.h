@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "Access.h"
 #include "Board.h"
@@ -37,9 +38,8 @@ class PageServer {
   int Bind(int wanted);
   /** With the token; after Bind. */
   std::string Address() const;
-  /** Until Stop. */
-  void Serve();
-  /** From any thread. */
+  /** Serves, until Stop. */
+  void Start();
   void Stop();
 
  private:
@@ -56,6 +56,7 @@ class PageServer {
   Plugins plugins;
   int port = 0;
   const std::unique_ptr<httplib::Server> server;
+  std::thread thread;
 };
 
 }  // namespace vorn_web

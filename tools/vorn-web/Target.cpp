@@ -11,9 +11,7 @@ namespace {
 
 constexpr std::size_t LONGEST_NAME = 15;  // the kernel keeps no more of a process's name
 
-bool IsNumber(const std::string& text) {
-  return !text.empty() && text.find_first_not_of("0123456789") == text.npos;
-}
+bool IsNumber(const std::string& text) { return !text.empty() && text.find_first_not_of("0123456789") == text.npos; }
 
 std::vector<pid_t> WithName(std::vector<pid_t> pids, const std::string& name) {
   std::erase_if(pids, [&](pid_t pid) { return support::ProcessName(pid) != name.substr(0, LONGEST_NAME); });
@@ -51,7 +49,8 @@ Target::Choice Target::ChooseFirst(const std::string& name) const {
   }
   if (pids.size() > 1) return {0, true, "there are several; say which with -p: " + ListOf(pids)};
   if (!pids.empty()) return {pids[0], false, ListOf(pids)};
-  return {0, false, "waiting for a process that runs Vorn" + (name.empty() ? "" : ", called " + support::Printable(name))};
+  return {0, false,
+          "waiting for a process that runs Vorn" + (name.empty() ? "" : ", called " + support::Printable(name))};
 }
 
 Target::Choice Target::Choose() {

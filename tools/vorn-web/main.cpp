@@ -2,7 +2,6 @@
 #include <csignal>
 #include <cstdio>
 #include <string>
-#include <thread>
 
 #include <CLI/CLI.hpp>
 
@@ -41,14 +40,13 @@ int Run(const Options& options) {
   if (server.Bind(options.port) < 0) return Complain("port " + std::to_string(options.port) + " is taken, or not ours");
   const std::string problem = observer.Start();
   if (!problem.empty()) return Complain(problem);
-  std::thread serving([&] { server.Serve(); });
+  server.Start();
   std::puts(server.Address().c_str());
   std::fflush(stdout);
   int signal = 0;
   sigwait(&signals, &signal);
   board.Close();
   server.Stop();
-  serving.join();
   observer.Stop();
   return 0;
 }
@@ -60,7 +58,8 @@ int main(int argc, char** argv) {
   Options options;
   CLI::App app("Shows the running graph of a process as a page in a browser, and edits it there.", "vorn-web");
   app.footer(
-      "Prints the address of the page, with the token that it asks for, and serves it on this machine alone until it is ended\n"
+      "Prints the address of the page, with the token that it asks for, and serves it on this machine alone until it "
+      "is ended\n"
       "(Ctrl-C). When the process ends, the page waits for another one with its name.\n\n"
       "Exit status: 0; 1 when there is no such process, or the port cannot be taken; 2 for wrong usage.");
   app.add_option("-p,--process", options.process,

@@ -36,7 +36,7 @@ function rangeText(parameter) {
 /** Sends the newest value whenever the one before has arrived: a slider that is drawn does not pile up requests. */
 class Sender {
   constructor(route, block, name) {
-    this.words = ['do', 'setparam', route, block, name];
+    this.words = ['edit', '{', 'setparam', route, block, name];
     this.next = null;
     this.isBusy = false;
     this.touched = 0;
@@ -53,7 +53,7 @@ class Sender {
       const now = this.next;
       this.next = null;
       try {
-        await send(...this.words, now);
+        await send(...this.words, now, '}');
         control.classList.remove('bad');
       } catch (error) {
         control.classList.add('bad');

@@ -5,7 +5,7 @@ import * as data from './data.js';
 import {selection, select} from './selection.js';
 
 const NARROW = 620;       // pixels: below, from top to bottom
-const MOST = 1.25, LEAST = 0.75;  // scales: what would be smaller is scrolled
+const MOST = 1.25, LEAST = 0.66;  // scales: what would be smaller is scrolled
 const FLOOR = -60;        // dBFS, the left end of a level's bar
 const LETTER = 6.3, TITLE_LETTER = 7.6;
 
@@ -93,8 +93,9 @@ function drawBlock(place) {
       bar.setAttribute('width', full.toFixed(1));
       bar.setAttribute('class', `bar ${levelClass(level)}`);
     }
-    setText(what, reading && !hasBar ? shorten(reading.name, 14) : '');
-    setText(value, reading ? number(reading.value, reading.unit.replace('FS', '')) : '');
+    const amount = reading ? number(reading.value, (reading.unit ?? '').replace('FS', '')) : '';
+    setText(value, amount);
+    setText(what, reading && !hasBar && letters > amount.length + 4 ? shorten(reading.name, letters - amount.length - 2) : '');
     const timing = data.topics.timing?.on ? data.timingOf(route, name) : undefined;
     setText(load, timing ? `${share(timing.share)} · worst ${micros(timing.worst)}` : '');
     const stats = data.statsOf(route);

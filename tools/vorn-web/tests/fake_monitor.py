@@ -120,10 +120,9 @@ def events():
 def change(words):
     print(" ".join(words), flush=True)
     done = {"version": 1, "request": words[0], "ok": True, "made": [], "deleted": [], "reply": ""}
-    if words[0] == "do" and len(words) == 2: words = ["do", *shlex.split(words[1])]
-    if words[:2] == ["do", "setparam"]:
-        if words[4] == "gain": state["gain"] = float(words[5])
-        else: state["voice." + words[4]] = words[5]
+    if words[:3] == ["edit", "{", "setparam"]:
+        if words[5] == "gain": state["gain"] = float(words[6])
+        else: state["voice." + words[5]] = words[6]
     elif words[0] == "insert":
         index = next(i for i in range(len(LINKS)) if f"link_{i}" == words[2])
         route, source, sink, port = LINKS[index]
