@@ -68,6 +68,21 @@ void ThinOut(std::vector<Edge>& edges) {
   }
 }
 
+/** The routes, those that write a FIFO before those that read it. */
+std::vector<Json> InOrderOfFifos(const Json& graph) {
+  std::vector<Json> routes(ListOf(graph, "routes").begin(), ListOf(graph, "routes").end());
+  std::map<std::string, std::size_t> depths;
+  for (std::size_t round = 0; round < routes.size(); ++round) {  // more would be needed in a loop only
+    for (const Json& fifo : ListOf(graph, "fifos")) {
+      const std::string writer = TextOf(Member(fifo, "writer"), "route"),
+                        reader = TextOf(Member(fifo, "reader"), "route");
+      if (!writer.empty() && writer != reader) depths[reader] = std::max(depths[reader], depths[writer] + 1);
+    }
+  }
+  std::ranges::stable_sort(routes, {}, [&](const Json& route) { return depths[TextOf(route, "name")]; });
+  return routes;
+}
+
 Parts PartsOf(const Json& graph) {
   Parts parts;
   std::map<std::pair<std::string, std::string>, std::size_t> numbers;
@@ -75,7 +90,7 @@ Parts PartsOf(const Json& graph) {
     const auto found = numbers.find({route, TextOf(end, "block")});
     return found == numbers.end() ? std::nullopt : std::optional(found->second);
   };
-  for (const Json& route : ListOf(graph, "routes")) {
+  for (const Json& route : InOrderOfFifos(graph)) {
     const std::string& name = parts.routes.emplace_back(TextOf(route, "name"));
     for (const Json& block : ListOf(route, "blocks")) {
       numbers[{name, TextOf(block, "name")}] = parts.nodes.size();
@@ -101,13 +116,14 @@ Parts PartsOf(const Json& graph) {
 /** Letters that take about the room of a text. */
 std::string Placeholder(const std::string& text) { return std::string(text.size(), 'x'); }
 
-std::string ToDot(const Parts& parts, bool isTall) {
+std::string ToDot(const Parts& parts, Layout layout) {
+  const bool isTall = layout == Layout::TALL;
   std::string dot = Format(
       "digraph {\n"
       "graph [rankdir=%s, nodesep=0.3, ranksep=%s, margin=0.05, pad=0, fontsize=15]\n"
       "node [shape=box, fixedsize=true, label=\"\"]\n"
       "edge [fontsize=%s, fontname=Helvetica, arrowsize=0.7]\n",
-      isTall ? "TB" : "LR", isTall ? "0.35" : "0.45", isTall ? "9" : "8");
+      isTall ? "TB" : "LR", isTall ? "0.35" : "0.38", isTall ? "9" : "8");
   const auto place = [&](std::size_t i) {
     const Node& node = parts.nodes[i];
     dot +=
@@ -131,7 +147,7 @@ std::string ToDot(const Parts& parts, bool isTall) {
   for (std::size_t i = 0; i < parts.edges.size(); ++i) {
     const Edge& edge = parts.edges[i];
     dot += Format("n%zu -> n%zu [id=%zu, label=\"%s\"%s]\n", edge.from, edge.to, i, Placeholder(edge.text).c_str(),
-                  edge.leadsOn && !isTall ? ", constraint=false" : "");
+                  edge.leadsOn && layout == Layout::STACKED ? ", constraint=false" : "");
   }
   return dot + "}\n";
 }
@@ -230,11 +246,11 @@ std::string ShapeOf(const Json& graph) {
   return support::ToText(shape);
 }
 
-std::string ToDot(const Json& graph, bool isTall) { return ToDot(PartsOf(graph), isTall); }
+std::string ToDot(const Json& graph, Layout layout) { return ToDot(PartsOf(graph), layout); }
 
-Json Draw(const Json& graph, bool isTall) {
+Json Draw(const Json& graph, Layout layout) {
   const Parts parts = PartsOf(graph);
-  const ProgramResult run = RunProgram({"dot", "-Tjson0"}, ToDot(parts, isTall), LONGEST_DRAWING);
+  const ProgramResult run = RunProgram({"dot", "-Tjson0"}, ToDot(parts, layout), LONGEST_DRAWING);
   if (!run.problem.empty()) return {{"error", "no picture: " + run.problem + " (it comes with Graphviz)"}};
   const Json placed = Json::parse(run.output, nullptr, false);
   if (!placed.is_object()) return {{"error", "no picture: 'dot' said something that is no JSON"}};

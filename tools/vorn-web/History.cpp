@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <limits>
 
 #include "support/Format.h"
@@ -16,6 +17,14 @@ using support::NumberOf;
 using support::TextOf;
 
 constexpr float NOTHING = std::numeric_limits<float>::quiet_NaN();
+
+/** A measurement, which comes as text: empty or nan where there is none. */
+std::optional<double> ValueOf(const Json& reading) {
+  const std::string text = TextOf(reading, "value");
+  char* end = nullptr;
+  const double value = std::strtod(text.c_str(), &end);
+  return text.empty() || *end != '\0' ? NumberOf(reading, "value") : std::optional(value);
+}
 
 std::string ToText(const std::deque<float>& values) {
   std::string text;
@@ -38,7 +47,7 @@ void History::Add(const Json& stats, std::int64_t now) {
     Set_l({"share", name}, NumberOf(route, "processorShare"));
     Set_l({"cycle", name}, NumberOf(Member(route, "cycle"), "worst"));
     for (const Json& reading : ListOf(route, "readings")) {
-      Set_l({"reading", name, TextOf(reading, "block"), TextOf(reading, "name")}, NumberOf(reading, "value"));
+      Set_l({"reading", name, TextOf(reading, "block"), TextOf(reading, "name")}, ValueOf(reading));
     }
   }
   for (const Json& fifo : ListOf(stats, "fifos")) {
@@ -64,7 +73,7 @@ void History::Begin_l(std::int64_t now) {
 }
 
 void History::Set_l(Name name, std::optional<double> value) {
-  if (!value) return;
+  if (!value || !std::isfinite(*value)) return;
   auto found = series.find(name);
   if (found == series.end()) {
     if (series.size() == MOST_SERIES) return;

@@ -117,8 +117,9 @@ void Observer::Take(const std::string& topic, Json reply) {
   std::string newShape = ShapeOf(reply);
   if (newShape == shape) return;
   shape = std::move(newShape);
-  board.Put("wide", support::ToText(Draw(reply, false)));
-  board.Put("tall", support::ToText(Draw(reply, true)));
+  board.Put("wide", support::ToText(Draw(reply, Layout::WIDE)));
+  board.Put("stacked", support::ToText(Draw(reply, Layout::STACKED)));
+  board.Put("tall", support::ToText(Draw(reply, Layout::TALL)));
 }
 
 }  // namespace vorn_web

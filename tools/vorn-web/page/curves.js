@@ -78,6 +78,7 @@ export class Curve {
       highlightCircleSize: 3,
       interactionModel: {},
       rightGap: 4,
+      xAxisHeight: 20,
       axes: {
         x: {drawGrid: false, axisLabelWidth: 52, pixelsPerLabel: 70,
             axisLabelFormatter: (date) => date.toLocaleTimeString('en-GB').replace(/:00$/, '')},

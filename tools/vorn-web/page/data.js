@@ -27,7 +27,7 @@ function addPoint(stats) {
   times.push(stats.at);
   for (const values of series.values()) values.push(null);
   const set = (of, value) => {
-    if (typeof value !== 'number') return;
+    if (!Number.isFinite(value)) return;
     const key = keyOf(of);
     if (!series.has(key)) series.set(key, new Array(times.length).fill(null));
     const values = series.get(key);
@@ -72,9 +72,19 @@ async function loadHistory() {
   notify('point');
 }
 
+/** Readings come as texts; empty, or nan, is none. */
+function readNumbers(stats) {
+  for (const route of stats.routes ?? []) {
+    for (const reading of route.readings ?? []) {
+      const value = reading.value === '' ? NaN : Number(String(reading.value).replace('inf', 'Infinity'));
+      reading.value = Number.isNaN(value) ? null : value;
+    }
+  }
+}
+
 // The connection.
 
-const TOPICS = ['state', 'wide', 'tall', 'graph', 'params', 'timing', 'events', 'log', 'stats'];
+const TOPICS = ['state', 'wide', 'stacked', 'tall', 'graph', 'params', 'timing', 'events', 'log', 'stats'];
 
 export function connect() {
   const source = new EventSource('/news');
@@ -90,7 +100,10 @@ export function connect() {
   for (const topic of TOPICS) {
     source.addEventListener(topic, (event) => {
       topics[topic] = JSON.parse(event.data);
-      if (topic === 'stats') addPoint(topics.stats);
+      if (topic === 'stats') {
+        readNumbers(topics.stats);
+        addPoint(topics.stats);
+      }
       notify(topic);
     });
   }
@@ -146,11 +159,13 @@ export const titleOf = (route, name) => blockOf(route, name)?.label || name;
 
 const STANDING = ['waits', 'sleeps', 'busy', 'dead', 'broken'];
 
-/** Why a route stands, in words; nothing where it does what it should. */
+/** Why a route stands, in words that follow its name; nothing where it does what it should. */
 export function standing(stats) {
   if (!stats) return '';
   const why = stats.why ?? stats.status;
-  return STANDING.includes(why) ? stats.text || why : '';
+  if (!STANDING.includes(why)) return '';
+  const text = stats.text || why;
+  return text.startsWith(stats.name + ' ') ? text.slice(stats.name.length + 1) : text;
 }
 
 export const isLevel = (unit) => /^dBFS|^LUFS/.test(unit ?? '');

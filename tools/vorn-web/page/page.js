@@ -57,7 +57,7 @@ function showLines(list, lines) {
 function showEvents(reply) {
   showLines(byId('events'), (reply.events ?? []).map((event) => make(
       'li', {class: event.kind}, make('time', {}, clock(event.time)), make('b', {}, event.kind),
-      make('span', {}, [event.route, event.block, event.text].filter(Boolean).join(' · ')))));
+      make('span', {}, [event.route, event.block].filter(Boolean).join(' · '), ' ', event.text ?? ''))));
 }
 
 const LEVELS = {E: 'error', W: 'warning'};

@@ -60,12 +60,15 @@ function policyText(stats) {
   return stats.realTimePriority > 0 ? `real time, ${stats.policy} ${stats.realTimePriority}` : 'no real time';
 }
 
-function timingText(timing) {
-  return timing ? `mean ${micros(timing.mean)}, 99 % ${micros(timing.p99)}, worst ${micros(timing.worst)}` : null;
+/** What a call or a cycle takes, as rows of facts. @param timingNow gives nothing while nobody measures */
+function timingRows(what, timingNow) {
+  const row = (member) => () => timingNow() && micros(timingNow()[member]);
+  return [[`${what}, mean`, row('mean')], ['99 % below', row('p99')], ['Worst', row('worst')]];
 }
 
 function showRoute({route}) {
   const stats = () => data.statsOf(route);
+  const timing = () => (data.topics.timing?.on ? data.timingOf(route) : undefined);
   return [
     heading('Route', route), whyLine(route),
     facts([
@@ -74,8 +77,8 @@ function showRoute({route}) {
       ['Failed frames', () => stats()?.errorFrames || null],
       ['Frames a second', () => (stats()?.framesPerSecond === undefined ? null : number(Math.round(stats().framesPerSecond * 10) / 10))],
       ['Processor', () => (stats()?.processorShare === undefined ? null : share(stats().processorShare))],
-      ['Cycle', () => (data.topics.timing?.on ? timingText(data.timingOf(route)) : null)],
-      ['Frame', () => (data.topics.timing?.on ? micros(data.timingOf(route)?.frame) : null)],
+      ...timingRows('Cycle', timing),
+      ['Frame lasts', () => timing() && micros(timing().frame)],
       ['Xruns', () => stats()?.xruns],
       ['Scheduling', () => policyText(stats())],
       ['In block', () => stats()?.inBlock],
@@ -137,8 +140,8 @@ function showBlock({route, name}) {
       ['Plug-in', () => plugInName(block.plugIn) || UNKNOWN],
       ['Arguments', () => (block.args ?? []).join(' ')],
       ['Calls', () => timing() && number(timing().calls)],
-      ['Call', () => timingText(timing())],
-      ['Share of a frame', () => timing() && share(timing().share)],
+      ...timingRows('Call', timing),
+      ['Of a frame', () => timing() && share(timing().share)],
     ]),
     make('p', {class: 'actions'}, make('button', {type: 'button', onclick: () => edits.replace(route, name)}, 'Replace…'),
          make('button', {type: 'button', onclick: () => edits.remove(route, name)}, 'Remove…')),
@@ -185,7 +188,7 @@ function showFifo({name}) {
 }
 
 function showAll() {
-  const routes = data.topics.graph?.routes ?? [], fifos = data.topics.graph?.fifos ?? [];
+  const routes = [...data.topics.graph?.routes ?? []].sort((a, b) => (a.name < b.name ? -1 : 1)), fifos = data.topics.graph?.fifos ?? [];
   const library = data.topics.graph?.process?.library;
   const row = (route) => {
     const state = make('span', {class: 'chip'});

@@ -5,7 +5,7 @@ import * as data from './data.js';
 import {selection, select} from './selection.js';
 
 const NARROW = 620;       // pixels: below, from top to bottom
-const MOST = 1.25, LEAST = 0.66;  // scales: what would be smaller is scrolled
+const MOST = 1.25, LEAST = 0.62;  // scales: what would be smaller is scrolled
 const FLOOR = -60;        // dBFS, the left end of a level's bar
 const LETTER = 6.3, TITLE_LETTER = 7.6;
 
@@ -132,24 +132,34 @@ function drawEdge(edge) {
   return selectable(group, {kind: 'link', route: edge.route, name: edge.link}, `Link ${edge.link}, ${edge.text}`);
 }
 
-const arrow = () => draw('defs', {}, draw('marker', {id: 'arrow', viewBox: '0 0 8 8', refX: 7, refY: 4, markerWidth: 7, markerHeight: 7,
-                                                     orient: 'auto-start-reverse'},
+const arrow = () => draw('defs', {}, draw('marker', {id: 'arrow', viewBox: '0 0 8 8', refX: 7, refY: 4, markerWidth: 9, markerHeight: 9,
+                                                     markerUnits: 'userSpaceOnUse', orient: 'auto-start-reverse'},
                                           draw('path', {d: 'M0 0.6 L8 4 L0 7.4z', class: 'arrow'})));
 
 const isTall = () => shown === data.topics.tall;
 
+const roomOf = () => ({width: frame.clientWidth - 26, height: frame.clientHeight - 26});
+
+function scaleOf(picture) {
+  const room = roomOf();
+  if (picture === data.topics.tall) return room.width / picture.width;
+  return Math.min(room.width / picture.width, room.height / picture.height);
+}
+
 function fit() {
   const svg = frame.querySelector('svg');
   if (!svg || !shown) return;
-  const room = {width: frame.clientWidth - 24, height: frame.clientHeight - 24};
-  const wanted = isTall() ? room.width / shown.width : Math.min(room.width / shown.width, room.height / shown.height);
-  const scale = Math.min(MOST, Math.max(LEAST, wanted));
+  const scale = Math.min(MOST, Math.max(LEAST, scaleOf(shown)));
   svg.setAttribute('width', Math.floor(shown.width * scale));
   svg.setAttribute('height', Math.floor(shown.height * scale));
 }
 
+/** From left to right; where that does not fit, routes one above the other; in a narrow window from top to bottom. */
 function chosen() {
-  return frame.clientWidth < NARROW ? data.topics.tall : data.topics.wide;
+  const {wide, stacked, tall} = data.topics;
+  if (frame.clientWidth < NARROW) return tall;
+  if (!stacked || !wide || wide.error) return wide;
+  return scaleOf(wide) >= LEAST || scaleOf(wide) >= scaleOf(stacked) ? wide : stacked;
 }
 
 /** Draws the picture anew, for another graph or another width. */
@@ -175,11 +185,18 @@ export function refresh() {
   for (const update of updates) update();
 }
 
+/** Where the details cover the lower half, what is selected goes to the upper one. */
+function showSelected() {
+  const isNarrow = matchMedia('(max-width: 900px)').matches;
+  frame.querySelector('.selected')?.scrollIntoView({block: isNarrow ? 'start' : 'nearest', inline: 'nearest'});
+}
+
 export function start() {
-  for (const topic of ['wide', 'tall', 'graph']) {
+  for (const topic of ['wide', 'stacked', 'tall', 'graph']) {
     data.on(topic, () => { if (chosen() !== shown || topic !== 'graph') redraw(); });
   }
   for (const topic of ['stats', 'timing', 'selection']) data.on(topic, refresh);
+  data.on('selection', showSelected);
   frame.addEventListener('click', () => select(null));
   new ResizeObserver(() => (chosen() !== shown ? redraw() : fit())).observe(frame);
 }

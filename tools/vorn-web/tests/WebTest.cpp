@@ -39,8 +39,9 @@ TEST(Access, AsksForTheTokenOfItsOwnPort) {
   };
   EXPECT_FALSE(isRefused("vorn-web-80=0123456789abcdef"));
   EXPECT_FALSE(isRefused("a=b; vorn-web-80=0123456789abcdef; c"));
-  for (const char* cookie : {"", "vorn-web-80=", "vorn-web-80", "vorn-web-81=0123456789abcdef", "vorn-web-80=0123456789abcdeF",
-                             "vorn-web-80=0123456789abcdef0", "xvorn-web-80=0123456789abcdef", ";;; ;"}) {
+  for (const char* cookie :
+       {"", "vorn-web-80=", "vorn-web-80", "vorn-web-81=0123456789abcdef", "vorn-web-80=0123456789abcdeF",
+        "vorn-web-80=0123456789abcdef0", "xvorn-web-80=0123456789abcdef", ";;; ;"}) {
     EXPECT_TRUE(isRefused(cookie)) << cookie;
   }
   EXPECT_NE(Access().Token(), Access().Token());
@@ -48,8 +49,14 @@ TEST(Access, AsksForTheTokenOfItsOwnPort) {
 }
 
 Json Stats(double share, double count) {
-  return {{"routes", {{{"name", "RouteA"}, {"processorShare", share}, {"framesPerSecond", nullptr},
-                       {"readings", {{{"block", "a\"b"}, {"name", "rms"}, {"value", -20.5}}, {{"block", "c"}, {"name", "text"}, {"value", "x"}}}}}}},
+  return {{"routes",
+           {{{"name", "RouteA"},
+             {"processorShare", share},
+             {"framesPerSecond", nullptr},
+             {"readings",
+              {{{"block", "a\"b"}, {"name", "rms"}, {"value", "-20.5"}},
+               {{"block", "c"}, {"name", "text"}, {"value", "x"}},
+               {{"block", "c"}, {"name", "silence"}, {"value", "-inf"}}}}}}},
           {"fifos", {{{"name", "fifo_0"}, {"count", count}, {"capacity", 4}}}}};
 }
 
@@ -107,31 +114,46 @@ Json Graph(const std::string& name) {
            {{{"name", "RouteA"},
              {"blocks", {Block("a"), Block(name), Block("c")}},
              {"links",
-              {{{"name", "first"}, {"from", {{"block", "a"}}}, {"to", {{"block", name}}}, {"rate", 48000}, {"format", "S16_LE"}, {"channels", 2}},
-               {{"name", "second"}, {"from", {{"block", name}}}, {"to", {{"block", "c"}}}, {"rate", 48000}, {"format", "S16_LE"}, {"channels", 2}},
+              {{{"name", "first"},
+                {"from", {{"block", "a"}}},
+                {"to", {{"block", name}}},
+                {"rate", 48000},
+                {"format", "S16_LE"},
+                {"channels", 2}},
+               {{"name", "second"},
+                {"from", {{"block", name}}},
+                {"to", {{"block", "c"}}},
+                {"rate", 48000},
+                {"format", "S16_LE"},
+                {"channels", 2}},
                {{"name", "lost"}, {"from", {{"block", "nobody"}}}, {"to", 7}}}}},
             {{"name", "Empty"}}}},
-          {"fifos", {{{"name", "fifo_0"}, {"count", 1}, {"writer", {{"route", "RouteA"}, {"block", "c"}}}, {"reader", Json::object()}}}}};
+          {"fifos",
+           {{{"name", "fifo_0"},
+             {"count", 1},
+             {"writer", {{"route", "RouteA"}, {"block", "c"}}},
+             {"reader", Json::object()}}}}};
 }
 
 // Red if something of the process gets into Graphviz's text, or something of the graph does not get into the picture.
 TEST(Drawing, PlacesEverythingAndSaysNothing) {
   const std::string name = R"(]; "<img src=x>\" -> {)";
   const Json graph = Graph(name);
-  for (const bool isTall : {false, true}) {
-    EXPECT_EQ(ToDot(graph, isTall).find("img"), std::string::npos);
-    const Json picture = Draw(graph, isTall);
+  for (const Layout layout : {Layout::WIDE, Layout::STACKED, Layout::TALL}) {
+    EXPECT_EQ(ToDot(graph, layout).find("img"), std::string::npos);
+    const Json picture = Draw(graph, layout);
     ASSERT_EQ(picture["blocks"].size(), 3U) << picture;
     EXPECT_EQ(picture["blocks"][1]["name"], name);
     EXPECT_EQ(picture["routes"].size(), 2U);
     EXPECT_EQ(picture["fifos"][0]["name"], "fifo_0");
     ASSERT_EQ(picture["edges"].size(), 3U);
     for (const Json& edge : picture["edges"]) {
-      EXPECT_EQ(edge["text"], edge["link"] == "first" ? "48 kHz S16_LE ×2" : "");  // a stream is written where it begins
+      EXPECT_EQ(edge["text"],
+                edge["link"] == "first" ? "48 kHz S16_LE ×2" : "");  // a stream is written where it begins
     }
     const double x = picture["blocks"][0]["x"], y = picture["blocks"][0]["y"];
     EXPECT_TRUE(x >= 0 && y >= 0 && x < picture["width"] && y < picture["height"]);
-    EXPECT_EQ(picture["blocks"][2]["y"] > picture["blocks"][0]["y"], isTall);
+    EXPECT_EQ(picture["blocks"][2]["y"] > picture["blocks"][0]["y"], layout == Layout::TALL);
   }
 }
 
@@ -142,8 +164,9 @@ TEST(Drawing, IsMadeAnewForWhatItShowsOnly) {
   EXPECT_EQ(ShapeOf(graph), shape);
   graph["routes"][0]["blocks"][1]["label"] = "vol";
   EXPECT_NE(ShapeOf(graph), shape);
-  for (const Json& odd : {Json(), Json(7), Json({{"routes", 7}}), Json({{"routes", {1, "x", nullptr}}, {"fifos", {Json::array()}}})}) {
-    EXPECT_FALSE(Draw(odd, false).empty()) << odd;
+  for (const Json& odd :
+       {Json(), Json(7), Json({{"routes", 7}}), Json({{"routes", {1, "x", nullptr}}, {"fifos", {Json::array()}}})}) {
+    EXPECT_FALSE(Draw(odd, Layout::WIDE).empty()) << odd;
   }
 }
 

@@ -66,7 +66,7 @@ def fifos():
 def stats():
     now = time.time()
     level = -26 + 8 * math.sin(now / 3) + 3 * math.sin(now * 2.7)
-    reading = lambda block, name, unit, value: {"block": names[block], "name": name, "unit": unit, "value": value}
+    reading = lambda block, name, unit, value: {"block": names[block], "name": name, "unit": unit, "value": str(value)}
     return {"version": 1, "request": "stats", "time": now, "process": {"pid": os.getpid(), "name": options.name}, "routes": [
         {"name": "RouteA", "status": "running", "why": "runs", "frames": int((now - START) * 100), "errorFrames": 0,
          "framesPerSecond": 100 + math.sin(now), "inBlock": names["mic"], "since": 0.004, "processorSeconds": 1.2,
@@ -76,7 +76,7 @@ def stats():
              reading("meter", "recent-peak", "dBFS", level + state["gain"] + 9),
              reading("meter", "recent-rms", "dBFS", level + state["gain"])]},
         {"name": "RouteB", "status": "running", "why": "waits", "frames": 4711, "errorFrames": 0, "framesPerSecond": 0,
-         "text": f"waits in {names['feed']}, for 12.3 s: no samples in fifo_0, which {names['out' + EVIL]} of RouteA writes",
+         "text": f"RouteB waits in {names['feed']}, for 12.3 s: no samples in fifo_0, which {names['out' + EVIL]} of RouteA writes",
          "inBlock": names["feed"], "since": 12.3, "processorSeconds": 0.2, "processorShare": 0.0, "policy": "other",
          "realTimePriority": 0, "xruns": 0, "readings": [reading("disk", "written", "samples", 753760)]}],
         "fifos": fifos()}
