@@ -35,7 +35,9 @@ function rangeText(parameter) {
 
 /** Sends the newest value whenever the one before has arrived: a slider that is drawn does not pile up requests. */
 class Sender {
-  constructor(route, block, name) {
+  /** @param onRefused called where the block did not take a value. */
+  constructor(route, block, name, onRefused) {
+    this.onRefused = onRefused;
     this.words = ['edit', '{', 'setparam', route, block, name];
     this.next = null;
     this.isBusy = false;
@@ -58,7 +60,8 @@ class Sender {
       } catch (error) {
         control.classList.add('bad');
         note(error.message, true);
-        this.touched = 0;  // back to what it really is
+        this.touched = 0;
+        this.onRefused();
       }
     }
     this.isBusy = false;
@@ -67,8 +70,9 @@ class Sender {
 
 export class Parameter {
   constructor(route, block, parameter) {
-    this.sender = new Sender(route, block, parameter.name);
+    this.sender = new Sender(route, block, parameter.name, () => this.put(this.latest));
     this.parameter = parameter;
+    this.latest = String(parameter.value ?? '');
     this.id = `parameter-${parameter.id}`;
     this.controls = make('div', {class: 'controls'});
     this.element = make('div', {class: `parameter ${parameter.type}`, 'data-name': parameter.name},
@@ -134,9 +138,10 @@ export class Parameter {
     for (const control of this.controls.querySelectorAll('input, select')) control.disabled = isLocked;
     this.note.hidden = !isLocked;
     const isTyping = this.controls.contains(document.activeElement) && ['text', 'number'].includes(document.activeElement.type);
-    if (this.sender.isQuiet() && !isTyping && parameter.value !== this.shownValue) {
-      this.shownValue = parameter.value;
-      this.put(String(parameter.value ?? ''));
+    this.latest = String(parameter.value ?? '');
+    if (this.sender.isQuiet() && !isTyping && this.latest !== this.shownValue) {
+      this.shownValue = this.latest;
+      this.put(this.latest);
     }
     if (!this.sender.isQuiet()) this.shownValue = null;
   }
