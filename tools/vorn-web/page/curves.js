@@ -70,7 +70,7 @@ export class Curve {
       legend: 'never',
       colors: [style('--curve')],
       strokeWidth: 1.5,
-      fillGraph: true,
+      fillGraph: this.of[0] !== 'reading',  // decibels would fill what is above
       fillAlpha: 0.12,
       gridLineColor: style('--line'),
       axisLineColor: style('--line'),
@@ -82,7 +82,7 @@ export class Curve {
       axes: {
         x: {drawGrid: false, axisLabelWidth: 52, pixelsPerLabel: 70,
             axisLabelFormatter: (date) => date.toLocaleTimeString('en-GB').replace(/:00$/, '')},
-        y: {axisLabelWidth: 44, pixelsPerLabel: 20, axisLabelFormatter: (value) => this.axisText(value)},
+        y: {axisLabelWidth: 44, pixelsPerLabel: 15, axisLabelFormatter: (value) => this.axisText(value)},
       },
       highlightCallback: (event, x, points) => {
         this.isPointedAt = true;

@@ -54,9 +54,13 @@ class Page:
 
     def choose(self, label):
         """As somebody without a mouse does."""
-        element = self.one(f'#graph [aria-label^="{label}"]')
-        self.browser.execute_script("arguments[0].focus()", element)
-        self.browser.switch_to.active_element.send_keys(Keys.ENTER)
+        def attempt():
+            try:
+                self.browser.execute_script("arguments[0].focus()", self.one(f'#graph [aria-label^="{label}"]'))
+                self.browser.switch_to.active_element.send_keys(Keys.ENTER)
+                return True
+            except StaleElementReferenceException: return False  # it is being drawn anew
+        await_that(attempt, label)
 
     def blocks(self): return [label.split(",")[0].removeprefix("Block ") for label in self.labels()]
 
