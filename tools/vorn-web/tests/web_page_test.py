@@ -10,7 +10,7 @@ import sys
 import tempfile
 
 from selenium import webdriver
-from selenium.common.exceptions import StaleElementReferenceException
+from selenium.common.exceptions import ElementNotInteractableException, StaleElementReferenceException
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
@@ -49,18 +49,27 @@ class Page:
 
     def shows(self, selector, text): await_that(lambda: any(text in one for one in self.texts(selector)), f"'{text}' in {selector}")
 
-    def button(self, text, within="#panel"):
-        return await_that(lambda: next((one for one in self.all(within + " button") if one.text == text), None), f"button {text}")
+    def patiently(self, action, what):
+        """Does something with elements, which may be drawn anew meanwhile. @param action gives whether it was done."""
+        def attempt():
+            try: return action()
+            except (StaleElementReferenceException, ElementNotInteractableException): return False
+        await_that(attempt, what)
+
+    def press(self, text, within="#panel"):
+        def action():
+            button = next((one for one in self.all(within + " button") if one.text == text), None)
+            if button: button.click()
+            return button is not None
+        self.patiently(action, f"button {text}")
 
     def choose(self, label):
         """As somebody without a mouse does."""
-        def attempt():
-            try:
-                self.browser.execute_script("arguments[0].focus()", self.one(f'#graph [aria-label^="{label}"]'))
-                self.browser.switch_to.active_element.send_keys(Keys.ENTER)
-                return True
-            except StaleElementReferenceException: return False  # it is being drawn anew
-        await_that(attempt, label)
+        def action():
+            self.browser.execute_script("arguments[0].focus()", self.one(f'#graph [aria-label^="{label}"]'))
+            self.browser.switch_to.active_element.send_keys(Keys.ENTER)
+            return True
+        self.patiently(action, label)
 
     def blocks(self): return [label.split(",")[0].removeprefix("Block ") for label in self.labels()]
 
@@ -104,7 +113,7 @@ def test_changes_what_runs(page, process):
     # A block more, between two cycles.
     frames = ask(process, "stats")["routes"][0]["frames"]
     page.choose("Link")
-    page.button("Insert…").click()
+    page.press("Insert…")
     search = page.one("dialog [type=search]")
     await_that(lambda: page.all("dialog .plug-ins button"), "plug-ins")
     assert "null" not in page.texts("dialog .plug-ins b"), "null has no output, so it does not fit into a link"
@@ -114,8 +123,8 @@ def test_changes_what_runs(page, process):
     assert parameter(process, "gain_1", "gain") == -3
     await_that(lambda: ask(process, "stats")["routes"][0]["frames"] > frames, "frames that go on")
     page.shows("#panel h2", "gain_1")
-    page.button("Remove…").click()
-    page.button("Remove", "dialog").click()
+    page.press("Remove…")
+    page.press("Remove", "dialog")
     await_that(lambda: "gain_1" not in page.blocks(), "the picture without gain_1")
 
     page.choose("Block level_0")
@@ -147,8 +156,8 @@ def test_takes_nothing_for_markup(page, process):
     assert page.all("#graph .block.standing"), "the block in which RouteB stands is not marked"
     assert not page.all("img") and page.browser.execute_script("return window.hacked") is None
     page.choose("Block aec")
-    page.one("#panel [data-name=aec] [role=switch]").click()
-    page.one("#panel [data-name=ns] option:first-child").click()
+    page.patiently(lambda: page.one("#panel [data-name=aec] [role=switch]").click() or True, "a switch")
+    page.patiently(lambda: page.one("#panel [data-name=ns] option:first-child").click() or True, "a list")
     assert process.line() == "edit { setparam RouteA voice_aec_0 aec false }"
     assert process.line() == "edit { setparam RouteA voice_aec_0 ns off }"
     assert not page.one("#panel [data-name=model] input").is_enabled(), "what takes a stopped route can be set while it runs"
