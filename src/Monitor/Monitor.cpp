@@ -31,6 +31,15 @@ constexpr char EXPECTED[] =
     "expected graph, params [ROUTE [BLOCK]], stats, why ROUTE, timing [on|off], events [once], log, watch MILLISECONDS "
     "(10 to 3600000, 0 for no more), dump [reset] FOLDER, dump off or an edit";
 
+/** Nothing, where a quote is not closed. */
+std::optional<Words> WordsOf(const std::string& line) {
+  std::vector<Word> split;
+  if (!SplitWords(line, split)) return std::nullopt;
+  Words words;
+  for (const Word& word : split) words.push_back(word.text);
+  return words;
+}
+
 std::optional<milliseconds> PeriodOf(const std::string& word) {
   unsigned count = 0;
   const auto read = std::from_chars(word.data(), word.data() + word.size(), count);
@@ -79,11 +88,10 @@ class Monitor::Speaker final : public Server::Speaker {
 
   Server::Reply Answer(const std::string& line, Server::Clock::duration held) override {
     if (Edits::Takes(line)) return {"", {}, {}, true};
-    std::vector<Word> split;
-    if (!SplitWords(line, split)) return {monitor::Failure("", "a quote is not closed").Text()};
-    if (split.empty()) return {monitor::Failure("", EXPECTED).Text()};
-    Words words;
-    for (const Word& word : split) words.push_back(word.text);
+    const auto split = WordsOf(line);
+    if (!split) return {monitor::Failure("", "a quote is not closed").Text()};
+    if (split->empty()) return {monitor::Failure("", EXPECTED).Text()};
+    const Words& words = *split;
     const bool showsReadings = words[0] == "params" || words[0] == "stats" || words[0] == "watch";
     Server::Reply reply;
     Look([&](const Survey::View& view) {
@@ -97,7 +105,7 @@ class Monitor::Speaker final : public Server::Speaker {
   }
 
   std::string CarryOut(const std::string& line) override {
-    if (const Words words = Split(line); words[0] == "dump") return CarryOutDump(words, framework).Text();
+    if (!Edits::Takes(line)) return CarryOutDump(WordsOf(line).value_or(Words()), framework).Text();
     std::string reply = edits.Answer(line);
     framework.released();
     return reply;
