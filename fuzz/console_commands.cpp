@@ -1,10 +1,14 @@
-// Commands of the console, one a line, to a framework of their own.
+// Commands of the console, one a line, to a framework of their own; and requests to its monitor, in lines that begin
+// with '>'.
 //
 // Nothing outside of a scratch folder is reached, whatever the input: every plug-in that is asked for is the one in
 // here, the log goes nowhere, and setdump, which alone takes a path, gets it moved into the folder. Memory is short, so
 // that huge frames meet a failed allocation and not the machine's limits. The linker's --wrap puts the loader and the
 // operators new of this file in place.
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
@@ -12,6 +16,7 @@
 #include <sstream>
 
 #include "Input.h"
+#include "Monitor/Edits.h"
 #include "Vorn/VornImpl.h"
 #include "testkit/Log.h"
 
@@ -77,6 +82,56 @@ void Run(vorn::VornImpl& framework, const std::string& command) {
   Require(reply.find('\0') == reply.npos, "A NUL inside a reply");
 }
 
+/** A client of the monitor, which may let it go where its memory runs out. */
+class Asker {
+ public:
+  ~Asker() { close(fd); }
+
+  /** A line that waits for more than its reply, or writes to a folder, is not asked. */
+  static bool MayAsk(const std::string& line) {
+    std::vector<vorn::monitor::Word> words;
+    if (!vorn::monitor::SplitWords(line, words) || words.empty()) return true;
+    return words[0].text != "dump" && words[0].text != "watch" && words[0].text != "events";
+  }
+
+  void Ask(const std::string& line) {
+    if (!isOpen && !Open()) return;
+    const std::string sent = line + '\n';
+    isOpen = send(fd, sent.data(), sent.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(sent.size());
+    for (char c = 0; isOpen && c != '\n';) {
+      const ssize_t got = recv(fd, &c, 1, 0);
+      Require(got >= 0, "A request without a reply");
+      isOpen = got > 0;
+    }
+  }
+
+ private:
+  bool Open() {
+    close(fd);
+    fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const timeval limit{60, 0};
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string name = "vorn." + std::to_string(getpid());
+    name.copy(address.sun_path + 1, name.size());
+    const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+    return isOpen = connect(fd, reinterpret_cast<sockaddr*>(&address), length) == 0;
+  }
+
+  int fd = -1;
+  bool isOpen = false;
+};
+
+/** A request that begins with "do" is a command of the console. */
+void Request(Asker& asker, const std::string& line) {
+  std::istringstream words(line);
+  std::string word, rest;
+  words >> word;
+  if (word == "do") std::getline(words, rest), asker.Ask("do " + Confined(rest));
+  if (word != "do" && Asker::MayAsk(line)) asker.Ask(line);
+}
+
 }  // namespace
 
 extern "C" {
@@ -122,7 +177,12 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   memoryIsShort = true;
   {
     vorn::VornImpl framework("/nowhere");
+    Asker asker;
     for (std::string line; std::getline(input, line);) {
+      if (line.starts_with('>')) {
+        Request(asker, line.substr(1));
+        continue;
+      }
       Run(framework, line.substr(0, std::min(line.find('\0'), LONGEST_COMMAND)));
     }
   }

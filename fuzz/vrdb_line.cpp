@@ -1,5 +1,5 @@
-// A line that is typed into vrdb, with what completes it. The first line of the input is what was typed; the rest is
-// what the console would say, as a status report and as a table of parameters.
+// A line that is typed into vrdb, with what completes it. The first line of the input is what was typed; the next
+// two what the monitor would say of the graph and of parameters; the rest is a reply of the console.
 #include "CommandTable.h"
 #include "Completion.h"
 #include "Input.h"
@@ -9,6 +9,8 @@ using fuzz::Require;
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::Input input(data, size);
   const std::string line = input.Line();
+  const auto graph = support::Json::parse(input.Line(), nullptr, false);
+  const auto parameters = support::Json::parse(input.Line(), nullptr, false);
   const std::string_view reply = input.Rest();
 
   const vrdb::SplitLine split = vrdb::Split(line);
@@ -20,8 +22,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (!split.words.empty()) vrdb::SaysFailure(split.words, reply);
 
   vrdb::Live live;
-  live.report = [&] { return vrdb::ParseStatus(reply); };
-  live.parameters = [&](const std::string&, const std::string&) { return vrdb::ParseParameters(reply); };
+  live.graph = [&] { return graph; };
+  live.parameters = [&](const std::string&, const std::string&) { return parameters; };
   live.process = [] { return -1; };  // whose files nobody sees
   const std::string start = line.substr(line.find_last_of(" \t") + 1);
   const vrdb::Words words = vrdb::Complete(line, live);
