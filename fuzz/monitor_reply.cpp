@@ -12,7 +12,8 @@ namespace {
 support::Json Reply(fuzz::Input& input) { return support::Json::parse(input.Line(), nullptr, false); }
 
 bool IsHarmless(const std::string& text) {
-  return std::none_of(text.begin(), text.end(), [](char c) { return (c >= 0 && c < ' ' && c != '\n' && c != '\t') || c == 0x7F; });
+  return std::none_of(text.begin(), text.end(),
+                      [](char c) { return (c >= 0 && c < ' ' && c != '\n' && c != '\t') || c == 0x7F; });
 }
 
 }  // namespace

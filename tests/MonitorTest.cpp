@@ -166,6 +166,10 @@ TEST_F(MonitorTest, NamesTheOtherSideOfAFIFO) {
   A().Start();
   Expect("why RouteA", {"no room in fifo_0 (3 of 3); probe_0 of RouteB reads it, which is stopped, for ",
                         R"("other":{"route":"RouteB","block":"probe_0","status":"stopped")"});
+  isHeld = true;
+  Add<Sleeper>(B(), ALONE, "");
+  B().Start();
+  Expect("why RouteA", {"probe_0 of RouteB reads it, which stands in probe_1, for "});
 }
 
 TEST_F(MonitorTest, TellsABlockThatWorksFromOneThatSleeps) {

@@ -60,8 +60,8 @@ const RouteImpl* Find(const Registry& registry, const std::string& name) {
 }
 
 /** What the other side of a FIFO does, as a member and as the end of a sentence. */
-std::string TellOther(const User& user, const char* verb, const Registry& registry, Object& members) {
-  const RouteImpl* const other = Find(registry, user.route);
+std::string TellOther(const User& user, const char* verb, const Evidence& evidence, Object& members) {
+  const RouteImpl* const other = Find(evidence.registry, user.route);
   if (!other) return std::string("; no block ") + verb + " it";
   const auto since = other->SinceStatus();
   Object about;
@@ -71,14 +71,18 @@ std::string TellOther(const User& user, const char* verb, const Registry& regist
       .Add("since", Seconds(since));
   members.Add("other", about);
   std::string text = "; " + user.block + " of " + user.route + ' ' + verb + " it";
-  if (other->CurrentStatus() == RouteImpl::RUNNING && !other->IsLost()) return text + ", which runs";
+  if (other->CurrentStatus() == RouteImpl::RUNNING && !other->IsLost()) {
+    const Standing& standing = evidence.standing(*other);
+    if (!standing.HasStood(evidence.now)) return text + ", which runs";
+    return text + ", which stands in " + standing.block + ", for " + InSeconds(evidence.now - standing.since);
+  }
   text += ", which is " + std::string(StatusName(*other)) + ", for " + InSeconds(since);
   const std::string reason = other->LastReason();
   return reason.empty() ? text : text + ": " + reason;
 }
 
 /** Where the thread sleeps in a FIFO. @return false where it does not. */
-bool WaitsInFIFO(Reason& reason, const RingBuffer& fifo, const User& self, const Registry& registry) {
+bool WaitsInFIFO(Reason& reason, const RingBuffer& fifo, const User& self, const Evidence& evidence) {
   const FIFOState state = fifo.State();
   const User reader = UserOf(fifo.reader), writer = UserOf(fifo.writer);
   const bool reads = state.readerSleeps && reader == self;
@@ -87,18 +91,18 @@ bool WaitsInFIFO(Reason& reason, const RingBuffer& fifo, const User& self, const
   reason.why = "waits";
   reason.members.Add("for", what).Add("fifo", DescribeFIFO(fifo));
   reason.text = Line("no %s in %s (%ld of %ld)", what, fifo.name.c_str(), state.count, state.capacity).data();
-  reason.text += TellOther(reads ? writer : reader, reads ? "writes" : "reads", registry, reason.members);
+  reason.text += TellOther(reads ? writer : reader, reads ? "writes" : "reads", evidence, reason.members);
   return true;
 }
 
 /** Of a route whose thread stays in the code of a block. */
-Reason WhyItStands(const RouteImpl& route, const Standing& standing, const Registry& registry, Clock::time_point now) {
-  const auto stood = now - standing.since;
+Reason WhyItStands(const RouteImpl& route, const Standing& standing, const Evidence& evidence) {
+  const auto stood = evidence.now - standing.since;
   Reason reason;
   reason.members.Add("block", standing.block).Add("since", Seconds(stood));
   const std::string place = " in " + standing.block + ", for " + InSeconds(stood);
-  for (const auto& fifo : registry.fifos) {
-    if (!WaitsInFIFO(reason, *fifo, {route.Name(), standing.block}, registry)) continue;
+  for (const auto& fifo : evidence.registry.fifos) {
+    if (!WaitsInFIFO(reason, *fifo, {route.Name(), standing.block}, evidence)) continue;
     reason.text = route.Name() + " waits" + place + ": " + reason.text;
     return reason;
   }
@@ -126,6 +130,8 @@ void Standing::Look(const RouteImpl& route, Clock::time_point now) {
   *this = {framesNow, std::move(blockNow), now, route.ProcessorTime()};
 }
 
+bool Standing::HasStood(Clock::time_point now) const { return !block.empty() && now - since >= PATIENCE; }
+
 const char* StatusName(const RouteImpl& route) {
   static constexpr const char* NAMES[] = {"stopped", "running", "broken", "deleted"};
   return route.IsLost() ? "dead" : NAMES[route.CurrentStatus()];
@@ -148,14 +154,15 @@ Object DescribeFIFO(const RingBuffer& fifo) {
   return object;
 }
 
-Reason ReasonOf(const RouteImpl& route, const Standing& standing, const Registry& registry, Clock::time_point now) {
+Reason ReasonOf(const RouteImpl& route, const Evidence& evidence) {
+  const Standing& standing = evidence.standing(route);
   const std::string last = route.LastReason();
   Reason reason;
   if (route.IsLost()) {
     reason.members.Add("reason", last);
     return {"dead", route.Name() + " is dead: " + last + "; it can only be looked at", reason.members};
   }
-  if (!standing.block.empty() && now - standing.since >= PATIENCE) return WhyItStands(route, standing, registry, now);
+  if (standing.HasStood(evidence.now)) return WhyItStands(route, standing, evidence);
   switch (route.CurrentStatus()) {
     case RouteImpl::RUNNING: return {"runs", route.Name() + " runs", {}};
     case RouteImpl::BROKEN_RUNNING: {

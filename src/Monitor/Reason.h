@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <string>
 
 #include "Monitor/Json.h"
@@ -20,6 +21,8 @@ struct Standing {
 
   /** To be called at every look. */
   void Look(const RouteImpl& route, Clock::time_point now);
+  /** Whether it stays in the code of a block for longer than a frame takes. */
+  bool HasStood(Clock::time_point now) const;
 };
 
 struct Reason {
@@ -28,8 +31,14 @@ struct Reason {
   Object members;    ///< What else there is to say: see docs/monitor.md.
 };
 
-Reason ReasonOf(const RouteImpl& route, const Standing& standing, const Registry& registry,
-                Standing::Clock::time_point now);
+/** What is known to find the reason. */
+struct Evidence {
+  const Registry& registry;
+  Standing::Clock::time_point now;
+  std::function<const Standing&(const RouteImpl&)> standing;
+};
+
+Reason ReasonOf(const RouteImpl& route, const Evidence& evidence);
 
 const char* StatusName(const RouteImpl& route);
 Object DescribeFIFO(const RingBuffer& fifo);

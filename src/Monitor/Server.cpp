@@ -46,7 +46,7 @@ void Server::Start() {
     return;
   }
   try {
-    thread = StartThread("vorn monitor", [this] { Serve(); });
+    thread = StartThread("vorn-monitor", [this] { Serve(); });
   } catch (const std::system_error& e) {  // all else works without
     LOG_E("Unable to start the monitor's thread: %s", e.what());
   }
@@ -189,7 +189,7 @@ void Server::Begin(Client& client) try {
     carriedOut.reserve(workers.size() + 1);
   }
   std::thread& worker = workers[client.id];
-  worker = StartThread("vorn edit", [this, id = client.id, line = client.toCarryOut[0]] { CarryOut(id, line); });
+  worker = StartThread("vorn-edit", [this, id = client.id, line = client.toCarryOut[0]] { CarryOut(id, line); });
 } catch (const std::system_error& e) {
   workers.erase(client.id);
   client.out += speaker.Failure(e.what()) + '\n';

@@ -243,9 +243,14 @@ Object Survey::Params(const View& view, const Words& names) const {
   return Begin("params").Add("routes", all);
 }
 
+Reason Survey::WhyOf(const RouteImpl& route, const View& view) {
+  return ReasonOf(route, {view.registry, view.now,
+                          [&](const RouteImpl& one) -> const Standing& { return Look(one, view.now).standing; }});
+}
+
 Object Survey::DescribeStats(RouteImpl& route, const View& view) {
   const Known& known = Look(route, view.now);
-  const Reason reason = ReasonOf(route, known.standing, view.registry, view.now);
+  const Reason reason = WhyOf(route, view);
   const auto [policy, priority] = route.Scheduling();
   long xruns = 0;
   for (const auto& [block, count] : known.xruns) xruns += count;
@@ -284,7 +289,7 @@ Object Survey::Why(const View& view, const std::string& name) {
   const auto& all = view.registry.routes;
   const auto route = std::ranges::find_if(all, [&](const auto& one) { return one->Name() == name; });
   if (route == all.end()) return Failure("why", "no route '" + name + "'");
-  const Reason reason = ReasonOf(**route, Look(**route, view.now).standing, view.registry, view.now);
+  const Reason reason = WhyOf(**route, view);
   Object answer = Begin("why").Add("route", name).Add("status", StatusName(**route));
   return answer.Add("why", reason.why).Add("text", reason.text).Add(reason.members);
 }

@@ -60,6 +60,7 @@ class Survey {
   Known& Look(const RouteImpl& route, Clock::time_point now);
   void Mark(const RouteImpl& route, Known& known, Clock::time_point now);
   void CountXruns(const RouteImpl& route, Known& known);
+  Reason WhyOf(const RouteImpl& route, const View& view);
   Object DescribeStats(RouteImpl& route, const View& view);
 
   std::map<std::string, Known> routes;
