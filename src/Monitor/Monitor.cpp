@@ -15,7 +15,8 @@
 #include "Monitor/Server.h"
 #include "Monitor/Survey.h"
 
-// A device may bring a logging library that keeps no lines.
+// A device may bring a logging library that keeps no lines, with a header of its own.
+// NOLINTNEXTLINE(readability-redundant-declaration)
 extern "C" size_t _tlogging_recent(char* text, size_t size) __attribute__((weak));
 
 namespace vorn::monitor {
