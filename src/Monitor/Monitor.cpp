@@ -25,7 +25,8 @@ namespace {
 using Words = std::vector<std::string>;
 using std::chrono::milliseconds;
 
-constexpr unsigned SHORTEST_PERIOD = 10;  // milliseconds
+constexpr std::size_t MOST_LOG = 1 << 16;  // bytes: more than the logging library keeps
+constexpr unsigned SHORTEST_PERIOD = 10;   // milliseconds
 constexpr unsigned LONGEST_PERIOD = 3'600'000;
 constexpr milliseconds LONGEST_HOLD(20);  // until routes have readings ready: one that stands has none
 constexpr char EXPECTED[] =
@@ -71,7 +72,7 @@ std::string Describe(const std::vector<Chronicle::Event>& events) {
 std::string DescribeLog() {
   std::string text;
   if (_tlogging_recent) {
-    text.resize(std::size_t{TLOGGING_RECENT_LINES} * TLOGGING_RECENT_BYTES);
+    text.resize(MOST_LOG);
     text.resize(_tlogging_recent(text.data(), text.size()));
   }
   std::istringstream stream(text);
