@@ -16,10 +16,9 @@ class Target {
   explicit Target(std::string newWanted) : wanted(std::move(newWanted)) {}
 
   struct Choice {
-    pid_t pid = 0;  ///< 0: none
-    bool isWrong =
-        false;         ///< Nothing that comes later would be the one: there is no such number, or it could be several.
-    std::string text;  ///< Why there is none, or what it is: "vorn-run (4711)".
+    pid_t pid = 0;         ///< 0: none
+    bool isWrong = false;  ///< There is no such number, or it could be several: to wait is of no use.
+    std::string text;      ///< Why there is none, or what it is: "vorn-run (4711)".
   };
 
   /**
