@@ -33,7 +33,9 @@ Object DescribeEnd(const Endpoint& ep) {
   return end;
 }
 
-Object DescribeLink_l(const Link& link) {
+// The next two are called with the topology lock.
+
+Object DescribeLink(const Link& link) {
   const FrameBuffer& frame = *link.SourceEp()->FB();
   Object object;
   object.Add("name", link.Name())
@@ -46,7 +48,7 @@ Object DescribeLink_l(const Link& link) {
   return object;
 }
 
-Object DescribeBlock_l(const RouteImpl& route, const Block& block) {
+Object DescribeBlock(const RouteImpl& route, const Block& block) {
   Object object;
   object.Add("name", block.Name()).Add("first", block.IsFirst()).Add("last", block.IsLast());
   const auto* const origin = route.OriginOf_l(&block);
@@ -60,9 +62,9 @@ Object DescribeRoute(const RouteImpl& route) {
   List blocks, links;
   {
     const Topology::Lock lock;
-    for (const Block* block : route.Blocks_l()) blocks.Add(DescribeBlock_l(route, *block).Text());
+    for (const Block* block : route.Blocks_l()) blocks.Add(DescribeBlock(route, *block).Text());
     for (const Link* link : route.Links_l()) {
-      if (link->SourceEp() && link->SinkEp()) links.Add(DescribeLink_l(*link).Text());
+      if (link->SourceEp() && link->SinkEp()) links.Add(DescribeLink(*link).Text());
     }
   }
   Object object;

@@ -30,7 +30,7 @@ class Survey {
   /** @param names of a route and a block of it; of all, where they are left out. */
   Object Params(const View& view, const Words& names) const;
   Object Stats(const View& view);
-  Object Why(const View& view, const std::string& route);
+  Object Why(const View& view, const std::string& name);
   Object Timing(const View& view) const;
 
   /**

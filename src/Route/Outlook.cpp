@@ -16,7 +16,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 /** As the check of a graph, for whoever has the topology lock. */
-std::string Missing_l(const Block& block) {
+std::string MissingLinkOf(const Block& block) {
   if (!block.IsFirst() && block.ActiveInEps().empty())
     return block.Name() + " has no input linked, and is no first block";
   if (!block.IsLast() && block.ActiveOutEps().empty())
@@ -148,7 +148,7 @@ std::string RouteImpl::WhyIncomplete() const {
   const Topology::Lock lock;
   bool hasFirst = false;
   for (const Block* block : blocks) {
-    if (std::string missing = Missing_l(*block); !missing.empty()) return missing;
+    if (std::string missing = MissingLinkOf(*block); !missing.empty()) return missing;
     hasFirst = hasFirst || block->IsFirst();
   }
   return hasFirst ? "" : "there is no first block";
