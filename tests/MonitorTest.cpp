@@ -107,6 +107,7 @@ struct MonitorTest : RouteTest {
     registry.fifos.front()->Shutdown();
     isHeld = false;
     isHeld.notify_all();
+    registry.routes.clear();  // before the FIFO that they use
   }
   RouteImpl& A() { return *registry.routes.front(); }
   RouteImpl& B() { return *registry.routes.back(); }

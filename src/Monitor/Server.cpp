@@ -83,7 +83,6 @@ void Server::Finish() {
 void Server::Ring() const { eventfd_write(bell, 1); }
 
 void Server::Serve() try {
-  std::vector<pollfd> sockets;
   nextTick = Clock::now();
   for (;;) {
     sockets = {{bell, POLLIN, 0}, {listener, static_cast<short>(clients.size() < MOST_CLIENTS ? POLLIN : 0), 0}};

@@ -1,6 +1,8 @@
 // The monitor's socket: many clients at a time, lines in, lines out, on a thread of its own.
 #pragma once
 
+#include <poll.h>
+
 #include <atomic>
 #include <chrono>
 #include <deque>
@@ -104,6 +106,7 @@ class Server {
   int listener = -1;
   int bell = -1;  // readable where the thread is to look up: something was carried out, there is news, or it is to end
   std::atomic<bool> stopping{false};
+  std::vector<pollfd> sockets;  // not on the thread's stack: a child of fork() has none of that, only the memory
   std::list<Client> clients;
   unsigned long lastClient = 0;
   std::map<unsigned long, std::thread> workers;  // by client
