@@ -93,6 +93,8 @@ struct Sleeper : Probe {
   long ProcessFrame() override { return isHeld.wait(true), FRAME_END_OF_FILE; }
 };
 
+auto& left = *new std::vector<std::shared_ptr<RouteImpl>>;  // nobody answers any more who asks them to end
+
 struct MonitorTest : RouteTest {
   MonitorTest() {
     registry.routes = {std::make_shared<RouteImpl>("RouteA", nullptr, ""),
@@ -157,8 +159,7 @@ TEST_F(MonitorTest, SaysWhyARouteStands) {
   Add<Refuser>(B(), ALONE, "");
   Expect("why RouteB", {R"("why":"dead","text":"RouteB is dead: probe_1 did not start: -5)"});
   Expect("events once", {R"("kind":"died","route":"RouteB","text":"probe_1 did not start: -5")"});
-  static auto& left = *new auto(registry.routes.back());  // nobody answers any more who asks it to end
-  static_cast<void>(left);
+  left.push_back(registry.routes.back());
 }
 
 TEST_F(MonitorTest, NamesTheOtherSideOfAFIFO) {
