@@ -160,6 +160,7 @@ TEST_F(MonitorTest, SaysWhyARouteStands) {
   Expect("why RouteB", {R"("why":"dead","text":"RouteB is dead: probe_1 did not start: -5)"});
   Expect("events once", {R"("kind":"died","route":"RouteB","text":"probe_1 did not start: -5")"});
   left.push_back(registry.routes.back());
+  left.back()->JoinLost();
 }
 
 TEST_F(MonitorTest, NamesTheOtherSideOfAFIFO) {
