@@ -82,7 +82,7 @@ Json StatusJson(const Json& graph, const Json& stats) {
   if (!both["routes"].is_array()) return both;
   for (Json& route : both["routes"]) {
     const Json& counters = RouteOf(stats, TextOf(route, "name"));
-    if (counters.is_object()) route.update(counters);
+    if (route.is_object() && counters.is_object()) route.update(counters);
   }
   both["fifos"] = ListOf(stats, "fifos");
   return both;
