@@ -234,6 +234,16 @@ TEST_F(MonitorTest, TimesWhatBlocksTake) {
   EXPECT_TRUE(Has(Ask("timing"), R"("on":false,"routes":[])"));
 }
 
+// Red if a request gets lost that comes just when the route has served the last one.
+TEST_F(MonitorTest, IsServedByARouteThatRunsHoweverFastItAsks) {
+  Add<Probe>(A(), ALONE, "", Script{FRAME_DONE});
+  A().Start();
+  for (int i = 0; i < 10000 && !HasFailure(); ++i) {
+    A().AskForReadings();
+    EXPECT_TRUE(WaitUntil([&] { return !A().AwaitsReadings(); }, 20s));
+  }
+}
+
 TEST_F(MonitorTest, ShowsTheWholeGraph) {
   Probe* const source = Add<Probe>(A(), FIRST, "");
   Join(A(), source, Add<Probe>(A(), LAST, "x"), 2, 3);

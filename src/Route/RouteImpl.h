@@ -164,6 +164,7 @@ class RouteImpl : public Route {
   Step Preprocess();
   Step AskToStartAgain();
   Step Die();
+  void Settle();
   bool RefreshPlan();
   void RunFrameCycle();
   template <class Watch>

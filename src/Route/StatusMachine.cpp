@@ -126,6 +126,13 @@ RouteImpl::Step RouteImpl::Die() {
   return END_THREAD;
 }
 
+/** First the flag, then what others ask for without the mutex: who asks from now on sets it again. */
+void RouteImpl::Settle() {
+  unsettled.exchange(false, std::memory_order_acq_rel);
+  if (stopAsked.load(std::memory_order_relaxed)) unsettled.store(true, std::memory_order_relaxed);
+  ServeWhoLooks();
+}
+
 // Carries out what is queued, then decides from the status: run a frame cycle, iterate again after a sleep, force a
 // stop, or end the thread.
 RouteImpl::Step RouteImpl::Preprocess() {
@@ -156,8 +163,7 @@ RouteImpl::Step RouteImpl::Preprocess() {
   }
   if (ok) {
     if (Start_l() != 0) return Die();  // whatever the number: there is no caller who could be told
-    ServeWhoLooks();
-    unsettled.store(false, std::memory_order_relaxed);
+    Settle();
     return RUN_CYCLE;
   }
   const bool isNew = CurrentStatus() == RUNNING;
