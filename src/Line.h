@@ -1,4 +1,4 @@
-// A line of text without memory of its own, for where none may be left.
+// One formatted piece of text, without memory of its own: for reports, and for where no memory may be left.
 #pragma once
 
 #include <array>
@@ -7,7 +7,7 @@
 
 namespace vorn {
 
-/** As printf; what does not fit is cut. */
+/** As printf; cut at 255 characters. */
 __attribute__((format(printf, 1, 2))) inline std::array<char, 256> Line(const char* format, ...) {
   std::array<char, 256> line;
   va_list args;

@@ -46,7 +46,7 @@ const char* WaitOf(const RouteImpl& route, const std::string& name) {
   const Topology::Lock lock;
   for (const Block* block : route.Blocks_l()) {
     if (block->Name() != name) continue;
-    const BlockView* const view = RouteImpl::ViewOf_l(block);
+    const BlockView* const view = RouteImpl::ViewOf(block);
     const Interrupt* const interrupt = view ? view->interrupt->load(std::memory_order_relaxed) : nullptr;
     if (!interrupt || !interrupt->IsWaiting()) return nullptr;
     return view->setsPace ? "device" : "file";

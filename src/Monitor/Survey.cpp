@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <set>
 
 #include "Block/Glimpse.h"
 #include "Block/SampleFormat.h"
@@ -86,12 +87,21 @@ Object DescribeParameter(const Parameters& parameters, std::size_t index) {
   return object.Add("help", line.help).Add("given", line.isGiven);
 }
 
-/** Calls `use` with each block's name and its parameters, null for a block without the kit. The block stays meanwhile. */
+/**
+ * Calls `use` with each block's name and its parameters, null for a block without the kit. The block stays meanwhile;
+ * one at a time, since a route that changes its graph waits for it.
+ */
 template <class Use>
 void ForBlocks(const RouteImpl& route, Use use) {
-  const Topology::Lock lock;
-  for (const Block* block : route.Blocks_l()) {
-    const BlockView* const view = RouteImpl::ViewOf_l(block);
+  std::set<Block*> blocks;
+  {
+    const Topology::Lock lock;
+    blocks = route.Blocks_l();
+  }
+  for (Block* block : blocks) {
+    const Topology::Lock lock;
+    if (!route.Blocks_l().contains(block)) continue;
+    const BlockView* const view = RouteImpl::ViewOf(block);
     use(block->Name(), view ? view->parameters : nullptr);
   }
 }

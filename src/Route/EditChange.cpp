@@ -16,7 +16,7 @@
 namespace vorn {
 namespace {
 
-bool IsOfKit(const Block& block) { return const_cast<Block&>(block).ioctl(KIT_GET_VERSION, nullptr) >= 0; }
+bool IsOfKit(const Block& block) { return RouteImpl::ViewOf(&block) != nullptr; }
 
 bool IsInput(const Endpoint& ep) { return &ep.Owner()->InEp(ep.Index()) == &ep; }
 

@@ -54,6 +54,7 @@ void RouteImpl::EnterBlock_l(Block& block, Origin origin) try {
   const Topology::Lock lock;
   blocks.insert(&block);
   origins[&block] = std::move(origin);
+  if (isTimed) TimeBlock_l(block);
   if (!startsAll) added.push_back(&block);
   TakeNumber_l(block.name);
 } catch (const std::bad_alloc&) {

@@ -106,32 +106,30 @@ void RouteImpl::AskForReadings() {
 
 /** Between two cycles of a route that runs. */
 void RouteImpl::ServeWhoLooks() {
-  if (isTimed || IsTimed()) SwitchTiming();
+  if (isTimed != IsTimed()) SwitchTiming(!isTimed);
   if (!readingsAsked.load(std::memory_order_relaxed)) return;
   for (Block* block : blocks) {
-    if (ViewOf_l(block)) block->ioctl(KIT_MEASURE, nullptr);
+    if (ViewOf(block)) block->ioctl(KIT_MEASURE, nullptr);
   }
   readingsAsked.store(false, std::memory_order_release);
 }
 
-/** Also where it is on, for blocks that are new. */
-void RouteImpl::SwitchTiming() try {
-  const bool on = IsTimed();
-  if (on && !isTimed) cycleTimes.Clear();
-  for (const Block* block : blocks) {
-    CallTimes* times = nullptr;
-    if (on) {
-      const Topology::Lock lock;
-      auto& kept = callTimes[block];
-      if (!kept) kept = std::make_unique<CallTimes>();
-      if (!isTimed) kept->Clear();
-      times = kept.get();
-    }
-    plan.Time(*block, times);
-  }
+void RouteImpl::SwitchTiming(bool on) try {
+  const Topology::Lock lock;
+  callTimes.clear();
+  for (const Block* block : blocks) on ? TimeBlock_l(*block) : plan.Time(*block, nullptr);
+  if (on) cycleTimes.Clear();
   isTimed = on;
 } catch (const std::bad_alloc&) {
   LOG_E("%s: No memory to time the blocks", name.c_str());
+  for (const Block* block : blocks) plan.Time(*block, nullptr);
+  Time(false);
+}
+
+void RouteImpl::TimeBlock_l(const Block& block) {
+  auto& times = callTimes[&block];
+  times = std::make_unique<CallTimes>();
+  plan.Time(block, times.get());
 }
 
 CallTimes* RouteImpl::CallTimesOf_l(const Block* block) const {
@@ -139,7 +137,7 @@ CallTimes* RouteImpl::CallTimesOf_l(const Block* block) const {
   return times == callTimes.end() ? nullptr : times->second.get();
 }
 
-const BlockView* RouteImpl::ViewOf_l(const Block* block) {
+const BlockView* RouteImpl::ViewOf(const Block* block) {
   const BlockView* const view = block->View();
   return view && view->kitVersion == KIT_VERSION ? view : nullptr;
 }

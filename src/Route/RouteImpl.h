@@ -124,11 +124,12 @@ class RouteImpl : public Route {
   void AskForReadings();
   bool AwaitsReadings() const { return readingsAsked.load(std::memory_order_acquire); }
 
+  /** What a block of the kit shows, as long as the block is there; null for another one. */
+  static const BlockView* ViewOf(const Block* block);
+
   // These expect the topology lock.
   /** Null where the block is not timed. */
   CallTimes* CallTimesOf_l(const Block* block) const;
-  /** What a block of the kit shows; null for another one. */
-  static const BlockView* ViewOf_l(const Block* block);
   /** Null for a block that is no longer there. */
   const Origin* OriginOf_l(const Block* block) const;
   const std::set<Block*>& Blocks_l() const { return blocks; }
@@ -191,7 +192,8 @@ class RouteImpl : public Route {
   void TellEvent(Chronicle::Kind kind, std::string_view text) const noexcept;
   void TellEdit(std::string_view instance, std::string_view text) const noexcept;
   void ServeWhoLooks();
-  void SwitchTiming();
+  void SwitchTiming(bool on);
+  void TimeBlock_l(const Block& block);  // with the topology lock
 
   // The route's thread, with the mutex held; the frame cycle alone calls Stop_l without it.
   void ProcessActions();

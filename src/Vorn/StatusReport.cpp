@@ -2,21 +2,18 @@
 //
 // Both come from one walk over copies of the registries. Each route's graph is read under the topology lock; nothing
 // here waits for a route, so the report answers while one is stuck inside a block.
-#include <cstdarg>
-#include <cstdio>
 #include <sstream>
 
 #include "Block/Glimpse.h"
 #include "Block/SampleFormat.h"
 #include "Block/Topology.h"
+#include "Line.h"
 #include "Vorn/VornImpl.h"
 
 namespace vorn {
 namespace {
 
 #define WEB_ADDRESS "https://example.org/vorn"
-
-constexpr std::size_t LINE_BUFFER_SIZE = 256;
 
 FrameBuffer FrameOf(const Endpoint& ep) {
   FrameBuffer frame;
@@ -26,16 +23,6 @@ FrameBuffer FrameOf(const Endpoint& ep) {
   frame.rate = Glimpse(ep.FB()->rate);
   frame.timestamp = Glimpse(ep.FB()->timestamp);
   return frame;
-}
-
-/** One formatted piece, cut at 255 characters. */
-__attribute__((format(printf, 1, 2))) std::string Line(const char* format, ...) {
-  char line[LINE_BUFFER_SIZE];
-  va_list args;
-  va_start(args, format);
-  std::vsnprintf(line, sizeof line, format, args);
-  va_end(args);
-  return line;
 }
 
 const char* StatusName(RouteImpl::Status status) {
@@ -51,31 +38,34 @@ std::string RouteLine(const RouteImpl& route) {
   const unsigned long long ok = route.OkFrames();
   const unsigned long long error = route.ErrorFrames();
   return Line("%s is %s, %llu frame%s processed OK, %llu error frame%s\n", route.Name().c_str(),
-              StatusName(route.CurrentStatus()), ok, Plural(ok), error, Plural(error));
+              StatusName(route.CurrentStatus()), ok, Plural(ok), error, Plural(error))
+      .data();
 }
 
 const char* LinkName(const Link* link) { return link ? link->Name().c_str() : ""; }
 
 std::string StampTail(long long stamp) {
-  return stamp < 0 ? "\n" : Line(" %13lld.%06lld\n", stamp / 1000000, stamp % 1000000);
+  return stamp < 0 ? "\n" : Line(" %13lld.%06lld\n", stamp / 1000000, stamp % 1000000).data();
 }
 
 std::string InputLine(const Endpoint& ep) {
   const FrameBuffer frame = FrameOf(ep);
   return Line("\t\t(I%02zu) <-- %-7s%7uHz %8s %2uch %6ldsamples/frame", ep.Index(), LinkName(ep.AttachedLink()),
-              frame.rate, FormatToString(frame.format), frame.channels, frame.samplesPerFrame) +
+              frame.rate, FormatToString(frame.format), frame.channels, frame.samplesPerFrame)
+             .data() +
          StampTail(frame.timestamp);
 }
 
 std::string OutputLine(const Endpoint& ep) {
   const FrameBuffer frame = FrameOf(ep);
   return Line("\t\t(O%02zu) --> %-7s%7uHz %8s %2uch %6ldsamples/frame", ep.Index(), LinkName(ep.AttachedLink()),
-              frame.rate, FormatToString(frame.format), frame.channels, frame.samplesPerFrame) +
+              frame.rate, FormatToString(frame.format), frame.channels, frame.samplesPerFrame)
+             .data() +
          StampTail(frame.timestamp);
 }
 
 std::string BlockLines(const Block& block) {
-  std::string text = Line("\t%s\n", block.Name().c_str());
+  std::string text = Line("\t%s\n", block.Name().c_str()).data();
   for (const auto& [index, ep] : block.ActiveInEps()) text += InputLine(*ep);
   for (const auto& [index, ep] : block.ActiveOutEps()) text += OutputLine(*ep);
   return text;
@@ -88,7 +78,7 @@ std::string FIFOLine(RingBuffer& fifo) {
     count = fifo.Count_l();
   }
   const long capacity = fifo.Capacity();
-  return Line("%s %ld/%ld (%ld%%)\n", fifo.name.c_str(), count, capacity, capacity ? count * 100 / capacity : 0);
+  return Line("%s %ld/%ld (%ld%%)\n", fifo.name.c_str(), count, capacity, capacity ? count * 100 / capacity : 0).data();
 }
 
 // The graph.
